@@ -1,0 +1,201 @@
+// The table control: one dBASE IV table (a .DBF data file and its production .MDX index),
+// addressed by folder + table name. Creating, opening, the record buffer, appends, replaces,
+// seeks and movement in the order of an index tag.
+//
+// How it works, in short: records are appended to the .DBF through a write buffer and read back
+// on demand, so a large table costs no memory for its records. Every index tag lives in memory
+// as an ordered structure of fixed-size keys; the .MDX is written in bulk (B-trees built bottom
+// up, pages full) when the table is flushed or closed, and read in bulk when it is opened.
+//
+// No operation throws; those that can fail or miss return a dbase::Status (0 = success/found).
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "dbase/Status.h"
+
+#if __has_include("vb/Dates.h")
+#include "vb/Dates.h"
+#else
+namespace vb {
+using Date = double;  // day count from 1899-12-30, the fraction being the time of day
+}
+#endif
+
+namespace dbase {
+
+// One field of a table, as the .DBF describes it.
+struct FieldInfo {
+  std::string name;  // upper case, at most 10 characters
+  char type = 'C';   // 'C', 'N' or 'D'
+  int width = 0;     // bytes in the record
+  int decimals = 0;  // 'N' only
+  int offset = 0;    // byte offset in the record (the deleted flag is byte 0)
+};
+
+// One index tag of the production .MDX.
+struct TagInfo {
+  std::string name;        // upper case, at most 10 characters
+  std::string expression;  // key expression as stored, e.g. "IP + SITE + DTOS(VISITDATE)"
+  int keyLength = 0;       // bytes per key
+  bool unique = false;     // one entry per distinct key (the first record holding it)
+  bool descending = false; // keys run from high to low; equal keys still by record number
+  long entries = 0;        // keys held now
+};
+
+// Header facts of an open table (for inspection).
+struct TableInfo {
+  std::string dbfPath, mdxPath;   // the files as found or created ("" for an absent .MDX)
+  int version = 0;                // .DBF byte 0
+  int updateYear = 0, updateMonth = 0, updateDay = 0;  // .DBF bytes 1-3 (full year)
+  int headerLength = 0, recordLength = 0;
+  bool productionMdx = false;     // .DBF byte 28
+  int languageDriver = 0;         // .DBF byte 29
+  bool readOnly = false;
+  bool indexRebuilt = false;      // the index was rebuilt from the records when opening
+};
+
+class Table {
+ public:
+  Table();
+  ~Table();  // closes (writes everything) if open
+  Table(const Table&) = delete;
+  Table& operator=(const Table&) = delete;
+
+  // ---- where the table lives -------------------------------------------------------------
+  // The folder of the table's files; ends with "/" (one is added when missing).
+  void SetLocation(std::string folder);
+  // The table name, e.g. "Visits". The files are the name upper-cased + ".DBF"/".MDX"; when
+  // opening or dropping, existing files are found case-insensitively.
+  void SetTableName(std::string stem);
+  const std::string& Location() const;
+  const std::string& TableName() const;
+  // Accepted and kept; the engine works on files of its own process and does no locking.
+  void SetShareMode(int mode);
+  int ShareMode() const;
+  void SetRebuild(bool rebuild);
+  bool Rebuild() const;
+  // Receives one line per notice (e.g. "index of VISOLD.DBF rebuilt: <why>"). May be empty.
+  void SetNoticeSink(std::function<void(const std::string& message)> sink);
+  // Tag specifications ("key0|IP + Site||U") to use when a table's .MDX is missing or cannot
+  // be read and the index has to be rebuilt from the records. Without them such a table opens
+  // with the tags that can still be read, or none.
+  void SetIndexSpecs(std::vector<std::string> tagSpecs);
+
+  // ---- files -----------------------------------------------------------------------------
+  // Deletes STEM.DBF and STEM.MDX (any case) in the location, if present. Returns kOk also when
+  // nothing was there; kBadName without a location or for an empty stem; kIoError when a file
+  // exists but cannot be deleted. Does not touch this control's open table (drop another one).
+  int DropTable(std::string_view stem);
+  // Creates the empty table files from field specs ("IP|C|15", "name|type|width[|decimals]",
+  // types C, N, D) and tag specs ("key0|IP + Site||U|": name|expression|filter|U/N|D, trailing
+  // parts may be missing). Does not open the table. Existing files of the same name are
+  // replaced. Returns kOk, or kBadFieldSpec / kBadTagSpec / kBadExpression (nothing written),
+  // kBadName, kAlreadyOpen, kCannotCreate / kIoError (nothing left half-written).
+  int CreateTable(const std::vector<std::string>& fieldSpecs,
+                  const std::vector<std::string>& tagSpecs);
+  // Opens the table read-write. Reads the production .MDX; when it is missing, stale or damaged
+  // the index is rebuilt from the records (a notice goes to the sink) and written back at the
+  // next flush/close. Returns kOk, kFileMissing, kCorruptDbf, kIoError, kBadName, kAlreadyOpen.
+  // The current record is the top of the first tag's order.
+  int OpenTable();
+  // The same without any writing: every change returns kReadOnly, and a rebuilt index stays in
+  // memory only.
+  int OpenTableReadOnly();
+  bool IsOpen() const;
+  bool IsReadOnly() const;
+  // Writes everything (records, .DBF header with record count, end-of-file mark, .MDX) and
+  // closes. Harmless when not open.
+  void CloseTable();
+  // Writes everything and stays open. Returns kOk, kNotOpen or kIoError (also kept for the
+  // next FlushTable: nothing is dropped).
+  int FlushTable();
+
+  // ---- order -----------------------------------------------------------------------------
+  // Positions at the top of the current order (same as GoTop).
+  void ResetTable();
+  // Makes the tag of that name (case-insensitive) the order for seeks and movement; "" selects
+  // record-number order. The default after opening is the first tag. Returns kOk or kNoSuchTag
+  // (the order is then unchanged).
+  int SelectTag(std::string_view tag);
+  // The selected tag's name ("" for record-number order).
+  std::string SelectedTag() const;
+
+  // ---- fields ----------------------------------------------------------------------------
+  int FieldIndex(std::string_view name) const;  // case-insensitive; -1 when unknown
+  int FieldCount() const;
+  std::vector<FieldInfo> Fields() const;
+  std::vector<TagInfo> Tags() const;
+  TableInfo Info() const;
+
+  // ---- the record buffer -----------------------------------------------------------------
+  // The buffer holds the current record after every positioning; BlankRecord empties it.
+  void BlankRecord();  // all blanks, not deleted; the position is unchanged
+  // Appends the buffer as a new record and updates every tag; the new record becomes the
+  // current one. A duplicate key in a unique tag: the record is stored, only the first record
+  // with that key is indexed (kOk). Returns kOk, kNotOpen, kReadOnly, kIoError, kTooLarge.
+  int AppendRecord();
+  // Writes the buffer over the current record and updates every tag. Returns kOk, kNotOpen,
+  // kReadOnly, kNoRecord (no current record), kIoError.
+  int ReplaceRecord();
+  // Sets the deleted flag of the buffer (written by AppendRecord/ReplaceRecord). Deleted
+  // records stay in every tag.
+  void SetDeleted(bool deleted);
+  bool Deleted() const;  // the buffer's deleted flag
+
+  // By field index (fast). REQUIRES: 0 <= field < FieldCount(); otherwise the getters return
+  // blank/0 and the setters do nothing.
+  std::string_view GetText(int field) const;   // the raw field bytes, blank-padded to the width
+  void SetText(int field, std::string_view v);  // any type: cut or blank-padded, stored as is
+  double GetNumber(int field) const;           // 'N': its value; blank or not a number -> 0
+  // 'N': rounded to the field's decimals, right-aligned. A value too wide for the field is
+  // stored as the nearest value that fits (e.g. 999 for width 3), never as asterisks.
+  void SetNumber(int field, double v);
+  vb::Date GetDate(int field) const;           // 'D': the day; blank or invalid -> 0
+  bool DateIsBlank(int field) const;           // 'D': eight blanks (or unreadable)
+  void SetDate(int field, vb::Date d);         // 'D': yyyymmdd of the date part; 0 -> blank
+  void SetDateBlank(int field);
+
+  // By field name (case-insensitive, slower). An unknown name: getters give blank/0, setters
+  // return kNoSuchField and change nothing.
+  std::string_view GetText(std::string_view name) const;
+  int SetText(std::string_view name, std::string_view v);
+  double GetNumber(std::string_view name) const;
+  int SetNumber(std::string_view name, double v);
+  vb::Date GetDate(std::string_view name) const;
+  bool DateIsBlank(std::string_view name) const;
+  int SetDate(std::string_view name, vb::Date d);
+
+  // ---- seeks and movement in the selected tag --------------------------------------------
+  // Exact seek. A key shorter than the tag's key length is blank-padded, a longer one cut.
+  // kOk: positioned on the first record with that key; kAfter: positioned on the next key in
+  // order; kEof: past the end. kNotOpen, kNoTags.
+  int SeekKey(std::string_view key);
+  // First key at or after the key in index order, comparing only the key's length (a prefix):
+  // kOk when the record it stands on starts with the key, kAfter when it stands on a later
+  // key, kEof past the end.
+  int SeekNear(std::string_view key);
+  // Moves n records in the current order (n < 0 backwards). kOk; kEof: ran off the end (past
+  // the end, no current record); kBof: ran off the start (on the first record). From past the
+  // end, Skip(-1) reaches the last record. kNotOpen.
+  int Skip(long n = 1);
+  int GoTop();     // first record in the current order; kEof for an empty table
+  int GoBottom();  // last record in the current order; kEof for an empty table
+  // Positions on physical record recno (1-based). kOk, kEof when out of range, kNotOpen.
+  int GoTo(long recno);
+  bool Eof() const;        // past the end (or nothing to stand on)
+  long RecordCount() const;  // records in the table, deleted ones included
+  long RecNo() const;      // 1-based physical number of the current record, 0 when none
+  // The key of the buffer in the selected tag ("" in record-number order).
+  std::string CurrentKey() const;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace dbase
