@@ -18,13 +18,7 @@
 
 #include "dbase/Status.h"
 
-#if __has_include("vb/Dates.h")
 #include "vb/Dates.h"
-#else
-namespace vb {
-using Date = double;  // day count from 1899-12-30, the fraction being the time of day
-}
-#endif
 
 namespace dbase {
 
