@@ -1,0 +1,44 @@
+// The application state: program version, folders, branding texts, the site limit, the start date
+// and the local time-zone offset. Filled once by `Main`; afterwards only the settings loader
+// changes it (a DDFPATH key in SETTINGS.INI replaces the data folder).
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "vb/Dates.h"
+
+namespace startup {
+
+// The maker's web host, used in the branding defaults below.
+inline constexpr std::string_view kMakerHost = "www.fenwright.com";
+// The product word. The default e-mail subject keeps it even when the branding renames the title.
+inline constexpr std::string_view kProductWord = "Tallyo";
+// Our own version, as the version block reports it: major "." minor "." revision.
+inline constexpr std::string_view kProgramVersion = "1.0.0";
+
+struct AppState {
+  // major "." minor "." revision, each a plain decimal number.
+  std::string programVersion{kProgramVersion};
+  // The registry application name, always "tallyo".
+  std::string registryAppName = "tallyo";
+  // Where SETTINGS.INI, EXTYPES.INI and the sites file live. Always ends with "/" after start-up.
+  std::string appFolder;
+  // Branding; each may be replaced by the branding key of the registry.
+  std::string appTitle{kProductWord};
+  std::string appDomain{kMakerHost};
+  std::string appOrderPage = std::string(kMakerHost) + "/order.htm";
+  std::string appSupportPage = std::string(kMakerHost) + "/support/supemail.asp";
+  // The data folder: tables, reference texts, errors.log, robots.dat. Ends with "/" after
+  // start-up (a DDFPATH key of SETTINGS.INI is taken as written, though).
+  std::string dataFolder;
+  // The most sites the sites file may define.
+  int16_t maxSites = 150;
+  // Today's date (whole days) as start-up last recorded it.
+  vb::Date startDate = 0;
+  // Minutes to add to UTC to obtain local time, taken once at start-up.
+  int32_t timeZoneOffset = 0;
+};
+
+}  // namespace startup
