@@ -1,0 +1,212 @@
+// The database form F: owner of the nine table controls from InitDatabase to CloseDatabase, and
+// every record operation that the scan performs on the tables: visits, page views (batched),
+// downloads, visitors and referrers, exceptions (batched), the DNS cache and country codes.
+//
+// One F exists per run; it is created by the scan driver and passed by reference. All its
+// operations run on the scan's one thread. Table-engine statuses are never errors: each is kept
+// as the shared last status (LastStatus()), which later code may read. Operations that report
+// failures catch them, write one line to errors.log under their location word and return their
+// default result; nothing here throws to the caller.
+//
+// Visits are handed over as the visit-state record itself (Visit.h), which stays valid until the
+// hit analysis next sweeps its visit table.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "database/RecordHooks.h"
+#include "database/RunTotals.h"
+#include "database/Visit.h"
+#include "dbase/Table.h"
+#include "vb/Dates.h"
+
+namespace startup {
+struct World;
+}
+
+namespace database {
+
+class F {
+ public:
+  // REQUIRES: `world` outlives this F. F reads from it the data folder, the error log, the site
+  // list (names and repeat-visit limits), the exception catalogue and the clock.
+  explicit F(startup::World& world);
+  // Closing the form closes the database (CloseDatabase); nothing it raises escapes.
+  ~F();
+  F(const F&) = delete;
+  F& operator=(const F&) = delete;
+
+  // The counters that F raises but the hit analysis owns. REQUIRES: `hooks` outlives this F.
+  // Until this is called nothing is counted there.
+  void SetHooks(RecordHooks& hooks);
+
+  // The name of the site whose logs are being read; every record written gets it as "Site" and
+  // every key is built with it (not with the name of the visit's own site index). The scan driver
+  // sets it before each site.
+  void SetCurrentSite(std::string_view name);
+  const std::string& CurrentSite() const { return currentSite_; }
+
+  // ---- Lifecycle -------------------------------------------------------------------------------
+
+  // Prepares the nine controls, moves a previous "Visitor" aside as "VISOLD" (its DNS and
+  // friendly-name cache), drops and re-creates the seven tables this utility writes, and opens
+  // them together with "IPCC" and "VISOLD" when present. Returns true when all seven tables were
+  // created and opened (the database-open flag is then set). On false nothing more is reported
+  // than the "CreateDatabase" line that a creation failure writes to errors.log; tables created
+  // before a failure stay on disk.
+  bool InitDatabase();
+  // True when the database is open; otherwise the result of InitDatabase (a complete rebuild).
+  bool DatabaseReady();
+  // When open: writes buffered changes of "Referrers", "Visitor", "Visits", "Exceptions" and
+  // "Pages", in that order. Does nothing when closed.
+  void FlushDatabase();
+  // When open: writes the page and exception caches, closes all nine tables, deletes "VISOLD",
+  // clears the open flag. Does nothing when closed, so a second call is harmless.
+  void CloseDatabase();
+
+  // ---- Shared state ----------------------------------------------------------------------------
+
+  bool DatabaseOpen() const { return open_; }
+  bool CountryTableAvailable() const { return countryTable_; }
+  bool OldVisitorTableOpen() const { return oldVisitorTable_; }
+  // The status of the latest table-engine operation that returned one (0 = success/found).
+  int LastStatus() const { return lastStatus_; }
+  // For code outside F that writes through F's controls (the day summaries on VADAY).
+  void SetLastStatus(int status) { lastStatus_ = status; }
+  RunTotals& Totals() { return totals_; }
+  const RunTotals& Totals() const { return totals_; }
+
+  // ---- Visit, page and download records --------------------------------------------------------
+
+  // The visit's first hit: appends its "Visits" record (referrer shortened to scheme://host,
+  // "Active" = "Y", "PagesSeen" = 1, "FirstPage" = "LastPage" = entryPage) and caches its first
+  // page from the visit state. REQUIRES: the database is open.
+  void AddVisitToDatabase(const Visit& visit, std::string_view entryPage);
+  // Caches one page view of the visit. The cache holds up to 5,000 pages; the call that would
+  // take the 5,000th writes the batch instead and its own page is not recorded (kept on purpose:
+  // the files the product reads were always written this way).
+  void AddPageToDatabase(const Visit& visit);
+  // Appends the cached pages to "Pages" and restarts the cache. Failures are logged under
+  // "Btree.WritePageCache".
+  void WritePageCache();
+  // Counts a download for the visit's site and appends its "Downloads" record; "Download" is the
+  // current page reduced to its file name (after the last "/", then after the last "\").
+  void AddDownload(const Visit& visit);
+  // The visit ended: updates its "Visits" record ("LastPage", "PagesSeen", "MinsOn", "Active" =
+  // "N", "HackRaised", "Flags"). A visit without a record is left alone.
+  void UpdateVisitInDatabase(const Visit& visit);
+
+  // ---- Visitor records, friendly names, hack counts ---------------------------------------------
+
+  // A visit starts (or its host name was resolved): creates or updates the "Visitor" record of
+  // the visit's IP for the current site, numbers the visit (visit.visitNumber := the visitor's
+  // "Visits"), copies the friendly name and first-visit time into the visit, raises exception 133
+  // for a repeat visitor at or above the site's return limit (spiders never), and unless
+  // dontUpdateReferrer counts the visit for its referrer in "Referrers".
+  void UpdateVisitor(Visit& visit, bool dontUpdateReferrer = false);
+  // One more hack attempt for the visitor of the visit at the current site: "HackCount" + 1,
+  // also stored in visit.hackCount. A visitor without a record is not counted. Failures are
+  // logged under "F.UpdateHackCount".
+  void UpdateHackCount(Visit& visit);
+  // Sets the friendly name of `ip` in every site's "Visitor" record that exists. Opens the
+  // database first when it is closed (DatabaseReady). Failures: "Btree.ChangeFriendlyName".
+  void ChangeFriendlyName(std::string_view ip, std::string_view newName);
+  // The friendly name of `ip` (first record of that IP in "Visitor"), or empty. Failures:
+  // "Btree.GetFriendlyName".
+  std::string GetFriendlyName(std::string_view ip);
+
+  // ---- Exception records -----------------------------------------------------------------------
+
+  // Records exception `exNumber` for site `logNo` (one-based) at `logDate` (0 = now). Returns
+  // false, recording and counting nothing, when the catalogue has no such number or its entry is
+  // switched off. Without `value` the catalogue's default value is used. `ip` and `visitNo` (0 =
+  // none) go into the record and the message text. Records are cached and appended in batches of
+  // 5,001 (the last entry of a full batch is always blank: kept, the product's files were always
+  // written so). "VisitNo" is stored as plain decimal text.
+  bool AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
+                    std::optional<std::string_view> value = std::nullopt, std::string_view ip = {},
+                    int32_t visitNo = 0);
+  // The message text composed by the latest successful AddException (template with "[value]"
+  // filled, " DNS: " ip, " Visit No: " number). Not stored in the database.
+  const std::string& LastExceptionText() const { return exceptionText_; }
+
+  // ---- DNS cache and country codes -------------------------------------------------------------
+
+  // The known host name of `ip`: from a one-entry memory, else from "Visitor", else from "VISOLD".
+  // Empty when unknown or when the stored name is the bare IP: the caller then resolves it and
+  // calls UpdateDNS. When `visit` is given its friendly name is set from the record found.
+  // Failures: "Btree.LookupDNS".
+  std::string LookupDNS(std::string_view ip, Visit* visit = nullptr);
+  // Writes `dns` into every "Visitor" record of `ip` (all sites). Failures: "Btree.UpdateDNS".
+  void UpdateDNS(std::string_view ip, std::string_view dns);
+  // The country code of the nearest "IPCC" range record for a dotted IPv4 `ip` (trailing blanks
+  // removed), or empty. REQUIRES: CountryTableAvailable(). An address with fewer than four parts,
+  // or a part that is not a number, is logged under "F.LookupCountryCode" and gives empty.
+  std::string LookupCountryCode(std::string_view ip);
+
+  // ---- The table controls (the daily summaries write "DaySum" through VADAY) -------------------
+
+  dbase::Table VAVISITS;  // "Visits"
+  dbase::Table VAVIS;     // "Visitor"
+  dbase::Table VAREF;     // "Referrers"
+  dbase::Table VAEXP;     // "Exceptions"
+  dbase::Table VAPG;      // "Pages"
+  dbase::Table VADL;      // "Downloads"
+  dbase::Table VADAY;     // "DaySum"
+  dbase::Table IPCC;      // "IPCC", read only, opened when present
+  dbase::Table VAOLD;     // "VISOLD", the previous "Visitor", read only, opened when present
+
+  // Capacity of the page and exception caches (entries 0..5000).
+  static constexpr int kCacheEntries = 5001;
+
+ private:
+  struct PageEntry;
+  struct ExceptionEntry;
+  struct Fields;
+
+  bool CreateDatabase();
+  void WriteEXCCache();
+  void ResolveFields();
+  void CachePage(const Visit& visit);
+  void LogFailure(const char* location, const std::exception& e);
+
+  startup::World& world_;
+  RecordHooks defaultHooks_;
+  RecordHooks* hooks_ = &defaultHooks_;
+
+  std::string currentSite_;
+  std::array<char, 20> siteKey_{};  // current site name, left-aligned in 20, blank-padded
+
+  bool open_ = false;
+  bool countryTable_ = false;
+  bool oldVisitorTable_ = false;
+  int lastStatus_ = 0;
+  int engineHandle_ = 0;
+  RunTotals totals_;
+
+  // Page cache and exception cache: fixed arrays, filled without allocating.
+  std::unique_ptr<PageEntry[]> pages_;
+  int pageCount_ = 0;
+  std::unique_ptr<ExceptionEntry[]> exceptions_;
+  int exceptionCount_ = 0;
+  std::string exceptionText_;
+
+  std::unique_ptr<Fields> fields_;  // field indexes, resolved once at open
+
+  // One-entry DNS memory: the last IP answered, its host name and friendly name.
+  std::string memoIp_;
+  std::string memoHost_;
+  std::string memoName_;
+
+  // Reused buffers of the per-hit path.
+  std::string referrer_;
+  std::string key_;
+};
+
+}  // namespace database
