@@ -16,12 +16,15 @@ std::string_view RTrim(std::string_view s);
 std::string UCase(std::string_view s);
 std::string LCase(std::string_view s);
 
-// Position (1-based) of the first `find` in `s`, 0 when absent. An empty `find` gives 1.
+// Position (1-based) of the first `find` in `s`, 0 when absent. An empty `s` gives 0 (even for
+// an empty `find`); an empty `find` in a non-empty `s` gives 1.
 long InStr(std::string_view s, std::string_view find);
-// Same, searching from position `start`. An empty `find` returns `start` when start <= len + 1,
-// else 0. A start past the end gives 0. REQUIRES: start >= 1, else Failure(5).
+// Same, searching from position `start`. An empty `s` gives 0; an empty `find` returns `start`
+// when start <= len + 1, else 0. A start past the end gives 0.
+// REQUIRES: start >= 1, else Failure(5).
 long InStr(long start, std::string_view s, std::string_view find);
-// Position (1-based) of the last `find` in `s`, 0 when absent. An empty `find` gives len(s).
+// Position (1-based) of the last `find` in `s`, 0 when absent (or when `s` is empty). An empty
+// `find` gives len(s).
 long InStrRev(std::string_view s, std::string_view find);
 
 // `length` chars from position `start` (1-based); a negative length means "to the end". A start

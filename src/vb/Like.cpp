@@ -1,0 +1,118 @@
+// Wildcard matching: "*", "?", "#", and bracketed character classes.
+#include "vb/Like.h"
+
+#include <cstddef>
+
+namespace vb {
+namespace {
+
+// Length of the class starting at p[i] == '[' (up to and including "]"), 0 when it is never
+// closed or holds a reversed range. Inside a class every character but "]" is literal; a leading
+// "!" negates; a "-" between two characters makes a range, at either end it is literal.
+size_t ClassLength(std::string_view p, size_t i) {
+  size_t j = i + 1;
+  if (j < p.size() && p[j] == '!') ++j;
+  while (j < p.size() && p[j] != ']') {
+    if (j + 2 < p.size() && p[j + 1] == '-' && p[j + 2] != ']') {
+      if (static_cast<unsigned char>(p[j]) > static_cast<unsigned char>(p[j + 2])) return 0;
+      j += 3;
+    } else {
+      ++j;
+    }
+  }
+  if (j >= p.size()) return 0;
+  return j - i + 1;
+}
+
+// True when c belongs to the class p[i .. i+len) (len from ClassLength).
+bool ClassMatches(std::string_view p, size_t i, size_t len, char c) {
+  size_t j = i + 1;
+  const size_t end = i + len - 1;  // the "]"
+  bool negate = false;
+  if (j < end && p[j] == '!') {
+    negate = true;
+    ++j;
+  }
+  const unsigned char u = static_cast<unsigned char>(c);
+  bool found = false;
+  while (j < end) {
+    if (j + 2 < end && p[j + 1] == '-') {
+      if (u >= static_cast<unsigned char>(p[j]) && u <= static_cast<unsigned char>(p[j + 2])) found = true;
+      j += 3;
+    } else {
+      if (p[j] == c) found = true;
+      ++j;
+    }
+  }
+  return found != negate;
+}
+
+}  // namespace
+
+bool IsValidLikePattern(std::string_view pattern) {
+  for (size_t i = 0; i < pattern.size(); ++i) {
+    if (pattern[i] == '[') {
+      const size_t len = ClassLength(pattern, i);
+      if (len == 0) return false;
+      i += len - 1;
+    }
+  }
+  return true;
+}
+
+bool Like(std::string_view text, std::string_view pattern) {
+  // A malformed pattern is an error for the run-time; here it simply matches nothing, so that a
+  // bad exclusion or mask in a configuration file never stops a scan.
+  if (!IsValidLikePattern(pattern)) return false;
+
+  const size_t n = text.size(), m = pattern.size();
+  size_t t = 0, p = 0;
+  size_t starP = std::string_view::npos, starT = 0;
+  while (t < n) {
+    if (p < m) {
+      const char pc = pattern[p];
+      if (pc == '*') {
+        while (p < m && pattern[p] == '*') ++p;
+        starP = p;
+        starT = t;
+        continue;
+      }
+      if (pc == '[' && p + 1 < m && pattern[p + 1] == ']') {  // "[]" matches the empty string
+        p += 2;
+        continue;
+      }
+      bool ok;
+      size_t step = 1;
+      if (pc == '?') {
+        ok = true;
+      } else if (pc == '#') {
+        ok = text[t] >= '0' && text[t] <= '9';
+      } else if (pc == '[') {
+        step = ClassLength(pattern, p);
+        ok = ClassMatches(pattern, p, step, text[t]);
+      } else {
+        ok = pc == text[t];
+      }
+      if (ok) {
+        p += step;
+        ++t;
+        continue;
+      }
+    }
+    if (starP == std::string_view::npos) return false;
+    p = starP;
+    t = ++starT;
+  }
+  while (p < m) {
+    if (pattern[p] == '*') {
+      ++p;
+    } else if (pattern[p] == '[' && p + 1 < m && pattern[p + 1] == ']') {
+      p += 2;
+    } else {
+      break;
+    }
+  }
+  return p == m;
+}
+
+}  // namespace vb
