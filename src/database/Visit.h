@@ -67,6 +67,10 @@ struct Visit {
   // Reverse DNS resolution.
   int16_t dnsRequest = 0;       // number of the outstanding reverse-DNS request, 0 = none
   bool resolved = false;        // an answer to that request has arrived
+
+  // Once-per-visit alerts of the hit analysis (the hacker alert uses hackRaised above).
+  bool pagesAlertRaised = false;     // alert 131: the visit passed the site's page limit
+  bool durationAlertRaised = false;  // alert 130: the visit lasted longer than the site's limit
 };
 
 }  // namespace database

@@ -1,0 +1,408 @@
+// The hit processing (see HitProcessor.h). ProcessHit follows its numbered steps in order; the
+// steps of a new visit and of a counted page are in OpenVisit and CountPage.
+#include "analysis/HitProcessor.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "analysis/Browser.h"
+#include "analysis/DaySummary.h"
+#include "analysis/Exclusion.h"
+#include "analysis/Spider.h"
+#include "analysis/Sweep.h"
+#include "analysis/Text.h"
+#include "vb/Like.h"
+
+namespace analysis {
+
+using loginput::FieldMap;
+
+namespace {
+
+std::vector<std::string> HostMasksOf(const startup::AppSettings& s) {
+  std::vector<std::string> masks;
+  for (int k = 1; k <= startup::kDnsMaskCount; ++k) {
+    if (s.dnsMasks[static_cast<size_t>(k)].empty()) break;  // an empty slot ends the table
+    masks.push_back(s.dnsMasks[static_cast<size_t>(k)]);
+  }
+  return masks;
+}
+
+void RemoveQuotes(std::string& s) { s.erase(std::remove(s.begin(), s.end(), '"'), s.end()); }
+
+bool Contains(std::string_view s, std::string_view what) {
+  return s.find(what) != std::string_view::npos;
+}
+
+}  // namespace
+
+std::string HitServices::ResolveHost(database::Visit& visit, database::F& f) {
+  const std::string_view address = TrimBlanks(visit.clientAddress);
+  std::string name = f.LookupDNS(address, &visit);
+  if (!name.empty()) {
+    ++cacheHits;
+    return name;
+  }
+  return std::string(address);
+}
+
+HitProcessor::HitProcessor(startup::World& world, database::F& f, HitServices* services)
+    : world_(world),
+      f_(f),
+      services_(services ? services : &defaultServices_),
+      run_(world.siteCount),
+      visits_(HostMasksOf(world.settings)) {
+  f_.SetHooks(run_);
+}
+
+bool HitProcessor::IsPageExtension(std::string_view ext) const {
+  const startup::AppSettings& s = world_.settings;
+  const int count = std::min<int>(s.pageExtensionCount, startup::kMaxPageExtensions);
+  for (int i = 1; i <= count; ++i)
+    if (s.pageExtensions[static_cast<size_t>(i)] == ext) return true;
+  return false;
+}
+
+bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
+                              const LineContext& context, loginput::HitFields& hits) {
+  if (siteIndex < 1 || siteIndex > world_.siteCount) return true;
+  const startup::Site& site = world_.site(siteIndex);
+  SiteRunState& state = run_.Site(siteIndex);
+  const FieldMap& map = context.map;
+  // "Now" for the visits' processed-at times, read from the clock once every 256 hits rather than
+  // per hit: it is a wall-clock stamp, and reading the clock costs a system call.
+  if ((hitCounter_++ & 255) == 0) now_ = world_.clock.Now();
+
+  // 1. Split the line on the site's separator (as far as the map and the zone after the date
+  //    need) and copy the mapped columns into the hit variables.
+  int lastPlace = map.MaxPlace();
+  if (map.Has(loginput::kDate)) lastPlace = std::max(lastPlace, map[loginput::kDate] + 1);
+  fields_.Split(line, context.separator, lastPlace);
+  loginput::FillHitFields(fields_, map, hits);
+
+  // 2.-3. Hit date and time by the site's TYPE.
+  std::optional<std::string_view> dateField, timeField;
+  std::string_view zoneField;
+  if (map.Has(loginput::kDate)) {
+    dateField = fields_[map[loginput::kDate]];
+    zoneField = fields_[map[loginput::kDate] + 1];
+  }
+  if (map.Has(loginput::kTime)) timeField = fields_[map[loginput::kTime]];
+  const vb::Date hitTime =
+      ReadHitTime(run_.clock, site.type, dateField, zoneField, timeField, state.currentHitTime);
+
+  // 4. Day roll-over (one remembered date for the whole run).
+  if (run_.clock.hitDate != run_.currentLogDate) {
+    WriteDaySummary(siteIndex);
+    run_.currentLogDate = run_.clock.hitDate;
+  }
+  // 5. The site's current-hit time.
+  state.currentHitTime = hitTime;
+  // 6. Sweep once the time-out has passed since the site's last sweep.
+  if (vb::DateDiffMinutes(state.lastSweepTime, hitTime) > Timeout()) {
+    ScanToRemove(context.currentFileDate);
+    state.lastSweepTime = hitTime;
+  }
+
+  // 7. The page, adjusted by the site's TYPE.
+  if (!map.Has(loginput::kPage)) return true;
+  std::string& page = hits.page;
+  switch (site.type) {
+    case 2:
+      if (page == "/") page.append(site.homePage);
+      break;
+    case 3:
+      if (size_t q = page.find('?'); q != std::string::npos) {
+        hits.query.assign(page, q + 1);
+        page.resize(q);
+      } else {
+        hits.query.clear();
+      }
+      break;
+    case 5:
+      if (size_t slash = page.rfind('/'); slash != std::string::npos) {
+        hits.referrer.assign(page, 0, slash + 1);
+        page.erase(0, slash + 1);
+      }
+      if (size_t q = page.find('?'); q != std::string::npos) {
+        if (site.includeQuery) hits.query.assign(page, q + 1);
+        page.resize(q);
+      } else {
+        hits.query.clear();
+      }
+      break;
+    default:
+      break;
+  }
+  // A query column, when the log has one, is read after the page (step 9) and so wins.
+  if ((site.type == 3 || site.type == 5) && map.Has(loginput::kQuery))
+    hits.query.assign(fields_[map[loginput::kQuery]]);
+
+  // 8. Page filter on the page-extension list.
+  const size_t dot = page.rfind('.');
+  extension_.clear();
+  if (dot != std::string::npos) {
+    LowerAsciiInto(std::string_view(page).substr(dot + 1), extension_);
+    if (!IsPageExtension(extension_)) return true;  // not a page: not counted at all
+    const std::string_view trimmed = TrimBlanks(page);
+    const size_t lead = trimmed.empty() ? page.size() : static_cast<size_t>(trimmed.data() - page.data());
+    page.resize(lead + trimmed.size());
+    page.erase(0, lead);
+    if (!page.empty() && page.front() == '/') page.erase(0, 1);
+  } else if (page.size() < 2) {
+    return true;
+  }
+
+  // 9. The other columns were read with the page; the agent loses its double quotes.
+  RemoveQuotes(hits.userAgent);
+
+  // 10. Exclusions.
+  if (IsExcludedHit(hits.clientAddress, page, site.exclude, site.excludePages)) return true;
+
+  // 11. The visit of this site and address.
+  int32_t vi = visits_.FindByAddress(siteIndex, hits.clientAddress);
+  // 12. None: a hit that the live monitor already recorded ends here; else visitor grouping.
+  if (vi == 0) {
+    if (hits.clientAddress == site.lastIp && site.lastTime >= hitTime) return true;
+    vi = GetVisitorByGroup(hits.clientAddress);
+  }
+  // 13. Time-out: the visit ends and the hit opens a new one.
+  if (vi != 0 && vb::DateDiffMinutes(visits_[vi].lastHitTime, hitTime) > Timeout()) {
+    visits_[vi].ended = true;
+    RemoveInactive();
+    vi = 0;
+  }
+  // 14.-16. A new visitor.
+  if (vi == 0) {
+    vi = OpenVisit(siteIndex, site, context, hits, hitTime);
+    if (vi == 0) return true;
+  }
+  // 17. (New visits continue here.)
+  // 18.-22. The page hit of the visit.
+  CountPage(vi, siteIndex, site, hits, hitTime);
+  services_->AfterHit();
+  return true;
+}
+
+int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
+                                const LineContext& context, loginput::HitFields& hits,
+                                vb::Date hitTime) {
+  SiteRunState& state = run_.Site(siteIndex);
+  const std::string& page = hits.page;
+  // 15.1 Browser; a log without agents ("-") takes the method as browser code.
+  std::string browser = SelectBrowser(hits.userAgent);
+  if (browser == "-" && !hits.method.empty()) browser = hits.method;
+  // 15.2 The product's own probe is not a visitor.
+  if (browser == "TY") return 0;
+  // 15.3 Spiders, unless the site's logs skip the check.
+  std::string spiderName;
+  if (!context.noSpiderCheck) {
+    const bool robotsTxt = EqualsUpper(page, "ROBOTS.TXT");
+    spiderName = DetectSpider(hits.userAgent, hits.clientAddress, world_.robots);
+    if (spiderName.empty() && robotsTxt) {
+      // A robot that no rule names: learn its address once, and say so.
+      spiderName = "Unknown";
+      startup::RobotList& robots = world_.robots;
+      bool known = false;
+      for (int32_t i = 1; i <= robots.count && static_cast<size_t>(i) < robots.entries.size(); ++i)
+        if (robots.entries[static_cast<size_t>(i)].address == hits.clientAddress) {
+          known = true;
+          break;
+        }
+      if (!known) {
+        robots.Append(hits.clientAddress, hits.userAgent);
+        f_.AddException(siteIndex, 902, hitTime, std::string_view(hits.userAgent),
+                        hits.clientAddress);
+      }
+    }
+    if (!spiderName.empty() && world_.settings.noSpiders) return 0;
+  }
+
+  // 16.1 One more visit, appended to the table.
+  ++run_.totals.visitsOpened;
+  const int32_t vi = visits_.Append(siteIndex, hits.clientAddress);
+  // 16.2 The site's counters.
+  ++state.visitCounter;
+  ++state.visitorsToday;
+  ++state.visitorTotal;
+  // 16.3 The new record.
+  database::Visit& v = visits_[vi];
+  v.startTime = v.lastHitTime = hitTime;
+  v.processedAt = now_;
+  v.visitNumber = state.visitCounter;
+  v.visitorKey = std::to_string(siteIndex);
+  v.visitorKey += ':';
+  v.visitorKey += hits.clientAddress;
+  v.browser = std::move(browser);
+  v.agent = hits.userAgent;
+  v.userName = hits.userName;
+  v.visitorVisits = 1;
+  // 16.4 Spider flag and name.
+  if (!spiderName.empty()) {
+    v.spider = true;
+    v.spiderName = std::move(spiderName);
+    ++state.spidersToday;
+  }
+  // 16.5 The referrer without its double quotes.
+  v.referrer = hits.referrer;
+  RemoveQuotes(v.referrer);
+  // 16.6 Alert definitions, for visitors that are not robots.
+  if (!v.spider) {
+    const int16_t a = services_->MatchAlert(siteIndex, v);
+    if (a > 0 && a <= world_.alertCount) {
+      v.alert = true;
+      v.alertNumber = world_.alert(a).number;
+      ++state.alertsToday;
+    }
+  }
+  // 16.7 Host name and country.
+  visits_.SetHostName(vi, services_->ResolveHost(v, f_));
+  if (f_.CountryTableAvailable()) {
+    v.countryCode = f_.LookupCountryCode(v.clientAddress);
+    v.countryName = world_.tables.LookupCountryName(v.countryCode);
+  }
+  // 16.8 The visitor and visit records.
+  f_.UpdateVisitor(v, false);
+  f_.AddVisitToDatabase(v, page);
+  // 16.9 An agent that gave no browser code at all.
+  if (!v.spider && v.browser.empty() && !v.agent.empty())
+    Raise(siteIndex, 900, hitTime, v, std::string_view(v.agent));
+  return vi;
+}
+
+void HitProcessor::CountPage(int32_t vi, int16_t siteIndex, const startup::Site& site,
+                             loginput::HitFields& hits, vb::Date hitTime) {
+  SiteRunState& state = run_.Site(siteIndex);
+  database::Visit& v = visits_[vi];
+  const std::string& page = hits.page;
+  // 18.1 Any hit keeps the visit alive.
+  v.lastHitTime = hitTime;
+  // 18.2 A reload of the same page is not counted.
+  if (page == v.currentPage) return;
+  // 18.3 Nor a second page in the same second as the last one.
+  if (hitTime == v.lastPageTime) return;
+  // 18.4 A page view.
+  ++state.pageViews;
+  // 18.5 The previous page was viewed for longer than the site's limit.
+  if (v.pageCount > 1 && vb::DateDiffMinutes(v.lastPageTime, hitTime) >= site.pageMinutesLimit)
+    Raise(siteIndex, 134, hitTime, v, std::string_view(v.currentPage));
+  // 18.6 The visit's page fields.
+  v.lastPageTime = hitTime;
+  v.processedAt = now_;
+  v.currentPage = page;
+  v.status = hits.status;
+  v.method = hits.method;
+  if (hits.query.size() > 1) {
+    v.query.assign(1, '?');
+    v.query += hits.query;
+  }
+  ++v.pageCount;
+  v.ended = false;
+  ++run_.totals.pageHits;
+
+  // 19. The server's answer. 400 itself raises nothing: the test is for greater.
+  if (v.status > 400) {
+    if (v.status <= INT16_MAX)
+      Raise(siteIndex, static_cast<int16_t>(v.status), hitTime, v, std::string_view(page));
+    if (v.status == 404) {
+      ++v.notFoundCount;
+      ++v.hackScore;
+      if (v.notFoundCount >= site.limit404) {
+        Raise(siteIndex, 161, hitTime, v, v.notFoundCount);
+        v.notFoundCount = 0;
+      }
+    }
+  }
+  // 20. The file type of the request.
+  const std::string_view ext = extension_;
+  if (ext == "exe" || ext == "dll") {
+    Raise(siteIndex, ext == "exe" ? 150 : 151, hitTime, v, std::string_view(page));
+    f_.AddDownload(v);
+    if (v.status == 404) v.hackScore += 2;
+  } else if (ext == "bat") {
+    Raise(siteIndex, 152, hitTime, v, std::string_view(page));
+  } else if (ext == "vbs") {
+    Raise(siteIndex, 153, hitTime, v, std::string_view(page));
+  } else if (ext == "zip") {
+    f_.AddDownload(v);
+  }
+  // 21. Suspicious requests and visit alerts, in this order.
+  if (Contains(v.currentPage, "../") || Contains(v.currentPage, "..%2F") ||
+      Contains(v.currentPage, ".%5c.")) {
+    Raise(siteIndex, 160, hitTime, v, std::string_view(page));
+    ++v.hackScore;
+  }
+  if (v.method == "PUT") Raise(siteIndex, 162, hitTime, v, std::string_view(page));
+  if (v.pageCount > site.pageLimit && !v.pagesAlertRaised) {
+    Raise(siteIndex, 131, hitTime, v, v.pageCount);
+    v.pagesAlertRaised = true;
+  }
+  if (vb::DateDiffMinutes(v.startTime, v.lastPageTime) > site.visitMinutesLimit &&
+      !v.durationAlertRaised) {
+    Raise(siteIndex, 130, hitTime, v, site.visitMinutesLimit);
+    v.durationAlertRaised = true;
+  }
+  if (v.hackScore > 3 && !v.hackRaised) {
+    Raise(siteIndex, 165, hitTime, v, std::nullopt);
+    f_.UpdateHackCount(v);
+    v.hackRaised = true;
+  }
+  // 22. The page view record.
+  if (state.keepPages) f_.AddPageToDatabase(v);
+}
+
+void HitProcessor::Raise(int16_t siteIndex, int16_t number, vb::Date when,
+                         const database::Visit& v, std::optional<std::string_view> value) {
+  const std::string& who = v.hostName.empty() ? v.clientAddress : v.hostName;
+  f_.AddException(siteIndex, number, when, value, who, v.visitorVisits);
+}
+
+void HitProcessor::Raise(int16_t siteIndex, int16_t number, vb::Date when,
+                         const database::Visit& v, long value) {
+  char text[24];
+  const auto r = std::to_chars(text, text + sizeof text, value);
+  Raise(siteIndex, number, when, v, std::string_view(text, static_cast<size_t>(r.ptr - text)));
+}
+
+void HitProcessor::WriteDaySummary(int16_t siteIndex) {
+  if (siteIndex < 1 || siteIndex > world_.siteCount) return;
+  analysis::WriteDaySummary(f_, world_.errors, world_.site(siteIndex).name, run_.currentLogDate,
+                            run_.Site(siteIndex));
+}
+
+void HitProcessor::EndOfFile(int16_t siteIndex) {
+  if (run_.currentLogDate == kNoDay && run_.clock.hitDate != 0)
+    run_.currentLogDate = run_.clock.hitDate;
+  WriteDaySummary(siteIndex);
+}
+
+void HitProcessor::ScanToRemove(vb::Date fileDate) {
+  analysis::ScanToRemove(visits_, f_, run_, fileDate, Timeout());
+}
+
+void HitProcessor::RemoveInactive() { analysis::RemoveInactive(visits_, f_, run_); }
+
+int32_t HitProcessor::GetVisitorByGroup(std::string_view address) {
+  const std::vector<std::string>& masks = visits_.HostMasks();
+  if (masks.empty()) return 0;
+  // 1. The known host name of the address.
+  const std::string host = f_.LookupDNS(address);
+  if (host.empty()) return 0;
+  // 2. Mask by mask: the first visit whose host name fits the same mask decides.
+  for (size_t k = 0; k < masks.size(); ++k) {
+    if (!vb::Like(host, masks[k])) continue;
+    const int32_t j = visits_.FirstWithHostMask(k);
+    if (j == 0) continue;
+    database::Visit& v = visits_[j];
+    const int64_t idle = vb::DateDiffMinutes(v.lastHitTime, run_.Site(v.siteIndex).currentHitTime);
+    if (idle < Timeout() / 2) {
+      v.groupMask = masks[k];
+      return j;
+    }
+    return 0;
+  }
+  // 3. No mask fits.
+  return 0;
+}
+
+}  // namespace analysis

@@ -1,0 +1,104 @@
+// The hit processing: turns each data line of a site's log into visits, page views, downloads,
+// visitor records, exceptions and daily summaries.
+//
+// One HitProcessor serves one run. It owns the visit table of all sites and the run state (the
+// per-site running counters, the run totals and the remembered date of the day summaries), and
+// hands records to the database form F. Everything runs on the scan's one thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "analysis/HitServices.h"
+#include "analysis/HitTime.h"
+#include "analysis/RunState.h"
+#include "analysis/VisitTable.h"
+#include "database/F.h"
+#include "loginput/FieldMap.h"
+#include "loginput/HitFields.h"
+#include "startup/World.h"
+
+namespace analysis {
+
+// What the log reader knows about the line's site and file.
+struct LineContext {
+  const loginput::FieldMap& map;  // the site's field map
+  char separator = ' ';           // the site's field separator
+  bool noSpiderCheck = false;     // the site's logs skip robot and spider classification
+  vb::Date currentFileDate = 0;   // the site's current file date: the clock of the inactive sweep
+};
+
+class HitProcessor {
+ public:
+  // REQUIRES: `world` (sites loaded) and `f` outlive this object; `services`, when given, too.
+  // Registers the run state as F's counter hooks. The visit table indexes the DNS host masks of
+  // the settings up to the first empty slot.
+  HitProcessor(startup::World& world, database::F& f, HitServices* services = nullptr);
+  HitProcessor(const HitProcessor&) = delete;
+  HitProcessor& operator=(const HitProcessor&) = delete;
+
+  // Processes one data line of site `siteIndex`. `hits` holds the hit fields of the file being
+  // read (cleared by the reader before the first line); a column that the map does not name keeps
+  // the value of the previous hit. Every rejection (a hit that is not a page, an excluded visitor,
+  // a repeat of the same page, the product's own probe, ...) simply ends the call. A site index
+  // outside the site list is ignored. Returns true. Never throws: a failure inside the database
+  // form is that form's to log.
+  bool ProcessHit(std::string_view line, int16_t siteIndex, const LineContext& context,
+                  loginput::HitFields& hits);
+
+  // Writes the daily summary of the site under the remembered date and resets its day counters
+  // (nothing when no hit has set the date yet).
+  void WriteDaySummary(int16_t siteIndex);
+  // After the last line of a log file: when no hit of the file set the remembered date, it takes
+  // the date of the last hit read; then the site's daily summary is written.
+  void EndOfFile(int16_t siteIndex);
+  // The scan driver calls this before each log file: the remembered date goes back to "no day".
+  void StartFile() { run_.currentLogDate = kNoDay; }
+
+  // The inactive-visit sweep (see Sweep.h), against `fileDate`, with the run's time-out.
+  void ScanToRemove(vb::Date fileDate);
+  // Writes out every visit whose ended flag is set and drops it from the table.
+  void RemoveInactive();
+
+  // Visitor grouping: the index of an open visit that a hit from `address` continues because
+  // the address's known host name and the visit's host name fit the same DNS host mask, or 0.
+  // Only the first visit that fits a mask is looked at: it is continued (and the mask recorded in
+  // it) when it has been idle less than half the time-out, measured to its own site's current-hit
+  // time; otherwise the search ends with 0.
+  int32_t GetVisitorByGroup(std::string_view address);
+
+  VisitTable& Visits() { return visits_; }
+  RunState& Run() { return run_; }
+  const RunState& Run() const { return run_; }
+  const HitClock& Clock() const { return run_.clock; }
+
+ private:
+  // Steps 15 to 16: classify and open a new visit. Returns 0 when the hit is dropped.
+  int32_t OpenVisit(int16_t siteIndex, const startup::Site& site, const LineContext& context,
+                    loginput::HitFields& hits, vb::Date hitTime);
+  // Steps 18 to 22 for visit `vi`.
+  void CountPage(int32_t vi, int16_t siteIndex, const startup::Site& site,
+                 loginput::HitFields& hits, vb::Date hitTime);
+  bool IsPageExtension(std::string_view lowerExtension) const;
+  void Raise(int16_t siteIndex, int16_t number, vb::Date when, const database::Visit& v,
+             std::optional<std::string_view> value);
+  void Raise(int16_t siteIndex, int16_t number, vb::Date when, const database::Visit& v,
+             long value);
+  int32_t Timeout() const { return world_.settings.inactivityMins; }
+
+  startup::World& world_;
+  database::F& f_;
+  HitServices defaultServices_;
+  HitServices* services_;
+  RunState run_;
+  VisitTable visits_;
+
+  // Reused per hit, so that the steady state allocates nothing.
+  loginput::SplitFields fields_;
+  std::string extension_;
+  vb::Date now_ = 0;
+  uint32_t hitCounter_ = 0;
+};
+
+}  // namespace analysis

@@ -1,0 +1,37 @@
+// The services of the neighbouring analysis parts that the hit processing calls when it opens a
+// visit: alert matching and host-name resolution. The defaults here do what those parts do when
+// there is nothing to do: no alert definition matches, and the host name comes from the DNS cache
+// of the database, else it is the address itself (no reverse look-up is made).
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "database/F.h"
+#include "database/Visit.h"
+
+namespace analysis {
+
+class HitServices {
+ public:
+  virtual ~HitServices() = default;
+
+  // The one-based index, in the whole alert list, of the first enabled alert definition of
+  // `siteIndex` that matches the newly opened `visit`, or 0. Default: 0.
+  virtual int16_t MatchAlert(int16_t siteIndex, const database::Visit& visit) { return 0; }
+
+  // The host name to store for the newly opened `visit` (its client address is set). May start a
+  // reverse look-up whose answer arrives later. Default: the name the DNS cache of `f` knows for
+  // the address (also setting the visit's friendly name from it), else the address trimmed of
+  // blanks. Never throws.
+  virtual std::string ResolveHost(database::Visit& visit, database::F& f);
+
+  // Called once for every hit after it was handed to the database, so that a resolver can
+  // deliver its answers; default: nothing.
+  virtual void AfterHit() {}
+
+  // Times a host name was answered from the DNS cache (end-of-run statistics).
+  int32_t cacheHits = 0;
+};
+
+}  // namespace analysis

@@ -1,0 +1,20 @@
+// Spider detection: names the search engine or robot behind a hit from its user agent and client
+// address, using the robot list learnt from "robots.txt" requests.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "startup/RobotList.h"
+
+namespace analysis {
+
+// The engine name of the first rule whose word occurs in the upper-cased agent (e.g. "GOOGLE"
+// gives "Google"); the agent itself for the generic words "ROBOT", "SPIDER", "CRAWLER"; "All
+// Others" for a few known crawler words; else, for an agent of 2 or more characters, "Auto
+// Detected" when a robot-list entry has the same address or its stored agent occurs in the
+// upper-cased agent; else "". Named engines come before the generic words. Never fails.
+std::string DetectSpider(std::string_view agent, std::string_view address,
+                         const startup::RobotList& robots);
+
+}  // namespace analysis
