@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <string>
 
 #include "vb/Failure.h"
 
@@ -29,24 +28,68 @@ double RadixValue(uint64_t v) {
   return static_cast<int32_t>(static_cast<uint32_t>(v));
 }
 
-// Turns a cleaned decimal text ("-12.5E3", digits only, no blanks) into a double without any
-// dependence on the C locale. Out of range: +-infinity for too large, 0 for too small.
-double ParseClean(const std::string& clean, long decimalExponentEstimate) {
-  double v = 0;
-  auto [ptr, ec] = std::from_chars(clean.data(), clean.data() + clean.size(), v,
-                                   std::chars_format::general);
-  (void)ptr;
-  if (ec == std::errc::result_out_of_range) {
-    const bool negative = !clean.empty() && clean[0] == '-';
-    if (decimalExponentEstimate > 0) {
-      return negative ? -std::numeric_limits<double>::infinity()
-                      : std::numeric_limits<double>::infinity();
+// A decimal number collected digit by digit into a fixed buffer (no allocation), then converted
+// without any dependence on the C locale. Only the first kMaxDigits significant digits are kept,
+// which is far beyond a double's precision; dropped integer digits still count in the exponent.
+class NumberBuilder {
+ public:
+  void Negative() { negative_ = true; }
+  void IntDigit(char c) {
+    any_ = true;
+    if (c == '0' && digits_ == 0) return;  // leading zeros carry nothing
+    if (digits_ < kMaxDigits) {
+      mantissa_[digits_++] = c;
+    } else {
+      ++exponent_;
     }
-    return negative ? -0.0 : 0.0;
   }
-  if (ec != std::errc()) return 0;
-  return v;
-}
+  void FracDigit(char c) {
+    any_ = true;
+    if (c == '0' && digits_ == 0) {
+      --exponent_;  // 0.05: the zero only moves the point
+      return;
+    }
+    if (digits_ < kMaxDigits) {
+      mantissa_[digits_++] = c;
+      --exponent_;
+    }
+  }
+  void Exponent(long e) { explicitExponent_ = e; }
+  bool Any() const { return any_; }
+
+  // The value; +-infinity when too large for a double, 0 when too small.
+  double Value() const {
+    if (digits_ == 0) return negative_ ? -0.0 : 0.0;
+    const long exp = exponent_ + explicitExponent_;
+    // Magnitude check first: the value lies in [10^(exp+digits-1), 10^(exp+digits)).
+    const long magnitude = exp + digits_;
+    if (magnitude > 400) return negative_ ? -kInf : kInf;
+    if (magnitude < -400) return negative_ ? -0.0 : 0.0;
+    char text[kMaxDigits + 16];
+    int n = 0;
+    for (int i = 0; i < digits_; ++i) text[n++] = mantissa_[i];
+    text[n++] = 'e';
+    const auto [end, ec0] = std::to_chars(text + n, text + sizeof text, exp);
+    (void)ec0;
+    n = static_cast<int>(end - text);
+    double v = 0;
+    const auto [ptr, ec] = std::from_chars(text, text + n, v, std::chars_format::scientific);
+    (void)ptr;
+    if (ec == std::errc::result_out_of_range) v = magnitude > 0 ? kInf : 0.0;
+    else if (ec != std::errc()) v = 0;
+    return negative_ ? -v : v;
+  }
+
+ private:
+  static constexpr int kMaxDigits = 40;
+  static constexpr double kInf = std::numeric_limits<double>::infinity();
+  char mantissa_[kMaxDigits];
+  int digits_ = 0;
+  long exponent_ = 0;
+  long explicitExponent_ = 0;
+  bool negative_ = false;
+  bool any_ = false;
+};
 
 // The strict number grammar shared by CDbl and IsNumeric. Returns false for text that is not a
 // number; `value` may be infinite when the number is too large for a double.
@@ -76,46 +119,32 @@ bool ParseStrict(std::string_view s, double& value) {
     return true;
   }
 
-  std::string clean;
-  clean.reserve(s.size());
+  NumberBuilder num;
   size_t i = 0;
   if (s[i] == '+' || s[i] == '-') {
-    if (s[i] == '-') clean.push_back('-');
+    if (s[i] == '-') num.Negative();
     ++i;
   }
-  long intDigits = 0, mantissaDigits = 0;
-  while (i < s.size() && IsDigit(s[i])) {
-    clean.push_back(s[i++]);
-    ++intDigits;
-    ++mantissaDigits;
-  }
+  while (i < s.size() && IsDigit(s[i])) num.IntDigit(s[i++]);
   if (i < s.size() && s[i] == '.') {
-    clean.push_back('.');
     ++i;
-    while (i < s.size() && IsDigit(s[i])) {
-      clean.push_back(s[i++]);
-      ++mantissaDigits;
-    }
+    while (i < s.size() && IsDigit(s[i])) num.FracDigit(s[i++]);
   }
-  if (mantissaDigits == 0) return false;
-  long exponent = 0;
+  if (!num.Any()) return false;
   if (i < s.size() && (s[i] == 'E' || s[i] == 'e' || s[i] == 'D' || s[i] == 'd')) {
-    clean.push_back('e');
     ++i;
     bool negativeExp = false;
-    if (i < s.size() && (s[i] == '+' || s[i] == '-')) {
-      negativeExp = s[i] == '-';
-      clean.push_back(s[i++]);
-    }
+    if (i < s.size() && (s[i] == '+' || s[i] == '-')) negativeExp = s[i++] == '-';
     if (i >= s.size() || !IsDigit(s[i])) return false;
+    long exponent = 0;
     while (i < s.size() && IsDigit(s[i])) {
       if (exponent < 100000) exponent = exponent * 10 + (s[i] - '0');
-      clean.push_back(s[i++]);
+      ++i;
     }
-    if (negativeExp) exponent = -exponent;
+    num.Exponent(negativeExp ? -exponent : exponent);
   }
   if (i != s.size()) return false;
-  value = ParseClean(clean, exponent + intDigits);
+  value = num.Value();
   return true;
 }
 
@@ -152,33 +181,28 @@ double Val(std::string_view s) {
     return RadixValue(v);
   }
 
-  std::string clean;
+  NumberBuilder num;
   if (s[i] == '+' || s[i] == '-') {
-    if (s[i] == '-') clean.push_back('-');
+    if (s[i] == '-') num.Negative();
     ++i;
   }
-  long intDigits = 0, mantissaDigits = 0;
   bool seenPoint = false;
   for (;;) {
     skip();
     if (i >= n) break;
     if (IsDigit(s[i])) {
-      clean.push_back(s[i]);
-      ++mantissaDigits;
-      if (!seenPoint) ++intDigits;
+      if (seenPoint) num.FracDigit(s[i]);
+      else num.IntDigit(s[i]);
     } else if (s[i] == '.' && !seenPoint) {
       seenPoint = true;
-      clean.push_back('.');
     } else {
       break;
     }
     ++i;
   }
-  if (mantissaDigits == 0) return 0;
+  if (!num.Any()) return 0;
 
-  long exponent = 0;
   if (i < n && (s[i] == 'E' || s[i] == 'e' || s[i] == 'D' || s[i] == 'd')) {
-    size_t save = i;
     ++i;
     skip();
     bool negativeExp = false;
@@ -186,26 +210,19 @@ double Val(std::string_view s) {
       negativeExp = s[i] == '-';
       ++i;
     }
-    std::string digits;
+    long exponent = 0;
+    bool anyDigit = false;
     for (;;) {
       skip();
       if (i >= n || !IsDigit(s[i])) break;
-      digits.push_back(s[i]);
+      anyDigit = true;
       if (exponent < 100000) exponent = exponent * 10 + (s[i] - '0');
       ++i;
     }
-    if (digits.empty()) {
-      i = save;  // a bare "E" is not an exponent: the number ends before it
-      exponent = 0;
-    } else {
-      clean.push_back('e');
-      if (negativeExp) clean.push_back('-');
-      clean += digits;
-      if (negativeExp) exponent = -exponent;
-    }
+    // A bare "E" is not an exponent: the number ends before it.
+    if (anyDigit) num.Exponent(negativeExp ? -exponent : exponent);
   }
-  if (clean == "-" || clean == "." || clean == "-.") return 0;
-  return ParseClean(clean, exponent + intDigits);
+  return num.Value();
 }
 
 bool IsNumeric(std::string_view s) {

@@ -328,12 +328,19 @@ bool TryCDate(std::string_view text, Date& out) {
   const std::string_view s = text.substr(b, e - b);
   if (s.empty()) return false;
 
-  // The time part starts at the number in front of the first ":".
-  const size_t colon = s.find(':');
+  // The time part starts at the hour (one or two digits) in front of the first ":" that has one;
+  // a year in front of a ":" ("16/Nov/2026:10:00:00") belongs to the date.
+  size_t colon = s.find(':');
   if (colon == std::string_view::npos) return ParseDateText(s, out);
-  size_t timeStart = colon;
-  while (timeStart > 0 && Digit(s[timeStart - 1])) --timeStart;
-  if (timeStart == colon) return false;
+  size_t timeStart;
+  for (;;) {
+    timeStart = colon;
+    while (timeStart > 0 && Digit(s[timeStart - 1])) --timeStart;
+    if (timeStart == colon) return false;
+    if (colon - timeStart <= 2) break;
+    colon = s.find(':', colon + 1);
+    if (colon == std::string_view::npos) return false;
+  }
   Date time;
   if (!ParseTimeText(s.substr(timeStart), time)) return false;
   std::string_view datePart = s.substr(0, timeStart);
