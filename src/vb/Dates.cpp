@@ -41,7 +41,9 @@ struct DaySecond {
 };
 
 DaySecond ToDaySecond(Date d) {
-  if (!std::isfinite(d)) return {0, 0};
+  // Far outside the calendar (years 100..9999 are about +-3 million days) a value is garbage;
+  // it reads as the epoch rather than overflowing the integer arithmetic.
+  if (!std::isfinite(d) || std::fabs(d) > 1e8) return {0, 0};
   const double whole = std::trunc(d);
   const double frac = std::fabs(d - whole);
   int64_t day = static_cast<int64_t>(whole);

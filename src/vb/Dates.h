@@ -25,6 +25,8 @@ struct DateParts {
 };
 
 // The calendar parts of `d`, rounded to the nearest second first (so 23:59:59.6 is the next day).
+// Before the epoch the fraction is the time of day (-1.25 is 1899-12-29 06:00), as the run-time
+// reads such dates. NaN, infinities and values beyond +-1e8 days read as the epoch, 1899-12-30.
 DateParts Split(Date d);
 int Year(Date d);
 int Month(Date d);

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdio>
+
 #include "vb/Failure.h"
 
 namespace vb {
@@ -69,6 +72,9 @@ TEST(Dates, SplitRoundsToTheNearestSecond) {
   EXPECT_EQ(Weekday(DateSerial(2026, 11, 16)), 2);  // a Monday
   EXPECT_EQ(Weekday(0), 7);                          // 1899-12-30, a Saturday
   EXPECT_EQ(Weekday(DateSerial(2026, 11, 15) + 0.99), 1);
+  // Garbage values read as the epoch instead of overflowing.
+  EXPECT_TRUE(SameParts(Split(1e300), 1899, 12, 30, 0, 0, 0));
+  EXPECT_TRUE(SameParts(Split(NAN), 1899, 12, 30, 0, 0, 0));
 }
 
 TEST(Dates, DateDiffMinutesCountsBoundariesWithoutFloatingPointSlips) {

@@ -28,10 +28,11 @@ std::string FormatNumber(double x, std::string_view fmt);
 void FormatTimeTo(Date d, char out[8]);
 // Writes "yyyymmdd" of `d` (rounded to the second) into out[0..7]. No terminator.
 void FormatYmdTo(Date d, char out[8]);
-// Writes `v` zero-padded into exactly `width` chars of out (no terminator). When the number needs
-// more digits than `width` (the run-time would then show all of them), the LOW-order `width` digits
-// are written so the caller's fixed-width field is never overrun; callers that need the full text
-// use FormatNumber. A negative value takes one char for "-". REQUIRES: width >= 1.
+// Writes `v` zero-padded into exactly `width` chars of out (no terminator): the text of
+// FormatNumber(v, "000...") with `width` zeros. When that text is longer (a value that needs more
+// digits, or "-" in front of a negative value) the first `width` chars are written, which is what a
+// character field of that width keeps of the longer text; callers that need the full text use
+// FormatNumber. REQUIRES: width >= 1.
 void FormatZeroPadTo(long v, int width, char* out);
 
 // Str: a leading blank for non-negative numbers, "-" otherwise; no "0" before the decimal point
