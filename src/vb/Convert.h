@@ -9,7 +9,8 @@ namespace vb {
 
 // The leading numeric part of `s`: blanks, tabs and line feeds anywhere are skipped ("1 2" -> 12),
 // an optional sign, digits with one decimal point, an exponent with E or D; "&H"/"&O" give hex and
-// octal. Empty or non-numeric text gives 0. Never throws.
+// octal. Empty or non-numeric text gives 0. Never throws: a number too large for a double gives
+// +-infinity, so that a following CInt/CLng fails with "Overflow" as the run-time would.
 double Val(std::string_view s);
 
 // True when CDbl(s) would succeed.

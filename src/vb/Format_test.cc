@@ -16,6 +16,7 @@ TEST(FormatDate, WritesTheFormsUsedForRecordsAndLogs) {
   EXPECT_EQ(FormatDate(d, "dd/mm/yyyy"), "06/11/2026");
   EXPECT_EQ(FormatDate(d, "dd/mm/yyyy hh:mm:ss"), "06/11/2026 02:03:04");
   EXPECT_EQ(FormatDate(d, "yyyy-mm-dd"), "2026-11-06");
+  EXPECT_EQ(FormatDate(d, "yyyy-mm-dd hh:mm:ss"), "2026-11-06 02:03:04");
   EXPECT_EQ(FormatDate(d, "d mmm yy"), "6 Nov 26");
   EXPECT_EQ(FormatDate(d, "dddd, mmmm d"), "Friday, November 6");
   EXPECT_EQ(FormatDate(d, "h:nn AM/PM"), "2:03 AM");
