@@ -1,0 +1,20 @@
+// The counting stand-in for the hit processing, and the run state's abort of an unpacking.
+#include "loginput/RunState.h"
+#include "loginput/ScanHooks.h"
+#include "platform/Zip.h"
+
+namespace loginput {
+
+void CountingHits::ProcessHit(std::string_view line, int siteIndex) {
+  ++hits;
+  SiteReadState& site = run_.Site(siteIndex);
+  fields_.Split(line, site.separator, site.map.MaxPlace());
+  FillHitFields(fields_, site.map, run_.hits);
+  if (site.map.Has(kPage) && !fields_[site.map[kPage]].empty()) ++hitsWithPage;
+}
+
+void RunState::AbortUnzip() {
+  if (unzipping && activeZip_) activeZip_->Abort();
+}
+
+}  // namespace loginput

@@ -1,0 +1,174 @@
+// Field maps, hit fields and the search-phrase cleaner.
+#include <gtest/gtest.h>
+
+#include "loginput/FieldMap.h"
+#include "loginput/HitFields.h"
+#include "loginput/SearchPhrase.h"
+
+namespace loginput {
+namespace {
+
+TEST(FieldMap, W3cDirectiveMapsNamedColumnsInAnyCase) {
+  FieldMap map;
+  bool dateFlag = false;
+  ApplyFieldsDirective(map,
+                       0,
+                       "date time c-ip cs-username X-UNKNOWN cs-method cs-uri-stem cs-uri-query "
+                       "sc-status sc-bytes cs(User-Agent) cs(Referer)",
+                       dateFlag);
+  EXPECT_TRUE(dateFlag);
+  EXPECT_EQ(map[kDate], 0);
+  EXPECT_EQ(map[kTime], 1);
+  EXPECT_EQ(map[kClientAddress], 2);
+  EXPECT_EQ(map[kUserName], 3);
+  EXPECT_EQ(map[kMethod], 5);  // the unknown name still took place 4
+  EXPECT_EQ(map[kPage], 6);
+  EXPECT_EQ(map[kStatus], 8);
+  EXPECT_EQ(map[kBytesSent], 9);
+  EXPECT_EQ(map[kUserAgent], 10);
+  EXPECT_EQ(map[kReferrer], 11);
+  EXPECT_EQ(map[kCookie], kAbsent);
+  EXPECT_EQ(map[kComputerName], kAbsent);
+  EXPECT_EQ(map.MaxPlace(), 11);
+
+  // Without "CS(REFERER)" the referrer is absent, and a map without DATE leaves the flag alone.
+  bool noDate = false;
+  ApplyFieldsDirective(map, 0, "TIME C-IP CS-URI-STEM", noDate);
+  EXPECT_FALSE(noDate);
+  EXPECT_EQ(map[kReferrer], kAbsent);
+  EXPECT_EQ(map[kDate], kAbsent);
+  EXPECT_EQ(map[kPage], 2);
+}
+
+TEST(FieldMap, EveryBlankOrTabTakesAPlace) {
+  FieldMap map;
+  bool flag = false;
+  // Two blanks between DATE and TIME, a TAB before C-IP, a leading blank: each gives an empty item.
+  ApplyFieldsDirective(map, 0, " DATE  TIME\tC-IP CS-URI-STEM", flag);
+  EXPECT_EQ(map[kDate], 1);
+  EXPECT_EQ(map[kTime], 3);
+  EXPECT_EQ(map[kClientAddress], 4);
+  EXPECT_EQ(map[kPage], 5);
+  // A later duplicate wins.
+  ApplyFieldsDirective(map, 0, "C-IP DATE C-IP", flag);
+  EXPECT_EQ(map[kClientAddress], 2);
+}
+
+TEST(FieldMap, Type5And4UseTheirOwnNamesWithTheirCrossings) {
+  FieldMap map;
+  bool flag = false;
+  ApplyFieldsDirective(map, 5, "DATE TIME R-HOST C-IP CS-URI C-AGENT CS-URI-STEM CS(REFERER)", flag);
+  EXPECT_EQ(map[kClientAddress], 3);  // R-HOST consumed place 2 and maps to nothing
+  EXPECT_EQ(map[kPage], 4);           // CS-URI, not CS-URI-STEM
+  EXPECT_EQ(map[kUserAgent], 5);
+  EXPECT_EQ(map[kReferrer], kAbsent);  // no referrer name for this layout
+
+  ApplyFieldsDirective(map, 4, "date time dst-ip action protocol size tcpwin dst-port c-ip", flag);
+  EXPECT_EQ(map[kClientAddress], 2);
+  EXPECT_EQ(map[kPage], 3);
+  EXPECT_EQ(map[kUserAgent], 4);  // the protocol column
+  EXPECT_EQ(map[kBytesSent], 5);  // the size column
+  EXPECT_EQ(map[kSystemStatus], 6);
+  EXPECT_EQ(map[kServerPort], 7);
+  EXPECT_EQ(map.MaxPlace(), 7);  // C-IP is no name of this layout
+}
+
+TEST(FieldMap, FixedLayoutSiteLosesItsPresetOnAFieldsLine) {
+  for (int16_t type : {1, 2, 3, 6}) {
+    FieldMap map;
+    PresetMapA(map);
+    bool flag = false;
+    ApplyFieldsDirective(map, type, "DATE TIME C-IP CS-URI-STEM", flag);
+    EXPECT_EQ(map.MaxPlace(), -1) << "type " << type;
+    EXPECT_FALSE(flag);
+  }
+}
+
+TEST(FieldMap, PresetsPlaceTheirColumnsAndCAndDKeepSiteNameAndQuery) {
+  FieldMap map;
+  map[kSiteName] = 7;
+  map[kQuery] = 8;
+  map[kCookie] = 9;
+  PresetMapC(map);
+  EXPECT_EQ(map[kSiteName], 7);
+  EXPECT_EQ(map[kQuery], 8);
+  EXPECT_EQ(map[kCookie], kAbsent);
+  EXPECT_EQ(map[kPage], 18);
+  EXPECT_EQ(map[kSystemStatus], 21);
+  PresetMapD(map);
+  EXPECT_EQ(map[kSiteName], 7);
+  EXPECT_EQ(map[kClientAddress], 5);
+  EXPECT_EQ(map[kBytesReceived], 8);
+
+  PresetMapB(map);  // B (like A) replaces every slot
+  EXPECT_EQ(map[kSiteName], kAbsent);
+  EXPECT_EQ(map[kTime], kAbsent);
+  EXPECT_EQ(map[kDate], 3);
+  EXPECT_EQ(map[kUserAgent], 11);
+  PresetMapA(map);
+  EXPECT_EQ(map[kPage], 13);
+  EXPECT_EQ(map[kSystemStatus], 10);
+  EXPECT_EQ(map[kReferrer], kAbsent);
+}
+
+TEST(HitFields, FillingKeepsAbsentColumnsAndEmptiesMissingOnes) {
+  HitFields hits;
+  ClearHitFields(hits);
+  EXPECT_EQ(hits.computerName, "2");
+  EXPECT_EQ(hits.page, "");
+
+  FieldMap map;
+  bool flag = false;
+  ApplyFieldsDirective(map, 0, "DATE C-IP CS-URI-STEM SC-STATUS CS(REFERER)", flag);
+  SplitFields fields;
+  fields.Split("2002-05-24 10.0.0.1 /a.htm 404 http://x/", ' ', map.MaxPlace());
+  FillHitFields(fields, map, hits);
+  EXPECT_EQ(hits.clientAddress, "10.0.0.1");
+  EXPECT_EQ(hits.page, "/a.htm");
+  EXPECT_EQ(hits.status, 404);
+  EXPECT_EQ(hits.referrer, "http://x/");
+  hits.userAgent = "from an earlier hit";
+
+  // A shorter line: the missing places give "" and 0; the unmapped agent keeps its value.
+  fields.Split("2002-05-24 10.0.0.2", ' ', map.MaxPlace());
+  FillHitFields(fields, map, hits);
+  EXPECT_EQ(hits.clientAddress, "10.0.0.2");
+  EXPECT_EQ(hits.page, "");
+  EXPECT_EQ(hits.status, 0);
+  EXPECT_EQ(hits.referrer, "");
+  EXPECT_EQ(hits.userAgent, "from an earlier hit");
+
+  // Consecutive separators give empty fields; an empty line gives none.
+  fields.Split("a,,c", ',', 5);
+  EXPECT_EQ(fields.Count(), 3);
+  EXPECT_EQ(fields[1], "");
+  EXPECT_EQ(fields[2], "c");
+  fields.Split("", ' ', 5);
+  EXPECT_EQ(fields.Count(), 0);
+  EXPECT_EQ(fields[0], "");
+
+  ClearHitFields(hits);
+  EXPECT_EQ(hits.computerName, "2");
+  EXPECT_EQ(hits.userAgent, "");
+  EXPECT_EQ(hits.status, 0);
+}
+
+TEST(HitFields, NumbersReadTheirLeadingWholeNumber) {
+  EXPECT_EQ(ParseHitNumber("200"), 200);
+  EXPECT_EQ(ParseHitNumber("-"), 0);
+  EXPECT_EQ(ParseHitNumber("-12"), -12);
+  EXPECT_EQ(ParseHitNumber("304x"), 304);
+  EXPECT_EQ(ParseHitNumber("99999999999"), INT32_MAX);
+  EXPECT_EQ(ParseHitNumber("-99999999999"), INT32_MIN);
+}
+
+TEST(SearchPhrase, CleaningKeepsDigitsLettersAndTheOpeningBracket) {
+  EXPECT_EQ(CleanSearchPhrase("a%20b%22c"), "a b c");
+  EXPECT_EQ(CleanSearchPhrase("x[y]"), "x[y ");
+  EXPECT_EQ(CleanSearchPhrase("Zz09{|}~:@\\`_^"), "Zz09          ");
+  EXPECT_EQ(CleanSearchPhrase("caf\xC3\xA9+bar"), "caf   bar");
+  EXPECT_EQ(CleanSearchPhrase(""), "");
+}
+
+}  // namespace
+}  // namespace loginput

@@ -1,0 +1,75 @@
+// The hit fields: the values of one log line that the hit processing works with, and the
+// splitting of a line into its fields by the site's separator.
+//
+// One HitFields record lives for the whole run. It is cleared once per file, before the first
+// line; afterwards a field is overwritten only when the log has its column, so a column that the
+// field map does not name keeps the value of an earlier hit. Text fields are std::string buffers
+// that are reused line after line, so filling them allocates nothing once they have grown to the
+// longest value seen.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "loginput/FieldMap.h"
+
+namespace loginput {
+
+struct HitFields {
+  std::string clientAddress;
+  std::string userName;
+  std::string siteName;
+  std::string computerName = "2";  // cleared to "2", not to empty: kept so
+  std::string serverAddress;
+  std::string method;
+  std::string page;  // the URI stem
+  std::string query;
+  int32_t status = 0;
+  int32_t systemStatus = 0;
+  int32_t bytesSent = 0;
+  int32_t bytesReceived = 0;
+  int32_t timeTaken = 0;
+  int32_t serverPort = 0;
+  std::string protocolVersion;
+  std::string userAgent;
+  std::string cookie;
+  std::string referrer;
+};
+
+// Empties every text field, zeroes every number, and sets the computer name to "2".
+// Keeps the buffers' capacity.
+void ClearHitFields(HitFields& hits);
+
+// A line split at every occurrence of a one-character separator, as views into the line: two
+// separators in a row give an empty field, and an empty line gives no field at all. Only the
+// fields up to a requested place are looked for, the rest of the line is left unsplit.
+class SplitFields {
+ public:
+  // Splits `line` at `separator`, finding fields 0..lastPlace; pass the highest place that will be
+  // read (the map's MaxPlace()); a negative lastPlace finds nothing. The views stay valid while
+  // `line`'s bytes do.
+  void Split(std::string_view line, char separator, int lastPlace);
+  // Number of fields found (at most lastPlace + 1).
+  int Count() const { return static_cast<int>(parts_.size()); }
+  // Field `place`, or "" when the line has no such field.
+  std::string_view operator[](int place) const {
+    return place >= 0 && place < Count() ? parts_[static_cast<size_t>(place)] : std::string_view();
+  }
+
+ private:
+  std::vector<std::string_view> parts_;  // capacity reused from line to line
+};
+
+// Copies the mapped places of `fields` into `hits`: a slot with a place >= 0 overwrites its field
+// (with "" or 0 when the line is too short); an absent slot leaves its field as it was. The date
+// and time slots have no field here (the hit processing reads them from `fields` itself). Numeric
+// fields take the leading whole number of the text (optional sign, then digits; "-" or any other
+// non-number gives 0; values beyond 32 bits are cut to the nearest 32-bit limit).
+void FillHitFields(const SplitFields& fields, const FieldMap& map, HitFields& hits);
+
+// The leading whole number of `text` as FillHitFields reads it.
+int32_t ParseHitNumber(std::string_view text);
+
+}  // namespace loginput

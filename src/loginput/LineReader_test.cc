@@ -1,0 +1,145 @@
+// The line reader in both modes: where lines end, what the last line is, positions, and that the
+// block size never changes the lines.
+#include "loginput/LineReader.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+
+namespace loginput {
+namespace {
+
+struct ReadBack {
+  std::vector<std::string> lines;
+  std::vector<int64_t> positions;  // Position() after each line
+};
+
+ReadBack ReadAll(const std::string& path, LineReader::Mode mode, size_t maxLine = 1 << 20,
+                 size_t block = 4096) {
+  LineReader reader(maxLine, block);
+  reader.Open(path, mode);
+  ReadBack out;
+  while (!reader.AtEnd()) {
+    out.lines.emplace_back(reader.Next());
+    out.positions.push_back(reader.Position());
+  }
+  return out;
+}
+
+ReadBack ReadBytes(const std::string& bytes, LineReader::Mode mode, size_t maxLine = 1 << 20,
+                   size_t block = 4096) {
+  tytest::TempDir dir;
+  tytest::WriteFile(dir.path() / "f.log", bytes);
+  return ReadAll((dir.path() / "f.log").string(), mode, maxLine, block);
+}
+
+using Lines = std::vector<std::string>;
+
+TEST(LineReader, TextModeEndsLinesAtCrOrCrLfOnly) {
+  EXPECT_EQ(ReadBytes("a\r\nb\rc\r\n", LineReader::Mode::kText).lines, (Lines{"a", "b", "c", ""}));
+  // LF alone is part of the line: an LF-only file is one line.
+  EXPECT_EQ(ReadBytes("a b\nc d\n", LineReader::Mode::kText).lines, (Lines{"a b\nc d\n"}));
+  // A CR followed by CR LF is an empty line between.
+  EXPECT_EQ(ReadBytes("a\r\r\nb", LineReader::Mode::kText).lines, (Lines{"a", "", "b"}));
+  // Positions are 1-based and count the line ends.
+  EXPECT_EQ(ReadBytes("ab\r\nc\rd", LineReader::Mode::kText).positions,
+            (std::vector<int64_t>{5, 7, 8}));
+}
+
+TEST(LineReader, UnixModeEndsLinesAtLfAndKeepsTheCr) {
+  ReadBack r = ReadBytes("a\r\nbb\nccc", LineReader::Mode::kUnix);
+  EXPECT_EQ(r.lines, (Lines{"a\r", "bb", "ccc"}));
+  EXPECT_EQ(r.positions, (std::vector<int64_t>{4, 7, 10}));
+  // A line longer than the 256-byte chunk comes back whole, with no blank fill at the end.
+  const std::string longLine(300, 'x');
+  EXPECT_EQ(ReadBytes(longLine + "\n" + longLine, LineReader::Mode::kUnix).lines,
+            (Lines{longLine, longLine}));
+  // A bare CR is an ordinary character here.
+  EXPECT_EQ(ReadBytes("a\rb\n", LineReader::Mode::kUnix).lines, (Lines{"a\rb", ""}));
+}
+
+TEST(LineReader, LineEndAtTheEndOfTheFileLeavesAnEmptyLastLine) {
+  EXPECT_EQ(ReadBytes("a\r\n", LineReader::Mode::kText).lines, (Lines{"a", ""}));
+  EXPECT_EQ(ReadBytes("a\n", LineReader::Mode::kUnix).lines, (Lines{"a", ""}));
+  EXPECT_EQ(ReadBytes("a", LineReader::Mode::kUnix).lines, (Lines{"a"}));
+  EXPECT_EQ(ReadBytes("", LineReader::Mode::kText).lines, (Lines{""}));
+  EXPECT_EQ(ReadBytes("", LineReader::Mode::kUnix).lines, (Lines{""}));
+}
+
+TEST(LineReader, MissingFileReadsAsEmptyAndReaderCanBeReused) {
+  tytest::TempDir dir;
+  LineReader reader;
+  EXPECT_FALSE(reader.Open((dir.path() / "gone.log").string(), LineReader::Mode::kText));
+  EXPECT_FALSE(reader.AtEnd());
+  EXPECT_EQ(reader.Next(), "");
+  EXPECT_TRUE(reader.AtEnd());
+  EXPECT_EQ(reader.Next(), "");
+
+  tytest::WriteFile(dir.path() / "x.log", "one\r\ntwo");
+  EXPECT_TRUE(reader.Open((dir.path() / "x.log").string(), LineReader::Mode::kText));
+  EXPECT_EQ(reader.Next(), "one");
+  EXPECT_EQ(reader.Next(), "two");
+  EXPECT_TRUE(reader.AtEnd());
+}
+
+TEST(LineReader, OverlongLineIsCutAndTheRestDropped) {
+  const std::string big(5000, 'y');
+  ReadBack r = ReadBytes("a\r\n" + big + "\r\nb", LineReader::Mode::kText, 1000, 64);
+  ASSERT_EQ(r.lines.size(), 3u);
+  EXPECT_EQ(r.lines[1], std::string(1000, 'y'));
+  EXPECT_EQ(r.lines[2], "b");
+  EXPECT_EQ(r.positions[1], 3 + 5000 + 2 + 1);  // the dropped bytes still count
+  // The same when the cut line is the last one.
+  r = ReadBytes(big, LineReader::Mode::kUnix, 1000, 64);
+  EXPECT_EQ(r.lines, (Lines{std::string(1000, 'y')}));
+  EXPECT_EQ(r.positions.back(), 5001);
+}
+
+// Reference: cut the bytes at every line end as the modes define them.
+Lines Reference(const std::string& s, LineReader::Mode mode) {
+  Lines out;
+  std::string cur;
+  for (size_t i = 0; i < s.size(); ++i) {
+    const char c = s[i];
+    if (mode == LineReader::Mode::kUnix && c == '\n') {
+      out.push_back(cur);
+      cur.clear();
+    } else if (mode == LineReader::Mode::kText && c == '\r') {
+      out.push_back(cur);
+      cur.clear();
+      if (i + 1 < s.size() && s[i + 1] == '\n') ++i;
+    } else {
+      cur.push_back(c);
+    }
+  }
+  out.push_back(cur);
+  return out;
+}
+
+TEST(LineReader, BlockSizeNeverChangesTheLines) {
+  std::mt19937 rng(7);
+  const char alphabet[] = {'a', 'b', ' ', '\r', '\n', '#', '\0'};
+  for (int round = 0; round < 40; ++round) {
+    std::string bytes;
+    const int n = static_cast<int>(rng() % 600);
+    for (int i = 0; i < n; ++i) bytes.push_back(alphabet[rng() % sizeof alphabet]);
+    tytest::TempDir dir;
+    const std::string path = (dir.path() / "r.log").string();
+    tytest::WriteFile(path, bytes);
+    for (auto mode : {LineReader::Mode::kText, LineReader::Mode::kUnix}) {
+      const Lines want = Reference(bytes, mode);
+      for (size_t block : {1, 2, 3, 7, 256, 4096}) {
+        ReadBack r = ReadAll(path, mode, 1 << 20, block);
+        ASSERT_EQ(r.lines, want) << "round " << round << " block " << block;
+        EXPECT_EQ(r.positions.back(), static_cast<int64_t>(bytes.size()) + 1);
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace loginput
