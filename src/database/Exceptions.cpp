@@ -1,0 +1,112 @@
+// The database form F: exception records. AddException composes the exception's message text,
+// counts it and caches the record; WriteEXCCache appends the cached records in one batch.
+#include <variant>
+
+#include "database/F.h"
+#include "database/FDetail.h"
+#include "database/RecordText.h"
+#include "startup/World.h"
+#include "vb/Format.h"
+#include "vb/Strings.h"
+
+namespace database {
+
+namespace {
+
+// The cache holds entries 0..kExceptionBatch; the exception that finds it full writes it.
+constexpr int kExceptionBatch = 5000;
+
+}  // namespace
+
+bool F::AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
+                     std::optional<std::string_view> value, std::string_view ip, int32_t visitNo) {
+  try {
+    // 1. The catalogue entry; an unknown or switched-off number records nothing.
+    const startup::ExceptionType* type = world_.exceptions.Find(exNumber);
+    if (type == nullptr || !type->raise) return false;
+    if (logDate == 0) logDate = world_.clock.Now();
+
+    // 2. The message text. Without a value the catalogue's default value is used, in the text
+    //    and in the record.
+    std::string defaultValue;
+    bool hasValue = value.has_value();
+    if (!hasValue) {
+      if (const double* number = std::get_if<double>(&type->value)) {
+        defaultValue = vb::CStr(*number);
+        hasValue = true;
+      } else if (const std::string* text = std::get_if<std::string>(&type->value)) {
+        defaultValue = *text;
+        hasValue = true;
+      }
+      value = defaultValue;
+    }
+    exceptionText_.assign(type->description);
+    if (hasValue) exceptionText_ = vb::Replace(exceptionText_, "[value]", *value);
+    if (!ip.empty()) {
+      exceptionText_ += " DNS: ";
+      exceptionText_ += ip;
+    }
+    if (visitNo > 0) {
+      exceptionText_ += " Visit No: ";
+      exceptionText_ += std::to_string(visitNo);
+    }
+
+    // 3. A full cache is written first; the new exception then starts the next batch.
+    ++exceptionCount_;
+    if (exceptionCount_ > kExceptionBatch) {
+      WriteEXCCache();
+      exceptionCount_ = 1;
+    }
+
+    // 4.
+    ExceptionEntry& e = exceptions_[exceptionCount_ - 1];
+    e.filled = true;
+    PadInto(e.site, sizeof e.site, currentSite_);
+    e.exDate = logDate;
+    vb::FormatTimeTo(logDate, e.exTime);
+    e.number = exNumber;
+    PadInto(e.ip, sizeof e.ip, ip);
+    e.visitNo = visitNo;
+    PadInto(e.value, sizeof e.value, *value);
+
+    // 5. The day summaries' and the site's exception counters.
+    hooks_->ExceptionCounted(logNo);
+    // 6.
+    return true;
+  } catch (const std::exception& e) {
+    LogFailure("F.AddException", e);
+    return false;
+  }
+}
+
+void F::WriteEXCCache() {
+  try {
+    const auto& f = fields_->exceptions;
+    for (int i = 1; i <= exceptionCount_; ++i) {
+      const ExceptionEntry& e = exceptions_[i - 1];
+      VAEXP.BlankRecord();
+      // Entry 5000 is never filled, so a full batch ends with one blank record; the product's
+      // files have always had it.
+      if (e.filled) {
+        char visitNo[24];
+        VAEXP.SetText(f.site, detail::View(e.site, sizeof e.site));
+        VAEXP.SetDate(f.exDate, e.exDate);
+        VAEXP.SetText(f.exTime, detail::View(e.exTime, sizeof e.exTime));
+        VAEXP.SetNumber(f.number, e.number);
+        VAEXP.SetText(f.ip, detail::View(e.ip, sizeof e.ip));
+        // The visit number goes in as a plain number ("7"), not in the "00000" form of the other
+        // tables.
+        VAEXP.SetText(f.visitNo, ZeroPadded(e.visitNo, 1, visitNo));
+        VAEXP.SetText(f.value, detail::View(e.value, sizeof e.value));
+      }
+      lastStatus_ = VAEXP.AppendRecord();
+      if (lastStatus_ == dbase::kOk) ++totals_.exceptionRecordsAdded;
+    }
+    exceptionCount_ = 1;
+  } catch (const std::exception& e) {
+    LogFailure("f.WriteEXCCache", e);
+  }
+}
+
+}  // namespace database
+

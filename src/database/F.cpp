@@ -1,0 +1,293 @@
+// The database form F: construction, the shared state and the database lifecycle (creating,
+// opening, flushing and closing the tables, and moving the previous visitor table aside).
+#include "database/F.h"
+
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+#include "database/FDetail.h"
+#include "database/RecordText.h"
+#include "database/Schema.h"
+#include "dbase/Status.h"
+#include "platform/Files.h"
+#include "startup/World.h"
+
+namespace database {
+
+namespace {
+
+// The engine handle that InitDatabase hands from "Visitor" to the other controls. Our table
+// engine needs no process-wide start, so the handle is only a token that says "engine started".
+constexpr int kEngineStarted = 1;
+
+}  // namespace
+
+F::F(startup::World& world)
+    : world_(world),
+      pages_(new PageEntry[kCacheEntries]),
+      exceptions_(new ExceptionEntry[kCacheEntries]),
+      fields_(new Fields) {
+  // Every notice of the engine (an index rebuilt in memory, for instance) goes to errors.log
+  // under the name of the control that raised it.
+  const auto sink = [this](const char* control) {
+    return [this, control](const std::string& message) { world_.errors.LogError(control, message); };
+  };
+  VAVISITS.SetNoticeSink(sink("F.VAVISITS"));
+  VAVIS.SetNoticeSink(sink("F.VAVIS"));
+  VAREF.SetNoticeSink(sink("F.VAREF"));
+  VAEXP.SetNoticeSink(sink("F.VAEXP"));
+  VAPG.SetNoticeSink(sink("F.VAPG"));
+  VADL.SetNoticeSink(sink("F.VADL"));
+  VADAY.SetNoticeSink(sink("F.VADAY"));
+  IPCC.SetNoticeSink(sink("F.IPCC"));
+  VAOLD.SetNoticeSink(sink("F.VAOLD"));
+  // "VISOLD" is our own previous "Visitor": when its index file is missing or unreadable the
+  // engine rebuilds the index from the records with the "Visitor" tag.
+  VAOLD.SetIndexSpecs(schema::kVisitorTags);
+  SetCurrentSite({});
+}
+
+F::~F() {
+  try {
+    CloseDatabase();
+  } catch (...) {
+    // Closing the form ignores whatever closing the database raises.
+  }
+}
+
+void F::SetHooks(RecordHooks& hooks) { hooks_ = &hooks; }
+
+void F::SetCurrentSite(std::string_view name) {
+  currentSite_.assign(name);
+  PadInto(siteKey_.data(), schema::kSiteWidth, name);
+}
+
+void F::LogFailure(const char* location, const std::exception& e) {
+  world_.errors.LogError(location, e);
+}
+
+// ---- Lifecycle ------------------------------------------------------------------------------
+
+bool F::InitDatabase() {
+  try {
+    // A database still open from an earlier init is closed first (its caches are written), so
+    // that every control starts from a closed table; controls left open by a failed init too.
+    CloseDatabase();
+    VAVISITS.CloseTable();
+    VAVIS.CloseTable();
+    VAREF.CloseTable();
+    VAEXP.CloseTable();
+    VAPG.CloseTable();
+    VADL.CloseTable();
+    VADAY.CloseTable();
+    IPCC.CloseTable();
+    VAOLD.CloseTable();
+    countryTable_ = false;
+    oldVisitorTable_ = false;
+
+    const std::string& data = world_.app.dataFolder;
+
+    // 1. Start the engine on "Visitor" and keep the handle.
+    engineHandle_ = kEngineStarted;
+
+    // 2. "VISOLD": the previous database's visitor table.
+    VAOLD.SetLocation(data);
+    VAOLD.SetTableName(std::string(schema::kVisOld));
+
+    // 3. Move the previous "Visitor" aside as "VISOLD", so that its resolved host names and
+    //    friendly names answer DNS questions while the new "Visitor" is built. Without a
+    //    "VISITOR.DBF" a "VISOLD" left by an interrupted run stays and is used.
+    if (const auto oldDbf = platform::FindFileCI(data, schema::kVisitorDbf)) {
+      VAOLD.DropTable(schema::kVisOld);
+      const std::filesystem::path folder = platform::WithTrailingSlash(data);
+      std::filesystem::rename(*oldDbf, folder / schema::kVisOldDbf);
+      // A missing "VISITOR.MDX" does not stop the rebuild: "VISOLD" is opened read-only and its
+      // index is then rebuilt in memory from the records (with a line in errors.log).
+      if (const auto oldMdx = platform::FindFileCI(data, schema::kVisitorMdx)) {
+        std::filesystem::rename(*oldMdx, folder / schema::kVisOldMdx);
+      }
+    }
+
+    // 4. "Visitor" owns the engine and gets no handle.
+    VAVIS.SetLocation(data);
+    VAVIS.SetTableName(std::string(schema::kVisitor));
+    VAVIS.DropTable(schema::kVisitor);
+    VAVIS.SetShareMode(2);
+    VAVIS.SetRebuild(true);
+
+    // 5. Every table this utility writes is dropped before it is created again: the existing
+    //    database is always replaced whole.
+    struct Control {
+      dbase::Table& table;
+      std::string_view name;
+    };
+    const Control written[] = {{VAREF, schema::kReferrers},  {VAVISITS, schema::kVisits},
+                               {VAEXP, schema::kExceptions}, {VAPG, schema::kPages},
+                               {VADL, schema::kDownloads},   {VADAY, schema::kDaySum}};
+    for (const Control& c : written) {
+      c.table.SetLocation(data);
+      c.table.SetTableName(std::string(c.name));
+      c.table.DropTable(c.name);
+      c.table.SetShareMode(2);
+      c.table.SetRebuild(true);
+    }
+
+    // 6. "IPCC" comes with the product: neither dropped nor rebuilt.
+    IPCC.SetLocation(data);
+    IPCC.SetTableName(std::string(schema::kIpcc));
+    IPCC.SetShareMode(2);
+
+    // 7.
+    return CreateDatabase();
+  } catch (const std::exception&) {
+    // A failure of InitDatabase itself (a rename the file system refuses) is not reported here:
+    // the scan driver tells the user that the database could not be created.
+    return false;
+  }
+}
+
+bool F::CreateDatabase() {
+  bool result = false;
+  try {
+    // 1. Create the seven tables in this order; the first failure ends creation.
+    struct Creation {
+      dbase::Table& table;
+      std::string_view name;
+      const std::vector<std::string>& fields;
+      const std::vector<std::string>& tags;
+    };
+    const Creation creations[] = {
+        {VAVISITS, schema::kVisits, schema::kVisitsFields, schema::kVisitsTags},
+        {VAVIS, schema::kVisitor, schema::kVisitorFields, schema::kVisitorTags},
+        {VAREF, schema::kReferrers, schema::kReferrersFields, schema::kReferrersTags},
+        {VAEXP, schema::kExceptions, schema::kExceptionsFields, schema::kExceptionsTags},
+        {VAPG, schema::kPages, schema::kPagesFields, schema::kPagesTags},
+        {VADL, schema::kDownloads, schema::kDownloadsFields, schema::kDownloadsTags},
+        {VADAY, schema::kDaySum, schema::kDaySumFields, schema::kDaySumTags}};
+    for (const Creation& c : creations) {
+      lastStatus_ = c.table.CreateTable(c.fields, c.tags);
+      if (lastStatus_ != dbase::kOk) {
+        world_.errors.LogError("CreateDatabase",
+                               "Table " + std::string(c.name) + " could not be created (" +
+                                   dbase::StatusText(lastStatus_) + ") in " +
+                                   world_.app.dataFolder);
+        open_ = false;
+        return false;
+      }
+    }
+
+    // 2. Open the tables; the first that fails skips the rest of this step and step 3, without
+    //    a report (the scan driver reports the failed creation).
+    dbase::Table* const opening[] = {&VAVIS, &VAREF, &VAVISITS, &VAEXP, &VAPG, &VADL};
+    bool allOpen = true;
+    for (dbase::Table* t : opening) {
+      lastStatus_ = t->OpenTable();
+      if (lastStatus_ != dbase::kOk) {
+        allOpen = false;
+        break;
+      }
+    }
+
+    // 3. Downloads are found by IP, site and visit number.
+    if (allOpen) {
+      VADL.SelectTag("key1");
+      lastStatus_ = VADAY.OpenTable();
+      if (lastStatus_ == dbase::kOk) {
+        VAVIS.ResetTable();
+        ResolveFields();
+        result = true;
+        open_ = true;
+      }
+    }
+
+    // 4. The country table, when the product supplied one.
+    if (IPCC.OpenTableReadOnly() == dbase::kOk) {
+      fields_->ipccCountry = IPCC.FieldIndex(schema::kIpccCountryField);
+      countryTable_ = true;
+    }
+
+    // 5. The previous visitor table, when there is one.
+    if (platform::FileExistsCI(world_.app.dataFolder, schema::kVisOldDbf)) {
+      lastStatus_ = VAOLD.OpenTableReadOnly();
+      if (lastStatus_ == dbase::kOk) {
+        fields_->visOld.ip = VAOLD.FieldIndex("IP");
+        fields_->visOld.dns = VAOLD.FieldIndex("DNS");
+        fields_->visOld.name = VAOLD.FieldIndex("Name");
+        oldVisitorTable_ = true;
+      }
+    }
+    return result;
+  } catch (const std::exception& e) {
+    LogFailure("CreateDatabase", e);
+    open_ = false;
+    return false;
+  }
+}
+
+void F::ResolveFields() {
+  Fields& f = *fields_;
+  const auto at = [](const dbase::Table& t, const char* name) { return t.FieldIndex(name); };
+  f.visits = {at(VAVISITS, "IP"),        at(VAVISITS, "Site"),      at(VAVISITS, "Active"),
+              at(VAVISITS, "Alert"),     at(VAVISITS, "AlertNo"),   at(VAVISITS, "VisitNo"),
+              at(VAVISITS, "VisitDate"), at(VAVISITS, "VisitTime"), at(VAVISITS, "FirstPage"),
+              at(VAVISITS, "LastPage"),  at(VAVISITS, "PagesSeen"), at(VAVISITS, "MinsOn"),
+              at(VAVISITS, "Browser"),   at(VAVISITS, "Spider"),    at(VAVISITS, "SpiderT"),
+              at(VAVISITS, "Referrer"),  at(VAVISITS, "HackRaised"), at(VAVISITS, "Flags")};
+  f.visitor = {at(VAVIS, "IP"),         at(VAVIS, "Site"),       at(VAVIS, "DNS"),
+               at(VAVIS, "Name"),       at(VAVIS, "Visits"),     at(VAVIS, "Country"),
+               at(VAVIS, "FirstVDate"), at(VAVIS, "FirstVTime"), at(VAVIS, "LastVDate"),
+               at(VAVIS, "LastVTime"),  at(VAVIS, "Browser"),    at(VAVIS, "Spider"),
+               at(VAVIS, "SpiderT"),    at(VAVIS, "HackCount")};
+  f.referrers = {at(VAREF, "Name"),      at(VAREF, "Site"),      at(VAREF, "FirstVDate"),
+                 at(VAREF, "FirstVTime"), at(VAREF, "LastVDate"), at(VAREF, "LastVTime"),
+                 at(VAREF, "Visits")};
+  f.exceptions = {at(VAEXP, "Site"),  at(VAEXP, "ExDate"), at(VAEXP, "ExTime"), at(VAEXP, "Number"),
+                  at(VAEXP, "Value"), at(VAEXP, "IP"),     at(VAEXP, "VisitNo")};
+  f.pages = {at(VAPG, "IP"),       at(VAPG, "Site"),     at(VAPG, "VisitNo"), at(VAPG, "Page"),
+             at(VAPG, "PageDate"), at(VAPG, "PageTime"), at(VAPG, "PageNo"),  at(VAPG, "Status")};
+  f.downloads = {at(VADL, "IP"),        at(VADL, "Site"),     at(VADL, "VisitNo"),
+                 at(VADL, "VisitDate"), at(VADL, "VisitTime"), at(VADL, "Download"),
+                 at(VADL, "Status")};
+}
+
+bool F::DatabaseReady() {
+  if (open_) return true;
+  return InitDatabase();
+}
+
+void F::FlushDatabase() {
+  if (!open_) return;
+  VAREF.FlushTable();
+  VAVIS.FlushTable();
+  VAVISITS.FlushTable();
+  VAEXP.FlushTable();
+  VAPG.FlushTable();
+}
+
+void F::CloseDatabase() {
+  if (!open_) return;
+  // 1. and 2. The page views and exceptions still waiting in their caches.
+  WritePageCache();
+  WriteEXCCache();
+  // 3. Closing a table that was never opened is harmless.
+  VAREF.CloseTable();
+  VAVIS.CloseTable();
+  VAVISITS.CloseTable();
+  VAEXP.CloseTable();
+  VAPG.CloseTable();
+  IPCC.CloseTable();
+  VADL.CloseTable();
+  VADAY.CloseTable();
+  VAOLD.CloseTable();
+  // 4. The previous visitor table lives only for the length of one rebuild.
+  VAOLD.DropTable(schema::kVisOld);
+  // 5. The tables are closed, and with them the country and old-visitor lookups.
+  open_ = false;
+  countryTable_ = false;
+  oldVisitorTable_ = false;
+  // 6. End the engine.
+  engineHandle_ = 0;
+}
+
+}  // namespace database

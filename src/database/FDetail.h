@@ -1,0 +1,78 @@
+// Private parts of the database form F shared by its source files: the cache entries, the field
+// indexes resolved once when the tables open, and small helpers. Not for use outside F.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "database/F.h"
+#include "dbase/Status.h"
+
+namespace database {
+
+// One page view waiting in the page cache. Texts are kept blank-padded to their field widths so
+// that filling an entry never allocates.
+struct F::PageEntry {
+  bool filled = false;   // an entry never filled in a batch is written as a blank record
+  char ip[15];
+  char site[20];
+  char visitNo[5];
+  char page[40];
+  char pageNo[4];
+  vb::Date pageDate = 0;
+  char pageTime[8];
+  int16_t status = 0;
+};
+
+// One exception waiting in the exception cache.
+struct F::ExceptionEntry {
+  bool filled = false;
+  char site[20];
+  vb::Date exDate = 0;
+  char exTime[8];
+  int16_t number = 0;
+  char ip[15];
+  int32_t visitNo = 0;
+  char value[20];
+};
+
+// Field indexes of every table, resolved when the tables are opened.
+struct F::Fields {
+  struct {
+    int ip, site, active, alert, alertNo, visitNo, visitDate, visitTime, firstPage, lastPage,
+        pagesSeen, minsOn, browser, spider, spiderT, referrer, hackRaised, flags;
+  } visits{};
+  struct {
+    int ip, site, dns, name, visits, country, firstVDate, firstVTime, lastVDate, lastVTime,
+        browser, spider, spiderT, hackCount;
+  } visitor{};
+  struct {
+    int name, site, firstVDate, firstVTime, lastVDate, lastVTime, visits;
+  } referrers{};
+  struct {
+    int site, exDate, exTime, number, value, ip, visitNo;
+  } exceptions{};
+  struct {
+    int ip, site, visitNo, page, pageDate, pageTime, pageNo, status;
+  } pages{};
+  struct {
+    int ip, site, visitNo, visitDate, visitTime, download, status;
+  } downloads{};
+  struct {
+    int ip, dns, name;
+  } visOld{};
+  int ipccCountry = -1;
+};
+
+namespace detail {
+
+// The status of a near seek as the record operations read it: 0 whenever the table stands on a
+// record (an equal or a greater key); the caller then checks the record itself.
+inline int NearStatus(int status) { return status == dbase::kAfter ? dbase::kOk : status; }
+
+inline std::string_view View(const char* data, int width) {
+  return {data, static_cast<size_t>(width)};
+}
+
+}  // namespace detail
+}  // namespace database

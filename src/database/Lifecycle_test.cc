@@ -1,0 +1,197 @@
+// The database's life: creating the tables in a data folder, moving the previous visitors aside
+// as "VISOLD" and deleting them again, and the failures of creation.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "database/TestDatabase.h"
+
+namespace fs = std::filesystem;
+using dbtest::FileThere;
+using dbtest::MakeVisit;
+using dbtest::ReadTable;
+using dbtest::DbRun;
+
+namespace {
+
+const char* const kWrittenTables[] = {"VISITS",    "VISITOR", "REFERRERS", "EXCEPTIONS",
+                                      "PAGES",     "DOWNLOADS", "DAYSUM"};
+
+// A first run that leaves a "Visitor" table with one resolved, named visitor behind.
+void LeaveVisitorBehind(DbRun& run) {
+  database::F f(run.world);
+  ASSERT_TRUE(f.InitDatabase());
+  f.SetCurrentSite("Alpha");
+  database::Visit v = MakeVisit("10.1.1.1", dbtest::At(9, 0, 0));
+  v.hostName = "host.example.org";
+  f.UpdateVisitor(v);
+  f.ChangeFriendlyName("10.1.1.1", "Joe Bloggs");
+  f.CloseDatabase();
+}
+
+}  // namespace
+
+TEST(Lifecycle, EmptyFolderCreatesAllSevenTablesAndNoLookups) {
+  DbRun run;
+  database::F f(run.world);
+  ASSERT_TRUE(f.InitDatabase());
+  EXPECT_TRUE(f.DatabaseOpen());
+  EXPECT_TRUE(f.DatabaseReady());
+  EXPECT_FALSE(f.CountryTableAvailable());
+  EXPECT_FALSE(f.OldVisitorTableOpen());
+  EXPECT_FALSE(f.IPCC.IsOpen());
+  EXPECT_FALSE(f.VAOLD.IsOpen());
+  for (const char* t : kWrittenTables) {
+    EXPECT_TRUE(FileThere(run.Data(), std::string(t) + ".DBF")) << t;
+    EXPECT_TRUE(FileThere(run.Data(), std::string(t) + ".MDX")) << t;
+  }
+  EXPECT_FALSE(FileThere(run.Data(), "VISOLD.DBF"));
+  // Downloads are sought by IP, site and visit number.
+  EXPECT_EQ(f.VADL.SelectedTag(), "KEY1");
+  f.CloseDatabase();
+  EXPECT_FALSE(f.DatabaseOpen());
+  EXPECT_EQ(run.ErrorsLog(), "");
+  // The tables carry their layout: "Visitor" has its one unique tag on IP + Site.
+  dbase::Table t;
+  t.SetLocation(run.Data());
+  t.SetTableName("Visitor");
+  ASSERT_EQ(t.OpenTableReadOnly(), dbase::kOk);
+  ASSERT_EQ(t.Tags().size(), 1u);
+  EXPECT_TRUE(t.Tags()[0].unique);
+  EXPECT_EQ(t.Tags()[0].keyLength, 35);
+  EXPECT_EQ(t.FieldCount(), 16);
+}
+
+TEST(Lifecycle, SecondRunReadsPreviousVisitorsAsVisOldAndDeletesThemAtClose) {
+  DbRun run;
+  LeaveVisitorBehind(run);
+  ASSERT_TRUE(FileThere(run.Data(), "VISITOR.DBF"));
+
+  database::F f(run.world);
+  ASSERT_TRUE(f.InitDatabase());
+  EXPECT_TRUE(FileThere(run.Data(), "VISOLD.DBF"));
+  EXPECT_TRUE(FileThere(run.Data(), "VISOLD.MDX"));
+  EXPECT_TRUE(f.OldVisitorTableOpen());
+  // The new "Visitor" starts empty; the old host name and friendly name come from "VISOLD".
+  EXPECT_EQ(f.VAVIS.RecordCount(), 0);
+  database::Visit v = MakeVisit("10.1.1.1", dbtest::At(10, 0, 0));
+  EXPECT_EQ(f.LookupDNS("10.1.1.1", &v), "host.example.org");
+  EXPECT_EQ(v.friendlyName, "Joe Bloggs");
+  // A neighbour's name is never handed to an IP that "VISOLD" does not hold.
+  database::Visit other = MakeVisit("10.1.1.0", dbtest::At(10, 0, 0));
+  EXPECT_EQ(f.LookupDNS("10.1.1.0", &other), "");
+  EXPECT_EQ(other.friendlyName, "");
+
+  f.CloseDatabase();
+  EXPECT_FALSE(FileThere(run.Data(), "VISOLD.DBF"));
+  EXPECT_FALSE(FileThere(run.Data(), "VISOLD.MDX"));
+  EXPECT_TRUE(FileThere(run.Data(), "VISITOR.DBF"));
+  f.CloseDatabase();  // a second close is harmless
+}
+
+TEST(Lifecycle, VisOldLeftByAnInterruptedRunIsUsedThenDeleted) {
+  DbRun run;
+  LeaveVisitorBehind(run);
+  // An interrupted run: "Visitor" was moved aside but never rebuilt.
+  fs::rename(fs::path(run.Data()) / "VISITOR.DBF", fs::path(run.Data()) / "visold.dbf");
+  fs::rename(fs::path(run.Data()) / "VISITOR.MDX", fs::path(run.Data()) / "visold.mdx");
+
+  database::F f(run.world);
+  ASSERT_TRUE(f.InitDatabase());
+  EXPECT_TRUE(f.OldVisitorTableOpen());
+  EXPECT_EQ(f.LookupDNS("10.1.1.1"), "host.example.org");
+  f.CloseDatabase();
+  EXPECT_FALSE(FileThere(run.Data(), "visold.dbf"));
+  EXPECT_FALSE(FileThere(run.Data(), "visold.mdx"));
+}
+
+TEST(Lifecycle, PreviousVisitorWithoutIndexFileIsStillUsed) {
+  DbRun run;
+  LeaveVisitorBehind(run);
+  fs::remove(fs::path(run.Data()) / "VISITOR.MDX");
+
+  database::F f(run.world);
+  ASSERT_TRUE(f.InitDatabase());
+  ASSERT_TRUE(f.OldVisitorTableOpen());
+  EXPECT_EQ(f.LookupDNS("10.1.1.1"), "host.example.org");
+  // The index rebuilt in memory is noted in errors.log by the control that rebuilt it.
+  EXPECT_NE(run.ErrorsLog().find("FROM F.VAOLD"), std::string::npos) << run.ErrorsLog();
+  f.CloseDatabase();
+  EXPECT_FALSE(FileThere(run.Data(), "VISOLD.DBF"));
+}
+
+TEST(Lifecycle, FlushAndCloseBeforeASuccessfulInitDoNothing) {
+  DbRun run;
+  {
+    database::F f(run.world);
+    f.FlushDatabase();
+    f.CloseDatabase();
+    f.SetCurrentSite("Alpha");
+    database::Visit v = MakeVisit("10.0.0.1", dbtest::At(9, 0, 0));
+    f.AddPageToDatabase(v);  // cached only
+    f.CloseDatabase();
+  }
+  EXPECT_TRUE(fs::is_empty(run.dir.path()));
+}
+
+TEST(Lifecycle, TableThatCannotBeCreatedStopsCreationWithOneLogLine) {
+  DbRun run;
+  // A folder in the place of "DOWNLOADS.DBF" makes the sixth table impossible to create, for
+  // every user.
+  fs::create_directory(fs::path(run.Data()) / "DOWNLOADS.DBF");
+  database::F f(run.world);
+  EXPECT_FALSE(f.InitDatabase());
+  EXPECT_FALSE(f.DatabaseOpen());
+  EXPECT_FALSE(f.CountryTableAvailable());
+  EXPECT_FALSE(f.OldVisitorTableOpen());
+  EXPECT_NE(f.LastStatus(), 0);
+  // Tables created before the failure stay; none after it is created.
+  EXPECT_TRUE(FileThere(run.Data(), "PAGES.DBF"));
+  EXPECT_FALSE(FileThere(run.Data(), "DAYSUM.DBF"));
+  const std::string log = run.ErrorsLog();
+  EXPECT_NE(log.find("FROM CreateDatabase\r\n"), std::string::npos) << log;
+  EXPECT_EQ(log.find("FROM CreateDatabase", log.find("FROM CreateDatabase") + 1),
+            std::string::npos);
+  // Nothing of the failed database is touched by the record operations.
+  database::Visit v = MakeVisit("10.0.0.1", dbtest::At(9, 0, 0));
+  f.UpdateVisitor(v);
+  f.AddVisitToDatabase(v, "index.htm");
+  f.FlushDatabase();
+  f.CloseDatabase();
+}
+
+TEST(Lifecycle, MissingOrReadOnlyDataFolderFailsWithoutCrashing) {
+  {
+    DbRun run((tytest::TempDir().str() + "gone/"));
+    database::F f(run.world);
+    EXPECT_FALSE(f.InitDatabase());  // errors.log cannot be written either: the line is dropped
+    EXPECT_FALSE(f.DatabaseReady());
+    f.CloseDatabase();
+  }
+  if (geteuid() == 0) GTEST_SKIP() << "permissions do not bind the superuser";
+  DbRun run;
+  tytest::WriteFile(run.dir.path() / "errors.log", "");
+  fs::permissions(run.dir.path(), fs::perms::owner_read | fs::perms::owner_exec);
+  database::F f(run.world);
+  EXPECT_FALSE(f.InitDatabase());
+  fs::permissions(run.dir.path(), fs::perms::owner_all);
+  EXPECT_NE(run.ErrorsLog().find("FROM CreateDatabase"), std::string::npos);
+}
+
+TEST(Lifecycle, SecondInitRebuildsTheDatabaseWhole) {
+  DbRun run;
+  database::F f(run.world);
+  ASSERT_TRUE(f.InitDatabase());
+  f.SetCurrentSite("Alpha");
+  database::Visit v = MakeVisit("10.0.0.1", dbtest::At(9, 0, 0));
+  f.UpdateVisitor(v);
+  f.AddVisitToDatabase(v, "index.htm");
+  ASSERT_TRUE(f.InitDatabase());
+  EXPECT_EQ(f.VAVISITS.RecordCount(), 0);
+  EXPECT_EQ(f.VAVIS.RecordCount(), 0);
+  // The first database's visitors became this one's "VISOLD".
+  EXPECT_TRUE(f.OldVisitorTableOpen());
+  f.CloseDatabase();
+  EXPECT_TRUE(ReadTable(run.Data(), "Visits").empty());
+}

@@ -1,0 +1,103 @@
+// The text rules of the record fields (see RecordText.h).
+#include "database/RecordText.h"
+
+#include <cmath>
+#include <cstring>
+
+#include "vb/Convert.h"
+#include "vb/Failure.h"
+#include "vb/Strings.h"
+
+namespace database {
+
+void PadInto(char* out, int width, std::string_view s) {
+  const size_t n = s.size() < static_cast<size_t>(width) ? s.size() : static_cast<size_t>(width);
+  std::memcpy(out, s.data(), n);
+  std::memset(out + n, ' ', static_cast<size_t>(width) - n);
+}
+
+std::string_view ZeroPadded(int64_t value, int width, char (&buf)[24]) {
+  char digits[24];
+  int n = 0;
+  const bool negative = value < 0;
+  uint64_t v = negative ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+  do {
+    digits[n++] = static_cast<char>('0' + v % 10);
+    v /= 10;
+  } while (v != 0);
+  while (n < width) digits[n++] = '0';
+  int len = 0;
+  if (negative) buf[len++] = '-';
+  while (n > 0) buf[len++] = digits[--n];
+  return {buf, static_cast<size_t>(len)};
+}
+
+std::string_view ShortenReferrer(std::string_view referrer) {
+  std::string_view r = vb::Trim(referrer);
+  if (r.empty()) return r;
+  if (r.back() == '/') r.remove_suffix(1);
+  // Look for "/" from the 8th character on (1-based), past "scheme://".
+  if (r.size() >= 8) {
+    const size_t p = r.find('/', 7);  // 0-based index 7 is the 8th character
+    if (p != std::string_view::npos && p + 1 > 8) r = r.substr(0, p);
+  }
+  return r;
+}
+
+std::string_view DownloadName(std::string_view page) {
+  const size_t slash = page.rfind('/');
+  if (slash != std::string_view::npos) page.remove_prefix(slash + 1);
+  const size_t backslash = page.rfind('\\');
+  if (backslash != std::string_view::npos) page.remove_prefix(backslash + 1);
+  return page;
+}
+
+std::string_view MinsOnText(int64_t seconds, char (&buf)[24]) {
+  int64_t m = 0;
+  int64_t s = seconds;
+  // The split only starts above 60 seconds: exactly 60 stays "0:60", as the product shows it.
+  if (s > 60) {
+    m = s / 60;
+    s = s % 60;
+  }
+  char minutes[24];
+  const std::string_view mt = ZeroPadded(m, 1, minutes);
+  char secs[24];
+  const std::string_view st = ZeroPadded(s, 2, secs);
+  size_t len = 0;
+  std::memcpy(buf, mt.data(), mt.size());
+  len += mt.size();
+  buf[len++] = ':';
+  std::memcpy(buf + len, st.data(), st.size());
+  len += st.size();
+  return {buf, len};
+}
+
+int64_t WholeSeconds(vb::Date d) { return std::llround(d * 86400.0); }
+
+vb::Date CombineDateTime(vb::Date date, std::string_view timeText) {
+  const std::string_view t = vb::Trim(timeText);
+  if (t.empty()) return date;
+  vb::Date time = 0;
+  if (!vb::ParseTimeOfDay(t, time)) return date;
+  return date + time;
+}
+
+std::string_view CountryKey(std::string_view ip, char (&buf)[48]) {
+  size_t len = 0;
+  std::string_view rest = ip;
+  for (int part = 0; part < 4; ++part) {
+    const size_t dot = rest.find('.');
+    if (dot == std::string_view::npos && part < 3) vb::Raise(vb::kSubscript);
+    const std::string_view text = rest.substr(0, dot);
+    const int16_t value = vb::CInt(text);
+    char digits[24];
+    const std::string_view d = ZeroPadded(value, 3, digits);
+    std::memcpy(buf + len, d.data(), d.size());
+    len += d.size();
+    if (dot != std::string_view::npos) rest.remove_prefix(dot + 1);
+  }
+  return {buf, len};
+}
+
+}  // namespace database

@@ -1,0 +1,170 @@
+// Visit, page and download records, read back from the tables on disk.
+#include <gtest/gtest.h>
+
+#include "database/RecordText.h"
+#include "vb/Failure.h"
+#include "database/TestDatabase.h"
+
+using dbtest::At;
+using dbtest::MakeVisit;
+using dbtest::ReadTable;
+using dbtest::DbRun;
+
+TEST(RecordText, ReferrerIsShortenedToSchemeAndHost) {
+  using database::ShortenReferrer;
+  EXPECT_EQ(ShortenReferrer(" http://www.example.com/search/results.htm?q=x "),
+            "http://www.example.com");
+  EXPECT_EQ(ShortenReferrer("http://www.example.com/"), "http://www.example.com");
+  EXPECT_EQ(ShortenReferrer("http://www.example.com"), "http://www.example.com");
+  EXPECT_EQ(ShortenReferrer("a/b/"), "a/b");  // shorter than 8: only the trailing "/" goes
+  EXPECT_EQ(ShortenReferrer("-"), "-");
+  EXPECT_EQ(ShortenReferrer("   "), "");
+  // In "https://" the 8th character is the second "/" itself, which is not past the 8th: kept.
+  EXPECT_EQ(ShortenReferrer("https://host/path/"), "https://host/path");
+}
+
+TEST(RecordText, NumbersDurationsAndCountryKeys) {
+  char buf[24];
+  EXPECT_EQ(database::ZeroPadded(42, 5, buf), "00042");
+  EXPECT_EQ(database::ZeroPadded(123456, 5, buf), "123456");
+  EXPECT_EQ(database::MinsOnText(0, buf), "0:00");
+  EXPECT_EQ(database::MinsOnText(59, buf), "0:59");
+  EXPECT_EQ(database::MinsOnText(60, buf), "0:60");  // the split only starts above 60
+  EXPECT_EQ(database::MinsOnText(61, buf), "1:01");
+  EXPECT_EQ(database::MinsOnText(120, buf), "2:00");
+  EXPECT_EQ(database::MinsOnText(3600, buf), "60:00");
+  char key[48];
+  EXPECT_EQ(database::CountryKey("10.0.0.1", key), "010000000001");
+  EXPECT_EQ(database::CountryKey("192.168.1.20", key), "192168001020");
+  EXPECT_EQ(database::CountryKey("1.2.3.4.5", key), "001002003004");
+  EXPECT_THROW(database::CountryKey("1.2.3", key), vb::Failure);
+  EXPECT_THROW(database::CountryKey("1.2.x.4", key), vb::Failure);
+  EXPECT_THROW(database::CountryKey("", key), vb::Failure);
+  EXPECT_EQ(database::CombineDateTime(10, "12:00:00"), 10.5);
+  EXPECT_EQ(database::CombineDateTime(10, "        "), 10);
+  EXPECT_EQ(database::CombineDateTime(10, "noon"), 10);
+}
+
+TEST(Records, VisitRecordIsWrittenAtStartAndCompletedAtEnd) {
+  DbRun run;
+  database::F f(run.world);
+  ASSERT_TRUE(f.InitDatabase());
+  f.SetCurrentSite("Alpha");
+  // Five visits whose durations test the minutes rule.
+  const int durations[] = {59, 60, 61, 120, 0};
+  for (int i = 0; i < 5; ++i) {
+    database::Visit v = MakeVisit("10.0.0." + std::to_string(i + 1), At(9, 0, 0));
+    v.referrer = "http://www.search.example/find?q=widgets";
+    v.alert = i == 0;
+    v.alertNumber = i == 0 ? 4 : 0;
+    v.visitNumber = 7;
+    f.AddVisitToDatabase(v, "/home.htm");
+    v.lastHitTime = v.startTime + durations[i] / 86400.0;
+    v.currentPage = "order.htm";
+    v.pageCount = 3;
+    v.hackRaised = i == 1;
+    v.friendlyName = i == 2 ? "Joe" : "";
+    v.groupMask = i == 3 ? "*.proxy.example" : "";
+    f.UpdateVisitInDatabase(v);
+  }
+  // A visit without a record is left alone.
+  database::Visit unknown = MakeVisit("10.9.9.9", At(9, 0, 0));
+  f.UpdateVisitInDatabase(unknown);
+  EXPECT_NE(f.LastStatus(), 0);
+  EXPECT_EQ(f.Totals().visitRecordsAdded, 5);
+  f.CloseDatabase();
+
+  const auto visits = ReadTable(run.Data(), "Visits");
+  ASSERT_EQ(visits.size(), 5u);
+  const char* const minsOn[] = {"0:59", "0:60", "1:01", "2:00", "0:00"};
+  const char* const flags[] = {"NN", "NN", "YN", "NY", "NN"};
+  for (int i = 0; i < 5; ++i) {
+    const auto& r = visits[i];
+    EXPECT_EQ(r.at("MINSON"), minsOn[i]);
+    EXPECT_EQ(r.at("FLAGS"), flags[i]);
+    EXPECT_EQ(r.at("HACKRAISED"), i == 1 ? "Y" : "N");
+    EXPECT_EQ(r.at("ACTIVE"), "N");
+    EXPECT_EQ(r.at("LASTPAGE"), "order.htm");
+    EXPECT_EQ(r.at("FIRSTPAGE"), "/home.htm");
+    EXPECT_EQ(r.at("PAGESSEEN"), "3");
+    EXPECT_EQ(r.at("SITE"), "Alpha");
+    EXPECT_EQ(r.at("VISITNO"), "00007");
+    EXPECT_EQ(r.at("VISITDATE"), "20260314");
+    EXPECT_EQ(r.at("VISITTIME"), "09:00:00");
+    EXPECT_EQ(r.at("REFERRER"), "http://www.search.example");
+    EXPECT_EQ(r.at("BROWSER"), "IE6");
+    EXPECT_EQ(r.at("SPIDER"), "N");
+    EXPECT_EQ(r.at("RECORDNO"), "");
+  }
+  EXPECT_EQ(visits[0].at("ALERT"), "Y");
+  EXPECT_EQ(visits[0].at("ALERTNO"), "4");
+  EXPECT_EQ(visits[1].at("ALERT"), "N");
+}
+
+TEST(Records, PageCacheWritesOnTheFiveThousandthCallAndDropsItsPage) {
+  DbRun run;
+  database::F f(run.world);
+  ASSERT_TRUE(f.InitDatabase());
+  f.SetCurrentSite("Alpha");
+  database::Visit v = MakeVisit("10.0.0.1", At(9, 0, 0));
+  for (int n = 1; n <= 4999; ++n) {
+    v.pageCount = static_cast<int16_t>(n);
+    v.currentPage = "p" + std::to_string(n) + ".htm";
+    f.AddPageToDatabase(v);
+  }
+  EXPECT_EQ(f.VAPG.RecordCount(), 0);  // the 4999th page is still cached
+  v.pageCount = 5000;
+  v.currentPage = "p5000.htm";
+  f.AddPageToDatabase(v);
+  // The batch is entries 0..4999: 4999 pages and one blank record; page 5000 is not among them.
+  EXPECT_EQ(f.VAPG.RecordCount(), 5000);
+  v.pageCount = 5001;
+  v.currentPage = "p5001.htm";
+  f.AddPageToDatabase(v);
+  f.CloseDatabase();
+  // Closing writes entries 0 and 1: the first page of the first batch again, then page 5001.
+  const auto pages = ReadTable(run.Data(), "Pages");
+  ASSERT_EQ(pages.size(), 5002u);
+  EXPECT_EQ(pages[0].at("PAGE"), "p1.htm");
+  EXPECT_EQ(pages[0].at("PAGENO"), "0001");
+  EXPECT_EQ(pages[0].at("VISITNO"), "00001");
+  EXPECT_EQ(pages[0].at("PAGEDATE"), "20260314");
+  EXPECT_EQ(pages[0].at("PAGETIME"), "09:00:00");
+  EXPECT_EQ(pages[0].at("STATUS"), "200");
+  EXPECT_EQ(pages[4998].at("PAGE"), "p4999.htm");
+  EXPECT_EQ(pages[4999].at("PAGE"), "");
+  EXPECT_EQ(pages[4999].at("IP"), "");
+  EXPECT_EQ(pages[5000].at("PAGE"), "p1.htm");
+  EXPECT_EQ(pages[5001].at("PAGE"), "p5001.htm");
+  for (const auto& p : pages) EXPECT_NE(p.at("PAGE"), "p5000.htm");
+  EXPECT_EQ(f.Totals().pageRecordsAdded, 5002);
+}
+
+TEST(Records, DownloadKeepsTheFileNameAndIsCountedForTheSite) {
+  DbRun run;
+  dbtest::CountingHooks hooks;
+  database::F f(run.world);
+  f.SetHooks(hooks);
+  ASSERT_TRUE(f.InitDatabase());
+  f.SetCurrentSite("Beta");
+  database::Visit v = MakeVisit("10.0.0.1", At(9, 0, 0), 2);
+  v.visitNumber = 3;
+  for (const char* page : {"/files/setup.exe", "a\\b/c\\d.zip", "plain.dll", "dir/"}) {
+    v.currentPage = page;
+    v.lastHitTime = At(9, 5, 30);
+    v.status = 404;
+    f.AddDownload(v);
+  }
+  EXPECT_EQ(hooks.downloads[2], 4);
+  f.CloseDatabase();
+  const auto downloads = ReadTable(run.Data(), "Downloads");
+  ASSERT_EQ(downloads.size(), 4u);
+  EXPECT_EQ(downloads[0].at("DOWNLOAD"), "setup.exe");
+  EXPECT_EQ(downloads[1].at("DOWNLOAD"), "d.zip");
+  EXPECT_EQ(downloads[2].at("DOWNLOAD"), "plain.dll");
+  EXPECT_EQ(downloads[3].at("DOWNLOAD"), "");
+  EXPECT_EQ(downloads[0].at("SITE"), "Beta");
+  EXPECT_EQ(downloads[0].at("VISITNO"), "00003");
+  EXPECT_EQ(downloads[0].at("VISITTIME"), "09:05:30");
+  EXPECT_EQ(downloads[0].at("STATUS"), "404");
+}

@@ -1,0 +1,174 @@
+// The database form F: visitor records (one per IP address and site), visit numbering, the
+// referrer counts, hack counts and friendly names.
+#include <cstring>
+
+#include "database/F.h"
+#include "database/FDetail.h"
+#include "database/RecordText.h"
+#include "database/Schema.h"
+#include "startup/World.h"
+#include "vb/Format.h"
+#include "vb/Strings.h"
+
+namespace database {
+
+namespace {
+
+constexpr int kVisitorKeyLength = schema::kIpWidth + schema::kSiteWidth;
+constexpr int kReferrerKeyLength = schema::kReferrerWidth + schema::kSiteWidth;
+
+// The exception raised for a visitor who returns at least the site's return limit of times.
+constexpr int16_t kRepeatVisitor = 133;
+
+}  // namespace
+
+void F::UpdateVisitor(Visit& visit, bool dontUpdateReferrer) {
+  try {
+    const auto& f = fields_->visitor;
+    char time[8];
+    vb::FormatTimeTo(visit.startTime, time);
+
+    // 1. Visitor key: IP + current site.
+    char key[kVisitorKeyLength];
+    PadInto(key, schema::kIpWidth, visit.clientAddress);
+    std::memcpy(key + schema::kIpWidth, siteKey_.data(), schema::kSiteWidth);
+    lastStatus_ = VAVIS.SeekKey(detail::View(key, kVisitorKeyLength));
+    // Whether the record is new is decided by this seek alone. The exception that step 7 may
+    // raise can write a batch of exceptions and so change the last status; letting that status
+    // choose between append and replace would overwrite another visitor's record.
+    const bool isNew = lastStatus_ > 0;
+
+    // 2. A new visitor.
+    if (isNew) {
+      ++totals_.newVisitors;
+      VAVIS.BlankRecord();
+      VAVIS.SetDate(f.firstVDate, visit.startTime);
+      VAVIS.SetText(f.firstVTime, detail::View(time, 8));
+      VAVIS.SetNumber(f.visits, 0);
+      VAVIS.SetText(f.spider, visit.spider ? "Y" : "N");
+      VAVIS.SetText(f.spiderT, visit.spiderName);
+      VAVIS.SetText(f.site, currentSite_);
+      VAVIS.SetText(f.name, {});
+      VAVIS.SetText(f.country, visit.countryCode);
+      VAVIS.SetNumber(f.hackCount, 0);
+    }
+
+    // 3. New and known visitors alike.
+    VAVIS.SetText(f.ip, visit.clientAddress);
+    VAVIS.SetText(f.browser, visit.browser);
+    VAVIS.SetText(f.dns, visit.hostName);
+
+    // 4. Only a visit that starts later than the recorded last visit counts again.
+    const vb::Date last = CombineDateTime(VAVIS.GetDate(f.lastVDate), VAVIS.GetText(f.lastVTime));
+    if (WholeSeconds(visit.startTime) > WholeSeconds(last)) {
+      VAVIS.SetNumber(f.visits, VAVIS.GetNumber(f.visits) + 1);
+      VAVIS.SetDate(f.lastVDate, visit.startTime);
+      VAVIS.SetText(f.lastVTime, detail::View(time, 8));
+    }
+
+    // 5. Visits are numbered per IP and site from 1, in order of their start times.
+    visit.visitNumber = static_cast<int32_t>(VAVIS.GetNumber(f.visits));
+
+    // 6.
+    visit.friendlyName.assign(vb::Trim(VAVIS.GetText(f.name)));
+    visit.firstVisitTime =
+        CombineDateTime(VAVIS.GetDate(f.firstVDate), VAVIS.GetText(f.firstVTime));
+
+    // 7. Repeat visitor.
+    const bool knownSite = visit.siteIndex >= 1 && visit.siteIndex <= world_.siteCount;
+    if (knownSite && !visit.spider &&
+        visit.visitNumber >= world_.site(visit.siteIndex).returnLimit) {
+      AddException(visit.siteIndex, kRepeatVisitor, visit.lastHitTime, std::nullopt,
+                   visit.hostName, visit.visitNumber);
+    }
+
+    // 8.
+    lastStatus_ = isNew ? VAVIS.AppendRecord() : VAVIS.ReplaceRecord();
+
+    // 9. The referrer's record.
+    if (dontUpdateReferrer) return;
+    const std::string_view referrer = ShortenReferrer(visit.referrer);
+    if (referrer.empty()) return;
+    const auto& r = fields_->referrers;
+    char refKey[kReferrerKeyLength];
+    PadInto(refKey, schema::kReferrerWidth, referrer);
+    std::memcpy(refKey + schema::kReferrerWidth, siteKey_.data(), schema::kSiteWidth);
+    lastStatus_ = VAREF.SeekKey(detail::View(refKey, kReferrerKeyLength));
+    const bool newReferrer = lastStatus_ > 0;
+    if (newReferrer) {
+      ++totals_.newReferrers;
+      VAREF.BlankRecord();
+      VAREF.SetDate(r.firstVDate, visit.startTime);
+      VAREF.SetText(r.firstVTime, detail::View(time, 8));
+      VAREF.SetNumber(r.visits, 0);
+      VAREF.SetText(r.site, currentSite_);
+      VAREF.SetText(r.name, referrer);
+    }
+    // Unlike the visitor, a referrer counts a visit that starts at the same second again.
+    const vb::Date lastRef = CombineDateTime(VAREF.GetDate(r.lastVDate), VAREF.GetText(r.lastVTime));
+    const double visits = VAREF.GetNumber(r.visits);
+    if (visits != -1 && WholeSeconds(visit.startTime) >= WholeSeconds(lastRef)) {
+      VAREF.SetNumber(r.visits, visits + 1);
+      VAREF.SetDate(r.lastVDate, visit.startTime);
+      VAREF.SetText(r.lastVTime, detail::View(time, 8));
+    }
+    lastStatus_ = newReferrer ? VAREF.AppendRecord() : VAREF.ReplaceRecord();
+  } catch (const std::exception& e) {
+    LogFailure("F.UpdateVisitor", e);
+  }
+}
+
+void F::UpdateHackCount(Visit& visit) {
+  try {
+    char key[kVisitorKeyLength];
+    PadInto(key, schema::kIpWidth, visit.clientAddress);
+    std::memcpy(key + schema::kIpWidth, siteKey_.data(), schema::kSiteWidth);
+    lastStatus_ = VAVIS.SeekKey(detail::View(key, kVisitorKeyLength));
+    if (lastStatus_ != dbase::kOk) return;  // a visitor without a record is not counted
+    const auto& f = fields_->visitor;
+    const double count = VAVIS.GetNumber(f.hackCount) + 1;
+    VAVIS.SetNumber(f.hackCount, count);
+    visit.hackCount = static_cast<int16_t>(VAVIS.GetNumber(f.hackCount));
+    lastStatus_ = VAVIS.ReplaceRecord();
+  } catch (const std::exception& e) {
+    LogFailure("F.UpdateHackCount", e);
+  }
+}
+
+void F::ChangeFriendlyName(std::string_view ip, std::string_view newName) {
+  try {
+    if (!DatabaseReady()) return;
+    const auto& f = fields_->visitor;
+    char key[kVisitorKeyLength];
+    PadInto(key, schema::kIpWidth, ip);
+    for (int i = 1; i <= world_.siteCount; ++i) {
+      PadInto(key + schema::kIpWidth, schema::kSiteWidth, world_.site(i).name);
+      lastStatus_ = VAVIS.SeekKey(detail::View(key, kVisitorKeyLength));
+      if (lastStatus_ == dbase::kOk) {
+        VAVIS.SetText(f.name, newName);
+        lastStatus_ = VAVIS.ReplaceRecord();
+      }
+    }
+  } catch (const std::exception& e) {
+    LogFailure("Btree.ChangeFriendlyName", e);
+  }
+}
+
+std::string F::GetFriendlyName(std::string_view ip) {
+  try {
+    // The IP followed by a blank site: the first record of that IP for any site.
+    char key[kVisitorKeyLength];
+    PadInto(key, schema::kIpWidth, ip);
+    std::memset(key + schema::kIpWidth, ' ', schema::kSiteWidth);
+    lastStatus_ = detail::NearStatus(VAVIS.SeekNear(detail::View(key, kVisitorKeyLength)));
+    const auto& f = fields_->visitor;
+    if (lastStatus_ == dbase::kOk && vb::Trim(VAVIS.GetText(f.ip)) == ip) {
+      return std::string(vb::Trim(VAVIS.GetText(f.name)));
+    }
+  } catch (const std::exception& e) {
+    LogFailure("Btree.GetFriendlyName", e);
+  }
+  return {};
+}
+
+}  // namespace database
