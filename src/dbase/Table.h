@@ -83,7 +83,8 @@ class Table {
   // ---- files -----------------------------------------------------------------------------
   // Deletes STEM.DBF and STEM.MDX (any case) in the location, if present. Returns kOk also when
   // nothing was there; kBadName without a location or for an empty stem; kIoError when a file
-  // exists but cannot be deleted. Does not touch this control's open table (drop another one).
+  // exists but cannot be deleted. When this control has that very table open, it is closed
+  // (written) first.
   int DropTable(std::string_view stem);
   // Creates the empty table files from field specs ("IP|C|15", "name|type|width[|decimals]",
   // types C, N, D) and tag specs ("key0|IP + Site||U|": name|expression|filter|U/N|D, trailing

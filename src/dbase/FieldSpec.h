@@ -1,0 +1,36 @@
+// Reading the text specifications from which tables are created:
+//   field spec  "name|type|width[|decimals]"            e.g. "IP|C|15", "Visits|N|5", "Dated|D|8"
+//   tag spec    "name|expression|filter|unique|order"    e.g. "key0|IP + Site||U|", "key1|Site"
+// In a tag spec the trailing parts may be missing or empty: missing means no filter, not
+// unique, ascending. "U" marks a unique tag ("N" or empty: not unique), "D" a descending one.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "dbase/Table.h"
+
+namespace dbase {
+
+// A parsed tag specification (the expression is checked later, against the fields).
+struct TagSpec {
+  std::string name;        // upper case
+  std::string expression;  // as written
+  bool unique = false;
+  bool descending = false;
+};
+
+// True when `name` can be a field or tag name: 1..10 characters, a letter first, then letters,
+// digits or "_".
+bool IsValidName(std::string_view name);
+
+// Parses a field spec into `out` (name upper-cased; offset left 0). Types: C width 1..254,
+// N width 1..20 with decimals 0..width-2 (0 when absent), D width 8 (or absent).
+// Returns kOk or kBadFieldSpec.
+int ParseFieldSpec(std::string_view spec, FieldInfo& out);
+
+// Parses a tag spec into `out`. A non-empty filter is refused (filtered tags are not
+// supported), as are unknown flags and more than five parts. Returns kOk or kBadTagSpec.
+int ParseTagSpec(std::string_view spec, TagSpec& out);
+
+}  // namespace dbase

@@ -1,0 +1,35 @@
+// Writing a production .MDX in one go: every tag's B-tree is built bottom up from its entries
+// in index order, leaves filled evenly (as full as the count allows), then each level of
+// branches over the one below, until one root is left. The file is written sequentially to a
+// temporary file and renamed over the old one, so a reader sees the old or the new index,
+// never half of one. Layout: header and tag table (pages 0-3), the tag headers, then each
+// tag's nodes, leaves first and the root last.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace dbase {
+
+// One tag to write: its description and its entries in index order.
+struct MdxTagSource {
+  std::string name;        // upper case, at most 10 characters
+  std::string expression;  // as stored
+  int keyLength = 0;
+  bool unique = false;
+  bool descending = false;
+  size_t count = 0;  // entries that `next` will deliver
+  // Delivers the next entry: writes keyLength key bytes to key and the record number.
+  // Called exactly `count` times.
+  std::function<void(char* key, uint32_t& recno)> next;
+};
+
+// Writes the .MDX of the table `dataName` (file stem, written upper-cased) at `path`.
+// REQUIRES: 1..47 tags with distinct names, key lengths 1..100. Returns kOk, kIoError or
+// kCannotCreate (the old file, if any, is then unchanged).
+int WriteMdx(const std::string& path, const std::string& dataName,
+             std::vector<MdxTagSource>& tags);
+
+}  // namespace dbase

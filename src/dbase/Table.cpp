@@ -1,0 +1,1027 @@
+// The table control: a .DBF with its production .MDX, its record buffer and its tag order.
+#include "dbase/Table.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "dbase/DbfFile.h"
+#include "dbase/FieldSpec.h"
+#include "dbase/KeyExpression.h"
+#include "dbase/MdxFormat.h"
+#include "dbase/MdxReader.h"
+#include "dbase/MdxWriter.h"
+#include "dbase/TagIndex.h"
+#include "dbase/Util.h"
+
+namespace dbase {
+
+namespace {
+
+// One index tag of an open table.
+struct Tag {
+  std::string name;
+  KeyExpression expr;
+  bool unique = false;
+  bool descending = false;
+  std::unique_ptr<TagIndex> index;
+};
+
+// Record numbers are read in chunks of this many records when all of them are needed.
+constexpr uint32_t kScanChunk = 4096;
+
+}  // namespace
+
+struct Table::Impl {
+  std::string location, stem;
+  int shareMode = 0;
+  bool rebuild = false;
+  std::function<void(const std::string&)> sink;
+  std::vector<std::string> indexSpecs;
+
+  bool open = false;
+  bool readOnly = false;
+  DbfFile dbf;
+  std::string mdxPath;
+  std::vector<Tag> tags;
+  int selected = -1;         // tag giving the order; -1 = record-number order
+  bool indexDirty = false;   // the .MDX must be written
+  bool indexRebuilt = false;
+  int flushStatus = kOk;
+
+  // Position. recno 0 = none (past the end).
+  uint32_t recno = 0;
+  bool eof = true;
+  std::string curKey;         // key of the current record in the selected tag
+  bool curKeyValid = false;
+  TagIndex::Pos pos;          // the current record's place, if posVersion is the index's
+  uint64_t posVersion = ~uint64_t(0);
+
+  // Record buffer; filled from the file on first use after a positioning.
+  mutable std::string buf;
+  mutable bool loaded = true;
+  mutable int loadStatus = kOk;
+  std::string scratch, scratch2, oldRec;
+
+  void Notice(const std::string& m) const {
+    if (sink) sink(m);
+  }
+  std::string DbfName() const { return UpperAscii(stem) + ".DBF"; }
+  std::string MdxName() const { return UpperAscii(stem) + ".MDX"; }
+
+  void EnsureLoaded() const {
+    if (loaded) return;
+    loaded = true;
+    if (recno == 0) {
+      std::fill(buf.begin(), buf.end(), ' ');
+      return;
+    }
+    loadStatus = dbf.Read(recno, buf.data());
+    if (loadStatus != kOk) std::fill(buf.begin(), buf.end(), ' ');
+  }
+
+  const FieldInfo* Field(int i) const {
+    const auto& f = dbf.Fields();
+    return (open && i >= 0 && size_t(i) < f.size()) ? &f[size_t(i)] : nullptr;
+  }
+  int IndexOf(std::string_view name) const {
+    const auto& f = dbf.Fields();
+    for (size_t i = 0; i < f.size(); ++i)
+      if (EqualsNoCase(f[i].name, name)) return int(i);
+    return -1;
+  }
+
+  void SetPastEnd() {
+    recno = 0;
+    eof = true;
+    curKeyValid = false;
+    posVersion = ~uint64_t(0);
+    loaded = false;
+  }
+  // Stands on the tag entry at p of the selected tag.
+  void SetAt(TagIndex::Pos p) {
+    const TagIndex& ix = *tags[size_t(selected)].index;
+    recno = ix.RecnoAt(p);
+    eof = false;
+    curKey.assign(ix.KeyAt(p), size_t(ix.KeyLength()));
+    curKeyValid = true;
+    pos = p;
+    posVersion = ix.Version();
+    loaded = false;
+  }
+  void SetRecno(uint32_t r) {
+    recno = r;
+    eof = r == 0;
+    curKeyValid = false;
+    posVersion = ~uint64_t(0);
+    loaded = false;
+  }
+  // The current record's key in the selected tag, computed from the record when not known.
+  void EnsureCurKey() {
+    if (curKeyValid || selected < 0 || recno == 0) return;
+    EnsureLoaded();
+    const Tag& t = tags[size_t(selected)];
+    curKey.resize(size_t(t.expr.KeyLength()));
+    t.expr.Evaluate(buf.data(), curKey.data());
+    curKeyValid = true;
+  }
+  // The first entry at or after the current record's place; *present tells whether it is the
+  // current record's own entry (a record left out of a unique tag has none).
+  TagIndex::Pos Place(bool* present) {
+    EnsureCurKey();
+    const TagIndex& ix = *tags[size_t(selected)].index;
+    if (posVersion == ix.Version() && pos.Valid()) {
+      *present = true;
+      return pos;
+    }
+    TagIndex::Pos p = ix.LowerBound(curKey.data(), ix.KeyLength(), recno);
+    *present = p.Valid() && ix.RecnoAt(p) == recno &&
+               std::memcmp(ix.KeyAt(p), curKey.data(), curKey.size()) == 0;
+    return p;
+  }
+
+  int CheckWritable() const {
+    if (!open) return kNotOpen;
+    if (readOnly) return kReadOnly;
+    return kOk;
+  }
+
+  // ---- index loading and rebuilding ------------------------------------------------------
+  int Open(bool ro);
+  bool LoadIndexFromMdx(std::string* why);
+  bool TagsFromSpecs(const std::vector<std::string>& specs, std::string* why);
+  int RebuildIndex();
+  bool SpotCheck(const Tag& t, std::string* why);
+  uint32_t FirstOtherHolder(const Tag& t, const char* key, uint32_t except);
+  int WriteIndex();
+  std::vector<bool> FieldMdxFlags() const;
+};
+
+// ---- properties ----------------------------------------------------------------------------
+
+Table::Table() : impl_(std::make_unique<Impl>()) {}
+Table::~Table() { CloseTable(); }
+
+void Table::SetLocation(std::string folder) {
+  if (!folder.empty() && folder.back() != '/') folder += '/';
+  impl_->location = std::move(folder);
+}
+void Table::SetTableName(std::string stem) { impl_->stem = std::move(stem); }
+const std::string& Table::Location() const { return impl_->location; }
+const std::string& Table::TableName() const { return impl_->stem; }
+void Table::SetShareMode(int mode) { impl_->shareMode = mode; }
+int Table::ShareMode() const { return impl_->shareMode; }
+void Table::SetRebuild(bool rebuild) { impl_->rebuild = rebuild; }
+bool Table::Rebuild() const { return impl_->rebuild; }
+void Table::SetNoticeSink(std::function<void(const std::string&)> sink) { impl_->sink = std::move(sink); }
+void Table::SetIndexSpecs(std::vector<std::string> tagSpecs) { impl_->indexSpecs = std::move(tagSpecs); }
+
+static bool ValidStem(std::string_view stem) {
+  if (stem.empty() || stem.size() > 64) return false;
+  for (char c : stem)
+    if (c == '/' || c == '\\' || c == '\0') return false;
+  return stem != "." && stem != "..";
+}
+
+// ---- files ---------------------------------------------------------------------------------
+
+int Table::DropTable(std::string_view stem) {
+  Impl& m = *impl_;
+  if (m.location.empty() || !ValidStem(stem)) return kBadName;
+  if (m.open && EqualsNoCase(stem, m.stem)) CloseTable();
+  int status = kOk;
+  for (const char* ext : {".DBF", ".MDX"}) {
+    std::string path = FindFileNoCase(m.location, UpperAscii(stem) + ext);
+    if (!path.empty() && ::unlink(path.c_str()) != 0) status = kIoError;
+  }
+  return status;
+}
+
+int Table::CreateTable(const std::vector<std::string>& fieldSpecs,
+                       const std::vector<std::string>& tagSpecs) {
+  Impl& m = *impl_;
+  if (m.open) return kAlreadyOpen;
+  if (m.location.empty() || !ValidStem(m.stem)) return kBadName;
+  // 1. Fields.
+  std::vector<FieldInfo> fields;
+  int offset = 1;
+  for (const std::string& spec : fieldSpecs) {
+    FieldInfo f;
+    if (ParseFieldSpec(spec, f) != kOk) return kBadFieldSpec;
+    for (const FieldInfo& g : fields)
+      if (g.name == f.name) return kBadFieldSpec;
+    f.offset = offset;
+    offset += f.width;
+    fields.push_back(f);
+  }
+  // dBASE IV's own limits: 255 fields, 4,000 bytes per record.
+  if (fields.empty() || fields.size() > size_t(dbf::kMaxFields) || offset > 4000)
+    return kBadFieldSpec;
+  // 2. Tags, each expression checked against the fields.
+  std::vector<MdxTagSource> tags;
+  std::vector<bool> fieldFlags(fields.size(), false);
+  for (const std::string& spec : tagSpecs) {
+    TagSpec ts;
+    if (ParseTagSpec(spec, ts) != kOk) return kBadTagSpec;
+    for (const MdxTagSource& t : tags)
+      if (t.name == ts.name) return kBadTagSpec;
+    KeyExpression expr;
+    if (expr.Parse(ts.expression, fields) != kOk) return kBadExpression;
+    if (expr.IsSingleField())
+      for (size_t i = 0; i < fields.size(); ++i)
+        if (fields[i].name == expr.Text()) fieldFlags[i] = true;
+    MdxTagSource src;
+    src.name = ts.name;
+    src.expression = expr.Text();
+    src.keyLength = expr.KeyLength();
+    src.unique = ts.unique;
+    src.descending = ts.descending;
+    src.count = 0;
+    tags.push_back(std::move(src));
+  }
+  if (tags.size() > size_t(mdx::kMaxTags)) return kBadTagSpec;
+  if (::access(m.location.c_str(), W_OK) != 0) return kCannotCreate;
+  // 3. Files: any old ones (in whatever case) go, then the new .DBF and .MDX.
+  for (const char* ext : {".DBF", ".MDX"}) {
+    std::string old = FindFileNoCase(m.location, UpperAscii(m.stem) + ext);
+    if (!old.empty() && ::unlink(old.c_str()) != 0) return kCannotCreate;
+  }
+  std::string dbfPath = m.location + m.DbfName();
+  std::string bytes = BuildDbfHeader(fields, 0, !tags.empty(), fieldFlags);
+  bytes.push_back(char(dbf::kEofMark));
+  if (!WriteFileAtomic(dbfPath, bytes)) return kCannotCreate;
+  if (!tags.empty()) {
+    int s = WriteMdx(m.location + m.MdxName(), m.stem, tags);
+    if (s != kOk) {
+      ::unlink(dbfPath.c_str());
+      return kCannotCreate;
+    }
+  }
+  return kOk;
+}
+
+int Table::OpenTable() { return impl_->Open(false); }
+int Table::OpenTableReadOnly() { return impl_->Open(true); }
+
+int Table::Impl::Open(bool ro) {
+  if (open) return kAlreadyOpen;
+  if (location.empty() || !ValidStem(stem)) return kBadName;
+  std::string path = FindFileNoCase(location, DbfName());
+  if (path.empty()) return kFileMissing;
+  std::string why, notice;
+  int s = dbf.Open(path, ro, &why, &notice);
+  if (s != kOk) return s;
+  if (!notice.empty()) Notice(dbf.Path() + ": " + notice);
+  open = true;
+  readOnly = ro;
+  indexDirty = false;
+  indexRebuilt = false;
+  flushStatus = kOk;
+  buf.assign(size_t(dbf.RecordLength()), ' ');
+  loaded = true;
+  tags.clear();
+
+  // The index: read from the .MDX; rebuilt from the records when it is missing, damaged or
+  // does not match the records.
+  mdxPath = FindFileNoCase(location, MdxName());
+  std::string problem;
+  bool good = false;
+  if (!mdxPath.empty()) {
+    good = LoadIndexFromMdx(&problem);
+  } else if (dbf.Header().productionMdx || !indexSpecs.empty()) {
+    problem = "index file " + MdxName() + " is missing";
+  }
+  if (!good && !problem.empty()) {
+    std::string tagWhy;
+    // Keep the tag definitions the damaged file still shows; else use the ones supplied.
+    if (tags.empty() && !indexSpecs.empty() && !TagsFromSpecs(indexSpecs, &tagWhy))
+      problem += "; " + tagWhy;
+    s = RebuildIndex();
+    if (s != kOk) {
+      dbf.Close();
+      tags.clear();
+      open = false;
+      return s;
+    }
+    indexRebuilt = true;
+    indexDirty = !ro && !tags.empty();
+    if (mdxPath.empty()) mdxPath = location + MdxName();
+    if (tags.empty())
+      Notice("index of " + DbfName() + " could not be rebuilt (no tag definitions): " + problem);
+    else
+      Notice("index of " + DbfName() + " rebuilt: " + problem);
+  }
+  if (tags.empty() && mdxPath.empty()) mdxPath.clear();
+  selected = tags.empty() ? -1 : 0;
+  recno = 0;
+  eof = true;
+  if (selected >= 0) {
+    TagIndex::Pos p = tags[0].index->First();
+    if (p.Valid()) SetAt(p);
+    else SetPastEnd();
+  } else {
+    SetRecno(dbf.RecordCount() > 0 ? 1 : 0);
+  }
+  return kOk;
+}
+
+bool Table::Impl::LoadIndexFromMdx(std::string* why) {
+  MdxReader reader;
+  int s = reader.Open(mdxPath, why);
+  if (s != kOk) return false;
+  const MdxFileInfo& info = reader.Info();
+  const uint32_t n = dbf.RecordCount();
+  // Tag definitions first, so that a rebuild can use them even if a tree is bad.
+  std::vector<Tag> defs;
+  for (const MdxTagHeader& h : info.tags) {
+    Tag t;
+    t.name = UpperAscii(h.name);
+    if (t.expr.Parse(h.expression, dbf.Fields()) != kOk) {
+      *why = "tag " + h.name + ": key expression \"" + h.expression + "\" not understood";
+      return false;
+    }
+    if (h.keyType != 'C' || t.expr.KeyLength() != h.keyLength) {
+      *why = "tag " + h.name + ": key length " + std::to_string(h.keyLength) +
+             " does not match \"" + h.expression + "\"";
+      return false;
+    }
+    t.unique = h.unique || h.uniqueByte23 != 0;
+    t.descending = h.descending;
+    t.index = std::make_unique<TagIndex>(t.expr.KeyLength(), t.descending);
+    defs.push_back(std::move(t));
+  }
+  tags = std::move(defs);
+  for (size_t i = 0; i < tags.size(); ++i) {
+    Tag& t = tags[i];
+    MdxTagWalk walk;
+    std::vector<std::string> defects;
+    if (!reader.Walk(i, n, true, walk, defects, nullptr)) {
+      *why = defects.empty() ? "tag " + t.name + " unreadable" : defects.front();
+      return false;
+    }
+    // Stale: the tag does not cover the records (appended or removed behind its back).
+    if ((!t.unique && walk.count != n) || walk.count > n) {
+      *why = "tag " + t.name + " holds " + std::to_string(walk.count) + " keys for " +
+             std::to_string(n) + " records";
+      return false;
+    }
+    if (!t.unique) {
+      std::vector<bool> seen(size_t(n) + 1, false);
+      const size_t es = size_t(t.expr.KeyLength()) + 4;
+      for (size_t e = 0; e < walk.count; ++e) {
+        uint32_t r;
+        std::memcpy(&r, &walk.entries[e * es + size_t(t.expr.KeyLength())], 4);
+        if (seen[r]) {
+          *why = "tag " + t.name + " holds record " + std::to_string(r) + " twice";
+          return false;
+        }
+        seen[r] = true;
+      }
+    }
+    t.index->BulkLoad(walk.entries.data(), walk.count);
+    if (!SpotCheck(t, why)) return false;
+  }
+  return true;
+}
+
+// Compares the keys of a spread of records with the tag: catches an index left behind by
+// changes to the records.
+bool Table::Impl::SpotCheck(const Tag& t, std::string* why) {
+  const uint32_t n = dbf.RecordCount();
+  if (n == 0) return true;
+  std::string rec(size_t(dbf.RecordLength()), ' ');
+  std::string key(size_t(t.expr.KeyLength()), ' ');
+  const uint32_t samples = std::min<uint32_t>(n, 64);
+  for (uint32_t i = 0; i < samples; ++i) {
+    uint32_t r = samples == 1 ? n : uint32_t(1 + uint64_t(n - 1) * i / (samples - 1));
+    if (dbf.Read(r, rec.data()) != kOk) {
+      *why = "record " + std::to_string(r) + " unreadable";
+      return false;
+    }
+    t.expr.Evaluate(rec.data(), key.data());
+    uint32_t holder = t.index->Find(key.data());
+    bool ok;
+    if (t.unique) {
+      ok = holder != 0 && holder <= r;
+    } else {
+      TagIndex::Pos p = t.index->LowerBound(key.data(), t.expr.KeyLength(), r);
+      ok = p.Valid() && t.index->RecnoAt(p) == r &&
+           std::memcmp(t.index->KeyAt(p), key.data(), key.size()) == 0;
+    }
+    if (!ok) {
+      *why = "tag " + t.name + " does not match record " + std::to_string(r);
+      return false;
+    }
+  }
+  return true;
+}
+
+bool Table::Impl::TagsFromSpecs(const std::vector<std::string>& specs, std::string* why) {
+  std::vector<Tag> defs;
+  for (const std::string& spec : specs) {
+    TagSpec ts;
+    Tag t;
+    if (ParseTagSpec(spec, ts) != kOk || t.expr.Parse(ts.expression, dbf.Fields()) != kOk) {
+      *why = "tag specification \"" + spec + "\" does not fit the table";
+      return false;
+    }
+    t.name = ts.name;
+    t.unique = ts.unique;
+    t.descending = ts.descending;
+    t.index = std::make_unique<TagIndex>(t.expr.KeyLength(), t.descending);
+    defs.push_back(std::move(t));
+  }
+  tags = std::move(defs);
+  return true;
+}
+
+// Builds every tag from the records: keys computed, sorted (ties by record number), and for
+// a unique tag only the first record of each key kept.
+int Table::Impl::RebuildIndex() {
+  const uint32_t n = dbf.RecordCount();
+  const size_t rl = size_t(dbf.RecordLength());
+  for (Tag& t : tags) {
+    const size_t k = size_t(t.expr.KeyLength());
+    std::vector<char> keys(size_t(n) * k);
+    std::vector<char> chunk(size_t(kScanChunk) * rl);
+    for (uint32_t first = 1; first <= n; first += kScanChunk) {
+      uint32_t cnt = std::min(kScanChunk, n - first + 1);
+      int s = dbf.ReadRange(first, cnt, chunk.data());
+      if (s != kOk) return s;
+      for (uint32_t i = 0; i < cnt; ++i)
+        t.expr.Evaluate(chunk.data() + size_t(i) * rl, keys.data() + size_t(first - 1 + i) * k);
+    }
+    std::vector<uint32_t> order(n);
+    for (uint32_t i = 0; i < n; ++i) order[i] = i;
+    const bool desc = t.descending;
+    std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
+      int c = std::memcmp(&keys[size_t(a) * k], &keys[size_t(b) * k], k);
+      if (desc) c = -c;
+      return c != 0 ? c < 0 : a < b;
+    });
+    std::vector<char> entries;
+    entries.reserve(size_t(n) * (k + 4));
+    const char* prev = nullptr;
+    size_t count = 0;
+    for (uint32_t i : order) {
+      const char* key = &keys[size_t(i) * k];
+      if (t.unique && prev && std::memcmp(prev, key, k) == 0) continue;
+      prev = key;
+      uint32_t r = i + 1;
+      entries.insert(entries.end(), key, key + k);
+      char rb[4];
+      std::memcpy(rb, &r, 4);
+      entries.insert(entries.end(), rb, rb + 4);
+      ++count;
+    }
+    keys.clear();
+    keys.shrink_to_fit();
+    t.index->BulkLoad(entries.data(), count);
+  }
+  return kOk;
+}
+
+// The lowest record other than `except` whose key in tag t is `key`; 0 when none.
+uint32_t Table::Impl::FirstOtherHolder(const Tag& t, const char* key, uint32_t except) {
+  const uint32_t n = dbf.RecordCount();
+  const size_t rl = size_t(dbf.RecordLength());
+  std::vector<char> chunk(size_t(kScanChunk) * rl);
+  std::string k(size_t(t.expr.KeyLength()), ' ');
+  for (uint32_t first = 1; first <= n; first += kScanChunk) {
+    uint32_t cnt = std::min(kScanChunk, n - first + 1);
+    if (dbf.ReadRange(first, cnt, chunk.data()) != kOk) return 0;
+    for (uint32_t i = 0; i < cnt; ++i) {
+      if (first + i == except) continue;
+      t.expr.Evaluate(chunk.data() + size_t(i) * rl, k.data());
+      if (std::memcmp(k.data(), key, k.size()) == 0) return first + i;
+    }
+  }
+  return 0;
+}
+
+std::vector<bool> Table::Impl::FieldMdxFlags() const {
+  std::vector<bool> flags(dbf.Fields().size(), false);
+  for (const Tag& t : tags)
+    if (t.expr.IsSingleField())
+      for (size_t i = 0; i < flags.size(); ++i)
+        if (dbf.Fields()[i].name == t.expr.Text()) flags[i] = true;
+  return flags;
+}
+
+int Table::Impl::WriteIndex() {
+  std::vector<MdxTagSource> srcs;
+  std::vector<TagIndex::Pos> cursors(tags.size());
+  for (size_t i = 0; i < tags.size(); ++i) {
+    const Tag& t = tags[i];
+    MdxTagSource s;
+    s.name = t.name;
+    s.expression = t.expr.Text();
+    s.keyLength = t.expr.KeyLength();
+    s.unique = t.unique;
+    s.descending = t.descending;
+    s.count = t.index->Size();
+    cursors[i] = t.index->First();
+    const TagIndex* ix = t.index.get();
+    TagIndex::Pos* cur = &cursors[i];
+    s.next = [ix, cur](char* key, uint32_t& r) {
+      std::memcpy(key, ix->KeyAt(*cur), size_t(ix->KeyLength()));
+      r = ix->RecnoAt(*cur);
+      ix->Next(*cur);
+    };
+    srcs.push_back(std::move(s));
+  }
+  if (mdxPath.empty()) mdxPath = location + MdxName();
+  return WriteMdx(mdxPath, stem, srcs);
+}
+
+bool Table::IsOpen() const { return impl_->open; }
+bool Table::IsReadOnly() const { return impl_->open && impl_->readOnly; }
+
+int Table::FlushTable() {
+  Impl& m = *impl_;
+  if (!m.open) return kNotOpen;
+  if (m.readOnly) return kOk;
+  int s = m.dbf.Flush(!m.tags.empty(), m.FieldMdxFlags());
+  if (s == kOk && m.indexDirty && !m.tags.empty()) {
+    s = m.WriteIndex();
+    if (s == kOk) m.indexDirty = false;
+  }
+  m.flushStatus = s;
+  return s;
+}
+
+void Table::CloseTable() {
+  Impl& m = *impl_;
+  if (!m.open) return;
+  FlushTable();
+  m.dbf.Close();
+  m.tags.clear();
+  m.open = false;
+  m.selected = -1;
+  m.recno = 0;
+  m.eof = true;
+  m.curKeyValid = false;
+  m.loaded = true;
+}
+
+// ---- order ---------------------------------------------------------------------------------
+
+void Table::ResetTable() { GoTop(); }
+
+int Table::SelectTag(std::string_view tag) {
+  Impl& m = *impl_;
+  if (!m.open) return kNotOpen;
+  int found = -2;
+  if (tag.empty()) found = -1;
+  for (size_t i = 0; i < m.tags.size() && found == -2; ++i)
+    if (EqualsNoCase(m.tags[i].name, tag)) found = int(i);
+  if (found == -2) return kNoSuchTag;
+  if (found != m.selected) {
+    m.selected = found;
+    m.curKeyValid = false;
+    m.posVersion = ~uint64_t(0);
+  }
+  return kOk;
+}
+
+std::string Table::SelectedTag() const {
+  const Impl& m = *impl_;
+  return m.selected >= 0 ? m.tags[size_t(m.selected)].name : std::string();
+}
+
+// ---- fields --------------------------------------------------------------------------------
+
+int Table::FieldIndex(std::string_view name) const { return impl_->open ? impl_->IndexOf(name) : -1; }
+int Table::FieldCount() const { return impl_->open ? int(impl_->dbf.Fields().size()) : 0; }
+
+std::vector<FieldInfo> Table::Fields() const {
+  return impl_->open ? impl_->dbf.Fields() : std::vector<FieldInfo>{};
+}
+
+std::vector<TagInfo> Table::Tags() const {
+  std::vector<TagInfo> out;
+  for (const Tag& t : impl_->tags) {
+    TagInfo i;
+    i.name = t.name;
+    i.expression = t.expr.Text();
+    i.keyLength = t.expr.KeyLength();
+    i.unique = t.unique;
+    i.descending = t.descending;
+    i.entries = long(t.index->Size());
+    out.push_back(i);
+  }
+  return out;
+}
+
+TableInfo Table::Info() const {
+  const Impl& m = *impl_;
+  TableInfo i;
+  if (!m.open) return i;
+  const DbfHeader& h = m.dbf.Header();
+  i.dbfPath = m.dbf.Path();
+  i.mdxPath = m.tags.empty() ? std::string() : m.mdxPath;
+  i.version = h.version;
+  i.updateYear = h.year;
+  i.updateMonth = h.month;
+  i.updateDay = h.day;
+  i.headerLength = h.headerLength;
+  i.recordLength = h.recordLength;
+  i.productionMdx = h.productionMdx;
+  i.languageDriver = h.languageDriver;
+  i.readOnly = m.readOnly;
+  i.indexRebuilt = m.indexRebuilt;
+  return i;
+}
+
+// ---- the record buffer ---------------------------------------------------------------------
+
+void Table::BlankRecord() {
+  Impl& m = *impl_;
+  if (!m.open) return;
+  std::fill(m.buf.begin(), m.buf.end(), ' ');
+  m.loaded = true;
+}
+
+void Table::SetDeleted(bool deleted) {
+  Impl& m = *impl_;
+  if (!m.open) return;
+  m.EnsureLoaded();
+  m.buf[0] = deleted ? dbf::kDeletedFlag : dbf::kActive;
+}
+
+bool Table::Deleted() const {
+  const Impl& m = *impl_;
+  if (!m.open) return false;
+  m.EnsureLoaded();
+  return m.buf[0] == dbf::kDeletedFlag;
+}
+
+int Table::AppendRecord() {
+  Impl& m = *impl_;
+  if (int s = m.CheckWritable(); s != kOk) return s;
+  m.EnsureLoaded();
+  int s = m.dbf.Append(m.buf.data());
+  if (s != kOk) return s;
+  const uint32_t r = m.dbf.RecordCount();
+  for (size_t i = 0; i < m.tags.size(); ++i) {
+    Tag& t = m.tags[i];
+    std::string& key = i == size_t(m.selected) ? m.curKey : m.scratch;
+    key.resize(size_t(t.expr.KeyLength()));
+    t.expr.Evaluate(m.buf.data(), key.data());
+    // A unique tag indexes only the first record of a key.
+    if (t.unique) t.index->InsertUnique(key.data(), r);
+    else t.index->Insert(key.data(), r);
+  }
+  if (!m.tags.empty()) m.indexDirty = true;
+  m.recno = r;
+  m.eof = false;
+  m.curKeyValid = m.selected >= 0;
+  m.posVersion = ~uint64_t(0);
+  m.loaded = true;
+  return kOk;
+}
+
+int Table::ReplaceRecord() {
+  Impl& m = *impl_;
+  if (int s = m.CheckWritable(); s != kOk) return s;
+  if (m.recno == 0) return kNoRecord;
+  m.EnsureLoaded();
+  m.oldRec.resize(m.buf.size());
+  int s = m.dbf.Read(m.recno, m.oldRec.data());
+  if (s != kOk) return s;
+  const uint32_t r = m.recno;
+  for (Tag& t : m.tags) {
+    const size_t k = size_t(t.expr.KeyLength());
+    m.scratch.resize(k);
+    m.scratch2.resize(k);
+    t.expr.Evaluate(m.oldRec.data(), m.scratch.data());
+    t.expr.Evaluate(m.buf.data(), m.scratch2.data());
+    if (std::memcmp(m.scratch.data(), m.scratch2.data(), k) == 0) continue;
+    m.indexDirty = true;
+    if (!t.unique) {
+      t.index->Erase(m.scratch.data(), r);
+      t.index->Insert(m.scratch2.data(), r);
+      continue;
+    }
+    // Unique tag: if this record held its old key, the next record with that key takes over.
+    if (t.index->Erase(m.scratch.data(), r)) {
+      uint32_t other = m.FirstOtherHolder(t, m.scratch.data(), r);
+      if (other) t.index->Insert(m.scratch.data(), other);
+    }
+    // The new key belongs to the first record that has it.
+    uint32_t holder = t.index->InsertUnique(m.scratch2.data(), r);
+    if (holder > r) {
+      t.index->Erase(m.scratch2.data(), holder);
+      t.index->Insert(m.scratch2.data(), r);
+    }
+  }
+  s = m.dbf.Write(r, m.buf.data());
+  m.curKeyValid = false;
+  m.posVersion = ~uint64_t(0);
+  return s;
+}
+
+std::string_view Table::GetText(int field) const {
+  const FieldInfo* f = impl_->Field(field);
+  if (!f) return {};
+  impl_->EnsureLoaded();
+  return std::string_view(impl_->buf.data() + f->offset, size_t(f->width));
+}
+
+void Table::SetText(int field, std::string_view v) {
+  const FieldInfo* f = impl_->Field(field);
+  if (!f) return;
+  impl_->EnsureLoaded();
+  char* dst = impl_->buf.data() + f->offset;
+  size_t n = std::min(v.size(), size_t(f->width));
+  std::memcpy(dst, v.data(), n);
+  std::memset(dst + n, ' ', size_t(f->width) - n);
+}
+
+double Table::GetNumber(int field) const {
+  std::string_view t = TrimBlanks(GetText(field));
+  if (t.empty()) return 0;
+  if (t.front() == '+') t.remove_prefix(1);
+  double v = 0;
+  auto r = std::from_chars(t.data(), t.data() + t.size(), v);
+  return r.ec == std::errc() ? v : 0;
+}
+
+// A value too wide for its field is stored as the nearest value that fits: dBASE itself
+// would show asterisks, which no reader takes for a number, and a counter that stops at its
+// largest value is the lesser harm.
+void Table::SetNumber(int field, double v) {
+  const FieldInfo* f = impl_->Field(field);
+  if (!f) return;
+  if (!std::isfinite(v)) v = 0;
+  const int d = f->decimals;
+  const int intDigits = f->width - (d > 0 ? d + 1 : 0);
+  const double step = std::pow(10.0, -d);
+  const double maxV = std::pow(10.0, intDigits) - step;
+  const double minV = intDigits > 1 ? -(std::pow(10.0, intDigits - 1) - step) : 0.0;
+  double scale = std::pow(10.0, d);
+  v = std::round(v * scale) / scale;
+  v = std::clamp(v, minV, maxV);
+  if (v == 0) v = 0;  // no "-0"
+  char text[64];
+  int n = std::snprintf(text, sizeof text, "%*.*f", f->width, d, v);
+  if (n != f->width) return;  // cannot happen after clamping; leave the field as it was
+  impl_->EnsureLoaded();
+  std::memcpy(impl_->buf.data() + f->offset, text, size_t(n));
+}
+
+static bool ParseYmd(std::string_view t, int& y, int& m, int& d) {
+  if (t.size() != 8) return false;
+  for (char c : t)
+    if (c < '0' || c > '9') return false;
+  y = (t[0] - '0') * 1000 + (t[1] - '0') * 100 + (t[2] - '0') * 10 + (t[3] - '0');
+  m = (t[4] - '0') * 10 + (t[5] - '0');
+  d = (t[6] - '0') * 10 + (t[7] - '0');
+  if (m < 1 || m > 12 || d < 1 || d > 31) return false;
+  int yy, mm, dd;
+  CivilDate(DayCount(y, m, d), yy, mm, dd);
+  return yy == y && mm == m && dd == d;
+}
+
+vb::Date Table::GetDate(int field) const {
+  int y, m, d;
+  if (!ParseYmd(GetText(field), y, m, d)) return 0;
+  return vb::Date(DayCount(y, m, d));
+}
+
+bool Table::DateIsBlank(int field) const {
+  int y, m, d;
+  return !ParseYmd(GetText(field), y, m, d);
+}
+
+// Date 0 is the run-time's empty date, so it is stored as a blank date.
+void Table::SetDate(int field, vb::Date date) {
+  const FieldInfo* f = impl_->Field(field);
+  if (!f) return;
+  if (!std::isfinite(date) || date == 0 || std::fabs(date) > 3e6) {
+    SetDateBlank(field);
+    return;
+  }
+  int y, m, d;
+  CivilDate(int64_t(std::trunc(date)), y, m, d);
+  if (y < 1 || y > 9999) {
+    SetDateBlank(field);
+    return;
+  }
+  char text[16];
+  std::snprintf(text, sizeof text, "%04d%02d%02d", y, m, d);
+  SetText(field, std::string_view(text, 8));
+}
+
+void Table::SetDateBlank(int field) { SetText(field, ""); }
+
+std::string_view Table::GetText(std::string_view name) const { return GetText(impl_->IndexOf(name)); }
+double Table::GetNumber(std::string_view name) const { return GetNumber(impl_->IndexOf(name)); }
+vb::Date Table::GetDate(std::string_view name) const { return GetDate(impl_->IndexOf(name)); }
+bool Table::DateIsBlank(std::string_view name) const { return DateIsBlank(impl_->IndexOf(name)); }
+
+int Table::SetText(std::string_view name, std::string_view v) {
+  int i = FieldIndex(name);
+  if (i < 0) return kNoSuchField;
+  SetText(i, v);
+  return kOk;
+}
+int Table::SetNumber(std::string_view name, double v) {
+  int i = FieldIndex(name);
+  if (i < 0) return kNoSuchField;
+  SetNumber(i, v);
+  return kOk;
+}
+int Table::SetDate(std::string_view name, vb::Date d) {
+  int i = FieldIndex(name);
+  if (i < 0) return kNoSuchField;
+  SetDate(i, d);
+  return kOk;
+}
+
+// ---- seeks and movement --------------------------------------------------------------------
+
+int Table::SeekKey(std::string_view key) {
+  Impl& m = *impl_;
+  if (!m.open) return kNotOpen;
+  if (m.selected < 0) return kNoTags;
+  const TagIndex& ix = *m.tags[size_t(m.selected)].index;
+  const size_t k = size_t(ix.KeyLength());
+  // The key as the tag holds it: cut or blank-padded to the key length.
+  m.scratch.assign(key.substr(0, k));
+  m.scratch.resize(k, ' ');
+  TagIndex::Pos p = ix.LowerBound(m.scratch.data(), int(k), 0);
+  if (!p.Valid()) {
+    m.SetPastEnd();
+    return kEof;
+  }
+  m.SetAt(p);
+  return std::memcmp(ix.KeyAt(p), m.scratch.data(), k) == 0 ? kOk : kAfter;
+}
+
+int Table::SeekNear(std::string_view key) {
+  Impl& m = *impl_;
+  if (!m.open) return kNotOpen;
+  if (m.selected < 0) return kNoTags;
+  const TagIndex& ix = *m.tags[size_t(m.selected)].index;
+  const int len = int(std::min(key.size(), size_t(ix.KeyLength())));
+  TagIndex::Pos p = ix.LowerBound(key.data(), len, 0);
+  if (!p.Valid()) {
+    m.SetPastEnd();
+    return kEof;
+  }
+  m.SetAt(p);
+  return std::memcmp(ix.KeyAt(p), key.data(), size_t(len)) == 0 ? kOk : kAfter;
+}
+
+int Table::Skip(long n) {
+  Impl& m = *impl_;
+  if (!m.open) return kNotOpen;
+  const long count = long(m.dbf.RecordCount());
+  if (m.selected < 0) {
+    long cur = m.eof ? count + 1 : long(m.recno);
+    long target = cur + n;
+    if (target > count) {
+      m.SetPastEnd();
+      return kEof;
+    }
+    if (target < 1) {
+      m.SetRecno(count > 0 ? 1 : 0);
+      return count > 0 ? kBof : kEof;
+    }
+    m.SetRecno(uint32_t(target));
+    return kOk;
+  }
+  const TagIndex& ix = *m.tags[size_t(m.selected)].index;
+  TagIndex::Pos p;
+  long steps;
+  if (m.eof) {
+    if (n >= 0) return kEof;
+    p = ix.Last();
+    if (!p.Valid()) return kEof;
+    steps = n + 1;  // the last entry is one step back already
+  } else {
+    bool present = false;
+    p = m.Place(&present);
+    steps = n;
+    if (!present && n > 0) --steps;  // p already is the next entry
+    if (!p.Valid()) {
+      if (n >= 0) {
+        if (n == 0) return kOk;
+        m.SetPastEnd();
+        return kEof;
+      }
+      p = ix.Last();
+      if (!p.Valid()) return kEof;
+      ++steps;
+    }
+    if (n == 0) {
+      m.loaded = false;  // re-read the current record
+      return kOk;
+    }
+  }
+  for (; steps > 0; --steps) {
+    if (!ix.Next(p)) {
+      m.SetPastEnd();
+      return kEof;
+    }
+  }
+  for (; steps < 0; ++steps) {
+    if (!ix.Prev(p)) {
+      m.SetAt(ix.First());
+      return kBof;
+    }
+  }
+  m.SetAt(p);
+  return kOk;
+}
+
+int Table::GoTop() {
+  Impl& m = *impl_;
+  if (!m.open) return kNotOpen;
+  if (m.selected < 0) {
+    m.SetRecno(m.dbf.RecordCount() > 0 ? 1 : 0);
+    return m.recno ? kOk : kEof;
+  }
+  TagIndex::Pos p = m.tags[size_t(m.selected)].index->First();
+  if (!p.Valid()) {
+    m.SetPastEnd();
+    return kEof;
+  }
+  m.SetAt(p);
+  return kOk;
+}
+
+int Table::GoBottom() {
+  Impl& m = *impl_;
+  if (!m.open) return kNotOpen;
+  if (m.selected < 0) {
+    m.SetRecno(m.dbf.RecordCount());
+    return m.recno ? kOk : kEof;
+  }
+  TagIndex::Pos p = m.tags[size_t(m.selected)].index->Last();
+  if (!p.Valid()) {
+    m.SetPastEnd();
+    return kEof;
+  }
+  m.SetAt(p);
+  return kOk;
+}
+
+int Table::GoTo(long recno) {
+  Impl& m = *impl_;
+  if (!m.open) return kNotOpen;
+  if (recno < 1 || recno > long(m.dbf.RecordCount())) {
+    m.SetPastEnd();
+    return kEof;
+  }
+  m.SetRecno(uint32_t(recno));
+  return kOk;
+}
+
+bool Table::Eof() const { return !impl_->open || impl_->eof; }
+long Table::RecordCount() const { return impl_->open ? long(impl_->dbf.RecordCount()) : 0; }
+long Table::RecNo() const { return impl_->open ? long(impl_->recno) : 0; }
+
+std::string Table::CurrentKey() const {
+  const Impl& m = *impl_;
+  if (!m.open || m.selected < 0) return {};
+  m.EnsureLoaded();
+  return m.tags[size_t(m.selected)].expr.Evaluate(m.buf.data());
+}
+
+// ---- statuses ------------------------------------------------------------------------------
+
+const char* StatusText(int status) {
+  switch (status) {
+    case kOk: return "ok";
+    case kAfter: return "not found; positioned on the next key";
+    case kEof: return "end of table";
+    case kBof: return "start of table";
+    case kNotOpen: return "table not open";
+    case kNoSuchTag: return "no such index tag";
+    case kNoSuchField: return "no such field";
+    case kBadFieldSpec: return "bad field specification";
+    case kBadTagSpec: return "bad index tag specification";
+    case kBadExpression: return "key expression not understood";
+    case kNoRecord: return "no current record";
+    case kReadOnly: return "table opened read-only";
+    case kNoTags: return "table has no index tag";
+    case kFileMissing: return "table file missing";
+    case kCannotCreate: return "cannot create table file";
+    case kIoError: return "file read/write error";
+    case kCorruptDbf: return "table file damaged";
+    case kCorruptMdx: return "index file damaged";
+    case kExists: return "table already exists";
+    case kBadName: return "no location or bad table name";
+    case kAlreadyOpen: return "table already open";
+    case kTooLarge: return "table too large";
+    default: return "unknown status";
+  }
+}
+
+}  // namespace dbase

@@ -1,0 +1,469 @@
+// The in-memory B+tree of an index tag.
+#include "dbase/TagIndex.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <vector>
+
+namespace dbase {
+
+struct TagIndex::Node {
+  uint16_t count;  // entries (leaf) or children (inner)
+  bool leaf;
+};
+
+struct TagIndex::Leaf : TagIndex::Node {
+  Leaf* prev;
+  Leaf* next;
+  // followed by leafCap_ entries
+};
+
+struct TagIndex::Inner : TagIndex::Node {
+  // followed by innerCap_ child pointers, then innerCap_ separators (slot 0 unused)
+};
+
+namespace {
+constexpr size_t kLeafHead = (sizeof(TagIndex::Leaf) + 7) & ~size_t(7);
+constexpr size_t kInnerHead = 8;
+constexpr int kLeafBytes = 2048;
+constexpr int kInnerBytes = 4096;
+}  // namespace
+
+TagIndex::TagIndex(int keyLength, bool descending)
+    : keyLength_(keyLength), descending_(descending), entrySize_(keyLength + 4) {
+  leafCap_ = std::clamp(kLeafBytes / entrySize_, 8, 255);
+  innerCap_ = std::clamp(kInnerBytes / (entrySize_ + 8), 8, 255);
+  root_ = NewLeaf();
+}
+
+TagIndex::~TagIndex() {
+  Clear();
+  FreeNode(root_);
+}
+
+TagIndex::Node* TagIndex::NewLeaf() {
+  size_t bytes = kLeafHead + size_t(leafCap_) * size_t(entrySize_);
+  void* mem = std::malloc(bytes);
+  if (!mem) throw std::bad_alloc();
+  Leaf* l = static_cast<Leaf*>(mem);
+  l->count = 0;
+  l->leaf = true;
+  l->prev = l->next = nullptr;
+  memory_ += bytes;
+  return l;
+}
+
+TagIndex::Node* TagIndex::NewInner() {
+  size_t bytes = kInnerHead + size_t(innerCap_) * (sizeof(Node*) + size_t(entrySize_));
+  void* mem = std::malloc(bytes);
+  if (!mem) throw std::bad_alloc();
+  Node* n = static_cast<Node*>(mem);
+  n->count = 0;
+  n->leaf = false;
+  memory_ += bytes;
+  return n;
+}
+
+void TagIndex::FreeNode(Node* n) {
+  if (!n) return;
+  memory_ -= n->leaf ? kLeafHead + size_t(leafCap_) * size_t(entrySize_)
+                     : kInnerHead + size_t(innerCap_) * (sizeof(Node*) + size_t(entrySize_));
+  std::free(n);
+}
+
+static inline TagIndex::Node** Children(TagIndex::Node* n) {
+  return reinterpret_cast<TagIndex::Node**>(reinterpret_cast<char*>(n) + kInnerHead);
+}
+
+char* TagIndex::LeafEntry(Leaf* l, int i) const {
+  return reinterpret_cast<char*>(l) + kLeafHead + size_t(i) * size_t(entrySize_);
+}
+
+char* TagIndex::Sep(Inner* n, int i) const {
+  return reinterpret_cast<char*>(n) + kInnerHead + size_t(innerCap_) * sizeof(Node*) +
+         size_t(i) * size_t(entrySize_);
+}
+
+static inline uint32_t RecnoOf(const char* entry, int keyLength) {
+  uint32_t r;
+  std::memcpy(&r, entry + keyLength, 4);
+  return r;
+}
+
+int TagIndex::Compare(const char* a, const char* b, int len) const {
+  int c = std::memcmp(a, b, size_t(len));
+  return descending_ ? -c : c;
+}
+
+bool TagIndex::EntryLess(const char* e, const char* key, int len, uint32_t recno) const {
+  int c = Compare(e, key, len);
+  if (c != 0) return c < 0;
+  if (len < keyLength_) return false;
+  return RecnoOf(e, keyLength_) < recno;
+}
+
+int TagIndex::ChildIndex(Inner* n, const char* key, int len, uint32_t recno) const {
+  // Number of separators 1..count-1 that are less than the target.
+  int lo = 1, hi = n->count;  // search in [lo, hi)
+  while (lo < hi) {
+    int mid = (lo + hi) / 2;
+    if (EntryLess(Sep(n, mid), key, len, recno)) lo = mid + 1;
+    else hi = mid;
+  }
+  return lo - 1;
+}
+
+TagIndex::Leaf* TagIndex::Descend(const char* key, uint32_t recno, Inner** path, int* idx,
+                                  int& depth, int& pos) const {
+  depth = 0;
+  Node* node = root_;
+  while (!node->leaf) {
+    Inner* in = static_cast<Inner*>(node);
+    int c = ChildIndex(in, key, keyLength_, recno);
+    path[depth] = in;
+    idx[depth] = c;
+    ++depth;
+    node = Children(in)[c];
+  }
+  Leaf* leaf = static_cast<Leaf*>(node);
+  int lo = 0, hi = leaf->count;
+  while (lo < hi) {
+    int mid = (lo + hi) / 2;
+    if (EntryLess(LeafEntry(leaf, mid), key, keyLength_, recno)) lo = mid + 1;
+    else hi = mid;
+  }
+  pos = lo;
+  return leaf;
+}
+
+void TagIndex::Insert(const char* key, uint32_t recno) {
+  Inner* path[64];
+  int idx[64];
+  int depth = 0, pos = 0;
+  Leaf* leaf = Descend(key, recno, path, idx, depth, pos);
+  InsertAt(path, idx, depth, leaf, pos, key, recno);
+}
+
+uint32_t TagIndex::InsertUnique(const char* key, uint32_t recno) {
+  Inner* path[64];
+  int idx[64];
+  int depth = 0, pos = 0;
+  Leaf* leaf = Descend(key, recno, path, idx, depth, pos);
+  // An entry with the same key is right before or right at the place (a neighbouring leaf
+  // when the place is at a leaf's edge).
+  const size_t k = size_t(keyLength_);
+  const char* before = pos > 0 ? LeafEntry(leaf, pos - 1)
+                       : (leaf->prev ? LeafEntry(leaf->prev, leaf->prev->count - 1) : nullptr);
+  if (before && std::memcmp(before, key, k) == 0) return RecnoOf(before, keyLength_);
+  const char* at = pos < leaf->count ? LeafEntry(leaf, pos)
+                   : (leaf->next ? LeafEntry(leaf->next, 0) : nullptr);
+  if (at && std::memcmp(at, key, k) == 0) return RecnoOf(at, keyLength_);
+  InsertAt(path, idx, depth, leaf, pos, key, recno);
+  return 0;
+}
+
+void TagIndex::InsertAt(Inner** path, int* idx, int depth, Leaf* leaf, int pos, const char* key,
+                        uint32_t recno) {
+  ++version_;
+  const size_t es = size_t(entrySize_);
+  ++size_;
+  if (leaf->count < leafCap_) {
+    char* at = LeafEntry(leaf, pos);
+    std::memmove(at + es, at, size_t(leaf->count - pos) * es);
+    std::memcpy(at, key, size_t(keyLength_));
+    std::memcpy(at + keyLength_, &recno, 4);
+    ++leaf->count;
+    return;
+  }
+  // Split. An entry going to the very end keeps the left leaf full (ordered inserts then
+  // leave full leaves behind); otherwise the leaf is halved.
+  Leaf* right = static_cast<Leaf*>(NewLeaf());
+  int n = leaf->count;
+  int keep = pos == n ? n : (n + 1) / 2;
+  std::memcpy(LeafEntry(right, 0), LeafEntry(leaf, keep), size_t(n - keep) * es);
+  right->count = uint16_t(n - keep);
+  leaf->count = uint16_t(keep);
+  Leaf* target = pos <= keep && pos != n ? leaf : right;
+  int tpos = target == leaf ? pos : pos - keep;
+  char* at = LeafEntry(target, tpos);
+  std::memmove(at + es, at, size_t(target->count - tpos) * es);
+  std::memcpy(at, key, size_t(keyLength_));
+  std::memcpy(at + keyLength_, &recno, 4);
+  ++target->count;
+  right->next = leaf->next;
+  right->prev = leaf;
+  if (leaf->next) leaf->next->prev = right;
+  leaf->next = right;
+  InsertIntoParent(path, idx, depth, right, LeafEntry(right, 0));
+}
+
+void TagIndex::InsertIntoParent(Inner** path, int* idx, int depth, Node* right, const char* sepIn) {
+  const size_t es = size_t(entrySize_);
+  std::vector<char> sep(sepIn, sepIn + es);
+  while (depth > 0) {
+    --depth;
+    Inner* in = path[depth];
+    int p = idx[depth] + 1;  // the new child's place
+    int n = in->count;
+    if (n < innerCap_) {
+      Node** ch = Children(in);
+      std::memmove(ch + p + 1, ch + p, size_t(n - p) * sizeof(Node*));
+      ch[p] = right;
+      std::memmove(Sep(in, p + 1), Sep(in, p), size_t(n - p) * es);
+      std::memcpy(Sep(in, p), sep.data(), es);
+      ++in->count;
+      return;
+    }
+    // Split the inner node: gather n + 1 children and their separators, then share them out.
+    std::vector<Node*> ch(Children(in), Children(in) + n);
+    std::vector<char> seps(size_t(n + 1) * es);
+    std::memcpy(seps.data() + es, Sep(in, 1), size_t(n - 1) * es);
+    ch.insert(ch.begin() + p, right);
+    std::memmove(seps.data() + size_t(p + 1) * es, seps.data() + size_t(p) * es, size_t(n - p) * es);
+    std::memcpy(seps.data() + size_t(p) * es, sep.data(), es);
+    int total = n + 1;
+    int keep = p == n ? n : total / 2;
+    Inner* rin = static_cast<Inner*>(NewInner());
+    for (int i = 0; i < keep; ++i) Children(in)[i] = ch[size_t(i)];
+    if (keep > 1) std::memcpy(Sep(in, 1), seps.data() + es, size_t(keep - 1) * es);
+    in->count = uint16_t(keep);
+    for (int i = keep; i < total; ++i) Children(rin)[i - keep] = ch[size_t(i)];
+    if (total - keep > 1)
+      std::memcpy(Sep(rin, 1), seps.data() + size_t(keep + 1) * es, size_t(total - keep - 1) * es);
+    rin->count = uint16_t(total - keep);
+    sep.assign(seps.data() + size_t(keep) * es, seps.data() + size_t(keep + 1) * es);
+    right = rin;
+  }
+  // The root split: a new root over the two halves.
+  Inner* root = static_cast<Inner*>(NewInner());
+  Children(root)[0] = root_;
+  Children(root)[1] = right;
+  std::memcpy(Sep(root, 1), sep.data(), es);
+  root->count = 2;
+  root_ = root;
+  ++height_;
+}
+
+bool TagIndex::Erase(const char* key, uint32_t recno) {
+  Inner* path[64];
+  int idx[64];
+  int depth = 0;
+  Node* node = root_;
+  while (!node->leaf) {
+    Inner* in = static_cast<Inner*>(node);
+    int c = ChildIndex(in, key, keyLength_, recno);
+    path[depth] = in;
+    idx[depth] = c;
+    ++depth;
+    node = Children(in)[c];
+  }
+  Leaf* leaf = static_cast<Leaf*>(node);
+  int lo = 0, hi = leaf->count;
+  while (lo < hi) {
+    int mid = (lo + hi) / 2;
+    if (EntryLess(LeafEntry(leaf, mid), key, keyLength_, recno)) lo = mid + 1;
+    else hi = mid;
+  }
+  // The entry sits here or, when the leaf's entries are all smaller, nowhere: separators
+  // route an existing entry to its own leaf.
+  if (lo >= leaf->count) return false;
+  const char* e = LeafEntry(leaf, lo);
+  if (std::memcmp(e, key, size_t(keyLength_)) != 0 || RecnoOf(e, keyLength_) != recno) return false;
+  ++version_;
+  --size_;
+  const size_t es = size_t(entrySize_);
+  std::memmove(LeafEntry(leaf, lo), LeafEntry(leaf, lo + 1), size_t(leaf->count - lo - 1) * es);
+  --leaf->count;
+  if (leaf->count > 0 || depth == 0) return true;
+  // An empty leaf leaves the tree; empty inner nodes above it go too.
+  if (leaf->prev) leaf->prev->next = leaf->next;
+  if (leaf->next) leaf->next->prev = leaf->prev;
+  Node* gone = leaf;
+  while (depth > 0) {
+    --depth;
+    Inner* in = path[depth];
+    int c = idx[depth];
+    FreeNode(gone);
+    Node** ch = Children(in);
+    int n = in->count;
+    std::memmove(ch + c, ch + c + 1, size_t(n - c - 1) * sizeof(Node*));
+    // Child c's separator goes; for child 0 the separator of child 1 becomes the unused slot.
+    int s = c == 0 ? 1 : c;
+    if (n > 1) std::memmove(Sep(in, s), Sep(in, s + 1), size_t(n - s - 1) * es);
+    --in->count;
+    if (in->count > 0) break;
+    gone = in;
+  }
+  // A root with a single child hands over to that child.
+  while (!root_->leaf && root_->count == 1) {
+    Node* child = Children(static_cast<Inner*>(root_))[0];
+    FreeNode(root_);
+    root_ = child;
+    --height_;
+  }
+  return true;
+}
+
+void TagIndex::Clear() {
+  ++version_;
+  // Free level by level, starting from the root.
+  std::vector<Node*> level{root_};
+  while (!level.empty()) {
+    std::vector<Node*> next;
+    for (Node* n : level) {
+      if (!n->leaf)
+        for (int i = 0; i < n->count; ++i) next.push_back(Children(n)[i]);
+      FreeNode(n);
+    }
+    level.swap(next);
+  }
+  root_ = NewLeaf();
+  height_ = 1;
+  size_ = 0;
+}
+
+void TagIndex::BulkLoad(const char* entries, size_t n) {
+  Clear();
+  if (n == 0) return;
+  const size_t es = size_t(entrySize_);
+  FreeNode(root_);
+  // Leaves, full.
+  std::vector<Node*> level;
+  Leaf* prev = nullptr;
+  for (size_t i = 0; i < n; i += size_t(leafCap_)) {
+    size_t take = std::min(n - i, size_t(leafCap_));
+    Leaf* l = static_cast<Leaf*>(NewLeaf());
+    std::memcpy(LeafEntry(l, 0), entries + i * es, take * es);
+    l->count = uint16_t(take);
+    l->prev = prev;
+    if (prev) prev->next = l;
+    prev = l;
+    level.push_back(l);
+  }
+  // First entry of every node of a level: the separators of the level above.
+  auto firstEntry = [&](Node* node) -> const char* {
+    while (!node->leaf) node = Children(node)[0];
+    return LeafEntry(static_cast<Leaf*>(node), 0);
+  };
+  height_ = 1;
+  while (level.size() > 1) {
+    std::vector<Node*> up;
+    for (size_t i = 0; i < level.size(); i += size_t(innerCap_)) {
+      size_t take = std::min(level.size() - i, size_t(innerCap_));
+      // Never leave a single child alone in the last node.
+      if (level.size() - i - take == 1 && take > 2) --take;
+      Inner* in = static_cast<Inner*>(NewInner());
+      for (size_t j = 0; j < take; ++j) {
+        Children(in)[j] = level[i + j];
+        if (j > 0) std::memcpy(Sep(in, int(j)), firstEntry(level[i + j]), es);
+      }
+      in->count = uint16_t(take);
+      up.push_back(in);
+    }
+    level.swap(up);
+    ++height_;
+  }
+  root_ = level[0];
+  size_ = n;
+  ++version_;
+}
+
+TagIndex::Pos TagIndex::LowerBound(const char* key, int len, uint32_t recno) const {
+  Node* node = root_;
+  while (!node->leaf) {
+    Inner* in = static_cast<Inner*>(node);
+    node = Children(in)[ChildIndex(in, key, len, recno)];
+  }
+  Leaf* leaf = static_cast<Leaf*>(node);
+  int lo = 0, hi = leaf->count;
+  while (lo < hi) {
+    int mid = (lo + hi) / 2;
+    if (EntryLess(LeafEntry(leaf, mid), key, len, recno)) lo = mid + 1;
+    else hi = mid;
+  }
+  if (lo < leaf->count) return Pos{leaf, lo};
+  return leaf->next ? Pos{leaf->next, 0} : Pos{};
+}
+
+uint32_t TagIndex::Find(const char* key) const {
+  Pos p = LowerBound(key, keyLength_, 0);
+  if (!p.Valid() || std::memcmp(KeyAt(p), key, size_t(keyLength_)) != 0) return 0;
+  return RecnoAt(p);
+}
+
+TagIndex::Pos TagIndex::First() const {
+  Node* node = root_;
+  while (!node->leaf) node = Children(node)[0];
+  Leaf* l = static_cast<Leaf*>(node);
+  return l->count ? Pos{l, 0} : Pos{};
+}
+
+TagIndex::Pos TagIndex::Last() const {
+  Node* node = root_;
+  while (!node->leaf) node = Children(node)[node->count - 1];
+  Leaf* l = static_cast<Leaf*>(node);
+  return l->count ? Pos{l, l->count - 1} : Pos{};
+}
+
+bool TagIndex::Next(Pos& p) const {
+  if (!p.leaf) return false;
+  if (p.slot + 1 < p.leaf->count) {
+    ++p.slot;
+    return true;
+  }
+  p.leaf = p.leaf->next;
+  p.slot = 0;
+  return p.leaf != nullptr;
+}
+
+bool TagIndex::Prev(Pos& p) const {
+  if (!p.leaf) return false;
+  if (p.slot > 0) {
+    --p.slot;
+    return true;
+  }
+  p.leaf = p.leaf->prev;
+  p.slot = p.leaf ? p.leaf->count - 1 : 0;
+  return p.leaf != nullptr;
+}
+
+const char* TagIndex::KeyAt(Pos p) const { return LeafEntry(p.leaf, p.slot); }
+
+uint32_t TagIndex::RecnoAt(Pos p) const { return RecnoOf(LeafEntry(p.leaf, p.slot), keyLength_); }
+
+bool TagIndex::SelfCheck(std::string* why) const {
+  auto fail = [&](const std::string& w) {
+    if (why) *why = w;
+    return false;
+  };
+  // Walk the chain: order and count.
+  size_t count = 0;
+  Pos p = First();
+  const char* prev = nullptr;
+  while (p.Valid()) {
+    const char* e = KeyAt(p);
+    if (prev) {
+      int c = Compare(prev, e, keyLength_);
+      if (c > 0 || (c == 0 && RecnoOf(prev, keyLength_) >= RecnoOf(e, keyLength_)))
+        return fail("entries out of order at " + std::to_string(count));
+    }
+    prev = e;
+    ++count;
+    Next(p);
+  }
+  if (count != size_) return fail("chain holds " + std::to_string(count) + " entries, size " +
+                                  std::to_string(size_));
+  // Every entry must be found through the separators.
+  p = First();
+  while (p.Valid()) {
+    const char* e = KeyAt(p);
+    Pos q = LowerBound(e, keyLength_, RecnoOf(e, keyLength_));
+    if (q.leaf != p.leaf || q.slot != p.slot) return fail("an entry is not reached from the root");
+    Next(p);
+  }
+  return true;
+}
+
+}  // namespace dbase
