@@ -9,7 +9,10 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 #include <string>
+#include <string_view>
+#include <variant>
 
 #include "vb/Dates.h"
 
@@ -64,18 +67,26 @@ struct AppSettings {
   vb::Date autoArchiveTime = 0;      // AUTOARCHIVETIME (time of day; 0 = midnight)
   // DDFPATH has no member: it replaces AppState::dataFolder.
 
-  // Page extensions: lower case, no dot; slots 1..30, slot 0 unused. `pageExtensionCount` is
-  // normally 0..30, but a 31st EXTENSION key raises it to 31 before it fails for want of a slot:
-  // read only slots 1..PageExtensionSlots().
+  // Page extensions: lower case, no dot; entries 1..pageExtensionCount (at most 30), slot 0
+  // unused.
   std::array<std::string, kMaxPageExtensions + 1> pageExtensions{};
   int16_t pageExtensionCount = 0;
-  int PageExtensionSlots() const {
-    return pageExtensionCount < kMaxPageExtensions ? pageExtensionCount : kMaxPageExtensions;
-  }
 
   // DNS host masks, slots 1..50 (slot 0 unused); an empty text is an unused mask.
   std::array<std::string, kDnsMaskCount + 1> dnsMasks{};
 };
+
+// The fixed keys of SETTINGS.INI with the member each one sets (the member's type is the key's
+// type: int16_t short, int32_t long, bool flag, std::string text, vb::Date time of day), in the
+// order of the settings table. DDFPATH, DNSMASKn and EXTENSION... are handled apart.
+using SettingsMember =
+    std::variant<int16_t AppSettings::*, int32_t AppSettings::*, bool AppSettings::*,
+                 std::string AppSettings::*, vb::Date AppSettings::*>;
+struct SettingsKey {
+  std::string_view key;  // upper case, as compared
+  SettingsMember member;
+};
+std::span<const SettingsKey> SettingsKeys();
 
 // Reads SETTINGS.INI from the application folder, fixes the page-extension list, then loads
 // EXTYPES.INI (application folder), "Countries.txt" and "Search engines.txt" (data folder), in that

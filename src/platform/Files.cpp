@@ -1,0 +1,144 @@
+// Case-insensitive file lookup and wildcard directory listings.
+#include "platform/Files.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <ctime>
+
+namespace platform {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+char Lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+
+bool EqualNoCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (Lower(a[i]) != Lower(b[i])) return false;
+  }
+  return true;
+}
+
+// Case-insensitive order, ties broken by the exact bytes so the order is total.
+bool LessNoCase(std::string_view a, std::string_view b) {
+  const size_t n = std::min(a.size(), b.size());
+  for (size_t i = 0; i < n; ++i) {
+    const auto ca = static_cast<unsigned char>(Lower(a[i]));
+    const auto cb = static_cast<unsigned char>(Lower(b[i]));
+    if (ca != cb) return ca < cb;
+  }
+  if (a.size() != b.size()) return a.size() < b.size();
+  return a < b;
+}
+
+// Glob match with "*" and "?", case-insensitive; iterative with one back-track point, so it is
+// linear-ish and never recurses deeply on long names.
+bool Glob(std::string_view name, std::string_view mask) {
+  size_t n = 0, m = 0;
+  size_t starM = std::string_view::npos, starN = 0;
+  while (n < name.size()) {
+    if (m < mask.size() && (mask[m] == '?' || Lower(mask[m]) == Lower(name[n]))) {
+      ++n;
+      ++m;
+    } else if (m < mask.size() && mask[m] == '*') {
+      starM = m++;
+      starN = n;
+    } else if (starM != std::string_view::npos) {
+      m = starM + 1;
+      n = ++starN;
+    } else {
+      return false;
+    }
+  }
+  while (m < mask.size() && mask[m] == '*') ++m;
+  return m == mask.size();
+}
+
+bool IsRegularFile(const fs::path& p) {
+  struct stat st {};
+  return ::stat(p.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+fs::path FolderPath(const std::string& folder) { return folder.empty() ? fs::path(".") : fs::path(folder); }
+
+}  // namespace
+
+bool MatchesMask(std::string_view name, std::string_view mask) {
+  if (Glob(name, mask)) return true;
+  // A mask ending ".*" also matches a name without any extension ("*.*" lists every file, "a.*"
+  // finds "a"), as the original system's listings do.
+  if (mask.size() >= 2 && mask.substr(mask.size() - 2) == ".*" &&
+      name.find('.') == std::string_view::npos) {
+    return Glob(name, mask.substr(0, mask.size() - 2));
+  }
+  return false;
+}
+
+std::optional<fs::path> FindFileCI(const std::string& folder, std::string_view name) {
+  try {
+    if (name.empty() || name.find('/') != std::string_view::npos) return std::nullopt;
+    const fs::path dir = FolderPath(folder);
+    const fs::path exact = dir / std::string(name);
+    if (IsRegularFile(exact)) return exact;
+    std::optional<std::string> best;
+    std::error_code ec;
+    for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
+      const std::string candidate = it->path().filename().string();
+      if (!EqualNoCase(candidate, name)) continue;
+      if (!IsRegularFile(it->path())) continue;
+      if (!best || LessNoCase(candidate, *best)) best = candidate;
+    }
+    if (!best) return std::nullopt;
+    return dir / *best;
+  } catch (...) {
+    return std::nullopt;
+  }
+}
+
+bool FileExistsCI(const std::string& folder, std::string_view name) {
+  return FindFileCI(folder, name).has_value();
+}
+
+fs::path ResolveCI(const std::string& folder, std::string_view name) {
+  if (auto found = FindFileCI(folder, name)) return *found;
+  return FolderPath(folder) / std::string(name);
+}
+
+std::vector<DirEntry> ListFiles(const std::string& folder, std::string_view mask) {
+  std::vector<DirEntry> out;
+  try {
+    const fs::path dir = FolderPath(folder);
+    std::error_code ec;
+    for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
+      std::string name = it->path().filename().string();
+      if (!MatchesMask(name, mask)) continue;
+      struct stat st {};
+      if (::stat(it->path().c_str(), &st) != 0 || !S_ISREG(st.st_mode)) continue;
+      std::tm local{};
+      const std::time_t mtime = st.st_mtim.tv_sec;
+      if (localtime_r(&mtime, &local) == nullptr) continue;
+      DirEntry e;
+      e.name = std::move(name);
+      e.size = static_cast<uint64_t>(st.st_size);
+      const int64_t days = vb::DaysFromCivil(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+      e.modified = static_cast<double>(days) +
+                   (local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec) / 86400.0;
+      out.push_back(std::move(e));
+    }
+  } catch (...) {
+    // A listing that breaks half-way keeps what it found.
+  }
+  std::sort(out.begin(), out.end(),
+            [](const DirEntry& a, const DirEntry& b) { return LessNoCase(a.name, b.name); });
+  return out;
+}
+
+std::string WithTrailingSlash(std::string folder) {
+  if (!folder.empty() && folder.back() != '/') folder += '/';
+  return folder;
+}
+
+}  // namespace platform
