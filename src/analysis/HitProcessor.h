@@ -53,6 +53,9 @@ class HitProcessor {
   // After the last line of a log file: when no hit of the file set the remembered date, it takes
   // the date of the last hit read; then the site's daily summary is written.
   void EndOfFile(int16_t siteIndex);
+  // The date of the last hit read (any site, any file), or kNoDay before the first: the date the
+  // day summaries fall back on for a file in which no hit set the remembered date.
+  vb::Date LastHitDate() const { return run_.clock.hitDate != 0 ? run_.clock.hitDate : kNoDay; }
   // The scan driver calls this before each log file: the remembered date goes back to "no day".
   void StartFile() { run_.currentLogDate = kNoDay; }
 

@@ -26,7 +26,6 @@ void VisitTable::Clear() {
 
 uint64_t VisitTable::MatchMasks(std::string_view hostName) const {
   uint64_t bits = 0;
-  if (hostName.empty()) return bits;
   for (size_t k = 0; k < masks_.size(); ++k)
     if (vb::Like(hostName, masks_[k])) bits |= uint64_t{1} << k;
   return bits;

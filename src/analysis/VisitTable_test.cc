@@ -1,0 +1,95 @@
+// The visit table's lookups must give exactly what a walk of the table from index 1 gives, across
+// appends, address and host-name changes and rebuilds.
+#include "analysis/VisitTable.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "vb/Like.h"
+
+namespace analysis {
+namespace {
+
+int32_t WalkByAddress(const VisitTable& t, int32_t site, const std::string& address) {
+  for (int32_t i = 1; i <= t.Count(); ++i)
+    if (t[i].siteIndex == site && t[i].clientAddress == address) return i;
+  return 0;
+}
+
+int32_t WalkByMask(const VisitTable& t, const std::string& mask) {
+  for (int32_t i = 1; i <= t.Count(); ++i)
+    if (vb::Like(t[i].hostName, mask)) return i;
+  return 0;
+}
+
+TEST(VisitTable, OneBasedAppendAndFirstMatchInTableOrder) {
+  VisitTable t;
+  EXPECT_EQ(t.Count(), 0);
+  EXPECT_EQ(t.FindByAddress(1, "10.0.0.1"), 0);
+  EXPECT_EQ(t.Append(1, "10.0.0.1"), 1);
+  EXPECT_EQ(t.Append(2, "10.0.0.1"), 2);  // same address, other site: its own visit
+  EXPECT_EQ(t.Append(1, "10.0.0.2"), 3);
+  EXPECT_EQ(t[1].hostName, "10.0.0.1");   // a new visit's host name is its address
+  EXPECT_EQ(t.FindByAddress(1, "10.0.0.1"), 1);
+  EXPECT_EQ(t.FindByAddress(2, "10.0.0.1"), 2);
+  EXPECT_EQ(t.FindByAddress(3, "10.0.0.1"), 0);
+  EXPECT_EQ(t.FindByAddress(1, "10.0.0.10"), 0);  // exact, not a prefix
+  EXPECT_EQ(t.FindByAddress(-1, "10.0.0.1"), 0);
+
+  // Two visits of one address (an address changed by a DNS answer): the earlier one is found,
+  // and when it moves away the later one takes over.
+  t.SetClientAddress(3, "10.0.0.1");
+  EXPECT_EQ(t.FindByAddress(1, "10.0.0.1"), 1);
+  EXPECT_EQ(t.FindByAddress(1, "10.0.0.2"), 0);
+  t.SetClientAddress(1, "10.9.9.9");
+  EXPECT_EQ(t.FindByAddress(1, "10.0.0.1"), 3);
+  EXPECT_EQ(t.FindByAddress(1, "10.9.9.9"), 1);
+
+  // Rebuild: the ended visit is written out in table order, the others keep their order.
+  std::vector<int32_t> written;
+  t[1].ended = true;
+  EXPECT_EQ(t.RemoveMarked([&](int32_t i) { written.push_back(i); }), 1);
+  EXPECT_EQ(written, std::vector<int32_t>{1});
+  ASSERT_EQ(t.Count(), 2);
+  EXPECT_EQ(t[1].siteIndex, 2);
+  EXPECT_EQ(t.FindByAddress(1, "10.0.0.1"), 2);
+  EXPECT_EQ(t.FindByAddress(1, "10.9.9.9"), 0);
+  EXPECT_EQ(t.RemoveMarked([&](int32_t) { ADD_FAILURE(); }), 0);
+}
+
+TEST(VisitTable, IndexesAgreeWithATableWalkUnderRandomChurn) {
+  const std::vector<std::string> masks = {"*.proxy.example.net", "crawl-#.bot.example.org",
+                                          "*.example.*"};
+  VisitTable t(masks);
+  std::mt19937 rng(12345);
+  auto pick = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
+  const std::vector<std::string> hosts = {"a.proxy.example.net", "crawl-7.bot.example.org",
+                                          "www.example.com", "plain.host", ""};
+  for (int step = 0; step < 4000; ++step) {
+    const int what = pick(10);
+    if (what < 5 || t.Count() == 0) {
+      t.Append(1 + pick(3), "10.0.0." + std::to_string(pick(40)));
+    } else if (what < 7) {
+      t.SetHostName(1 + pick(t.Count()), hosts[static_cast<size_t>(pick(5))]);
+    } else if (what < 8) {
+      t.SetClientAddress(1 + pick(t.Count()), "10.0.0." + std::to_string(pick(40)));
+    } else {
+      for (int32_t i = 1; i <= t.Count(); ++i) t[i].ended = pick(4) == 0;
+      t.RemoveMarked([](int32_t) {});
+    }
+    if (step % 50 == 0 || step > 3950) {
+      for (int site = 1; site <= 3; ++site)
+        for (int a = 0; a < 40; ++a) {
+          const std::string address = "10.0.0." + std::to_string(a);
+          ASSERT_EQ(t.FindByAddress(site, address), WalkByAddress(t, site, address))
+              << "step " << step << " site " << site << " " << address;
+        }
+      for (size_t k = 0; k < masks.size(); ++k)
+        ASSERT_EQ(t.FirstWithHostMask(k), WalkByMask(t, masks[k])) << "step " << step;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace analysis
