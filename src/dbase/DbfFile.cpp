@@ -2,9 +2,11 @@
 #include "dbase/DbfFile.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "dbase/Util.h"
@@ -125,6 +127,9 @@ std::string BuildDbfHeader(const std::vector<FieldInfo>& fields, uint32_t record
 DbfFile::~DbfFile() { Close(); }
 
 void DbfFile::Close() {
+  if (map_) ::munmap(map_, mapLen_);
+  map_ = nullptr;
+  mapLen_ = 0;
   if (fd_ >= 0) ::close(fd_);
   fd_ = -1;
   buffer_.clear();
@@ -177,7 +182,25 @@ int DbfFile::Open(const std::string& path, bool readOnly, std::string* why, std:
   header_ = std::move(h);
   count_ = onDisk_ = count;
   headerDirty_ = false;
+  Remap();
   return kOk;
+}
+
+// Keeps the mapping over every record on disk. The mapping may reach past the end of the
+// file (it is made larger than needed so that it is rarely renewed); only bytes of records
+// on disk are ever read through it.
+void DbfFile::Remap() {
+  size_t need = size_t(Offset(onDisk_ + 1));
+  if (map_ && need <= mapLen_) return;
+  if (map_) ::munmap(map_, mapLen_);
+  map_ = nullptr;
+  mapLen_ = 0;
+  size_t len = std::max<size_t>(need * 2, size_t(16) << 20);
+  len = (len + 65535) & ~size_t(65535);
+  void* p = ::mmap(nullptr, len, PROT_READ, MAP_SHARED, fd_, 0);
+  if (p == MAP_FAILED) return;  // reads fall back to pread
+  map_ = static_cast<char*>(p);
+  mapLen_ = len;
 }
 
 int DbfFile::FlushBuffer() {
@@ -185,6 +208,7 @@ int DbfFile::FlushBuffer() {
   if (!PwriteAll(fd_, buffer_.data(), buffer_.size(), Offset(onDisk_ + 1))) return kIoError;
   onDisk_ = count_;
   buffer_.clear();
+  Remap();
   return kOk;
 }
 
@@ -216,7 +240,11 @@ int DbfFile::ReadRange(uint32_t first, uint32_t n, char* out) const {
   // Part on disk.
   if (first <= onDisk_) {
     uint32_t upto = std::min(last, onDisk_);
-    if (!PreadAll(fd_, out, size_t(upto - first + 1) * rl, Offset(first))) return kIoError;
+    size_t bytes = size_t(upto - first + 1) * rl;
+    if (map_ && upto - first < 16 && Offset(upto + 1) <= mapLen_)
+      std::memcpy(out, map_ + Offset(first), bytes);
+    else if (!PreadAll(fd_, out, bytes, Offset(first)))
+      return kIoError;
     out += size_t(upto - first + 1) * rl;
     first = upto + 1;
   }

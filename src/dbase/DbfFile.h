@@ -35,7 +35,8 @@
 // follows the last record.
 //
 // Appends go through a write buffer and reach the file in large writes; the header (record
-// count, date) and the end-of-file byte are written by Flush.
+// count, date) and the end-of-file byte are written by Flush. Single records are read through
+// a read-only mapping of the file (no system call per record); large runs with pread.
 #pragma once
 
 #include <cstdint>
@@ -127,6 +128,7 @@ class DbfFile {
 
  private:
   int FlushBuffer();
+  void Remap();
   uint64_t Offset(uint32_t recno) const {
     return uint64_t(header_.headerLength) + uint64_t(recno - 1) * uint64_t(header_.recordLength);
   }
@@ -139,6 +141,8 @@ class DbfFile {
   uint32_t onDisk_ = 0;     // records written to the file
   std::vector<char> buffer_;  // records onDisk_+1 .. count_
   bool headerDirty_ = false;
+  char* map_ = nullptr;     // read-only view of the file's first mapLen_ bytes, or null
+  size_t mapLen_ = 0;
 };
 
 }  // namespace dbase

@@ -29,10 +29,13 @@ struct Tag {
   bool unique = false;
   bool descending = false;
   std::unique_ptr<TagIndex> index;
+  uint32_t merged = 0;  // records 1..merged are in the index; later ones are still to add
 };
 
 // Record numbers are read in chunks of this many records when all of them are needed.
 constexpr uint32_t kScanChunk = 4096;
+// Up to this many new records are added to a tag one by one; more are sorted first.
+constexpr uint32_t kSmallBatch = 64;
 
 }  // namespace
 
@@ -52,6 +55,9 @@ struct Table::Impl {
   bool indexDirty = false;   // the .MDX must be written
   bool indexRebuilt = false;
   int flushStatus = kOk;
+  // Appends and ordered operations alternate: add each new record's keys at once instead of
+  // reading the record back later.
+  bool eager = false;
 
   // Position. recno 0 = none (past the end).
   uint32_t recno = 0;
@@ -155,6 +161,9 @@ struct Table::Impl {
   bool LoadIndexFromMdx(std::string* why);
   bool TagsFromSpecs(const std::vector<std::string>& specs, std::string* why);
   int RebuildIndex();
+  int Merge(Tag& t);
+  int MergeAll();
+  int MergeSelected() { return selected >= 0 ? Merge(tags[size_t(selected)]) : int(kOk); }
   bool SpotCheck(const Tag& t, std::string* why);
   uint32_t FirstOtherHolder(const Tag& t, const char* key, uint32_t except);
   int WriteIndex();
@@ -383,6 +392,7 @@ bool Table::Impl::LoadIndexFromMdx(std::string* why) {
       }
     }
     t.index->BulkLoad(walk.entries.data(), walk.count);
+    t.merged = n;
     if (!SpotCheck(t, why)) return false;
   }
   return true;
@@ -439,49 +449,86 @@ bool Table::Impl::TagsFromSpecs(const std::vector<std::string>& specs, std::stri
   return true;
 }
 
-// Builds every tag from the records: keys computed, sorted (ties by record number), and for
-// a unique tag only the first record of each key kept.
+// Builds every tag from the records.
 int Table::Impl::RebuildIndex() {
-  const uint32_t n = dbf.RecordCount();
-  const size_t rl = size_t(dbf.RecordLength());
   for (Tag& t : tags) {
-    const size_t k = size_t(t.expr.KeyLength());
-    std::vector<char> keys(size_t(n) * k);
-    std::vector<char> chunk(size_t(kScanChunk) * rl);
-    for (uint32_t first = 1; first <= n; first += kScanChunk) {
-      uint32_t cnt = std::min(kScanChunk, n - first + 1);
-      int s = dbf.ReadRange(first, cnt, chunk.data());
-      if (s != kOk) return s;
-      for (uint32_t i = 0; i < cnt; ++i)
-        t.expr.Evaluate(chunk.data() + size_t(i) * rl, keys.data() + size_t(first - 1 + i) * k);
-    }
-    std::vector<uint32_t> order(n);
-    for (uint32_t i = 0; i < n; ++i) order[i] = i;
-    const bool desc = t.descending;
-    std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
-      int c = std::memcmp(&keys[size_t(a) * k], &keys[size_t(b) * k], k);
-      if (desc) c = -c;
-      return c != 0 ? c < 0 : a < b;
-    });
-    std::vector<char> entries;
-    entries.reserve(size_t(n) * (k + 4));
-    const char* prev = nullptr;
-    size_t count = 0;
-    for (uint32_t i : order) {
-      const char* key = &keys[size_t(i) * k];
-      if (t.unique && prev && std::memcmp(prev, key, k) == 0) continue;
-      prev = key;
-      uint32_t r = i + 1;
-      entries.insert(entries.end(), key, key + k);
-      char rb[4];
-      std::memcpy(rb, &r, 4);
-      entries.insert(entries.end(), rb, rb + 4);
-      ++count;
-    }
-    keys.clear();
-    keys.shrink_to_fit();
-    t.index->BulkLoad(entries.data(), count);
+    t.index->Clear();
+    t.merged = 0;
+    if (int s = Merge(t); s != kOk) return s;
   }
+  return kOk;
+}
+
+// Adds the records appended since the last merge to tag t. The appends themselves only store
+// the records: the keys are computed, sorted and added here, when the tag's order is first
+// needed (a seek, a move, a replace, a flush). A few records go in one by one; a large batch
+// is sorted in one go and, into an empty tag, built bottom up. Ties are ordered by record
+// number, and a unique tag keeps only the first record of a key.
+int Table::Impl::Merge(Tag& t) {
+  const uint32_t n = dbf.RecordCount();
+  if (t.merged >= n) return kOk;
+  const uint32_t first = t.merged + 1, count = n - t.merged;
+  const size_t k = size_t(t.expr.KeyLength()), es = k + 4, rl = size_t(dbf.RecordLength());
+  if (count <= kSmallBatch) {
+    std::string rec(rl, ' '), key(k, ' ');
+    for (uint32_t r = first; r <= n; ++r) {
+      if (int s = dbf.Read(r, rec.data()); s != kOk) return s;
+      t.expr.Evaluate(rec.data(), key.data());
+      if (t.unique) t.index->InsertUnique(key.data(), r);
+      else t.index->Insert(key.data(), r);
+      t.merged = r;
+    }
+    eager = true;
+    return kOk;
+  }
+  std::vector<char> flat(size_t(count) * es);
+  {
+    std::vector<char> chunk(size_t(std::min(kScanChunk, count)) * rl);
+    for (uint32_t at = first; at <= n; at += kScanChunk) {
+      uint32_t cnt = std::min(kScanChunk, n - at + 1);
+      if (int s = dbf.ReadRange(at, cnt, chunk.data()); s != kOk) return s;
+      for (uint32_t i = 0; i < cnt; ++i) {
+        char* e = &flat[size_t(at - first + i) * es];
+        t.expr.Evaluate(chunk.data() + size_t(i) * rl, e);
+        uint32_t r = at + i;
+        std::memcpy(e + k, &r, 4);
+      }
+    }
+  }
+  t.index->SortEntries(flat.data(), count);
+  if (t.index->Size() == 0) {
+    size_t kept = count;
+    if (t.unique) {  // keep the first entry of every run of equal keys
+      kept = 0;
+      for (size_t i = 0; i < count; ++i) {
+        const char* e = &flat[i * es];
+        if (kept > 0 && std::memcmp(&flat[(kept - 1) * es], e, k) == 0) continue;
+        if (kept != i) std::memcpy(&flat[kept * es], e, es);
+        ++kept;
+      }
+    }
+    t.index->BulkLoad(flat.data(), kept);
+  } else {
+    for (size_t i = 0; i < count; ++i) {
+      const char* e = &flat[i * es];
+      uint32_t r;
+      std::memcpy(&r, e + k, 4);
+      if (t.unique) {
+        if (i > 0 && std::memcmp(&flat[(i - 1) * es], e, k) == 0) continue;
+        t.index->InsertUnique(e, r);
+      } else {
+        t.index->Insert(e, r);
+      }
+    }
+  }
+  t.merged = n;
+  eager = false;
+  return kOk;
+}
+
+int Table::Impl::MergeAll() {
+  for (Tag& t : tags)
+    if (int s = Merge(t); s != kOk) return s;
   return kOk;
 }
 
@@ -513,6 +560,7 @@ std::vector<bool> Table::Impl::FieldMdxFlags() const {
 }
 
 int Table::Impl::WriteIndex() {
+  if (int s = MergeAll(); s != kOk) return s;
   std::vector<MdxTagSource> srcs;
   std::vector<TagIndex::Pos> cursors(tags.size());
   for (size_t i = 0; i < tags.size(); ++i) {
@@ -604,6 +652,7 @@ std::vector<FieldInfo> Table::Fields() const {
 
 std::vector<TagInfo> Table::Tags() const {
   std::vector<TagInfo> out;
+  impl_->MergeAll();
   for (const Tag& t : impl_->tags) {
     TagInfo i;
     i.name = t.name;
@@ -669,12 +718,16 @@ int Table::AppendRecord() {
   const uint32_t r = m.dbf.RecordCount();
   for (size_t i = 0; i < m.tags.size(); ++i) {
     Tag& t = m.tags[i];
+    const bool now = m.eager && t.merged == r - 1;
+    if (!now && i != size_t(m.selected)) continue;  // added at the next merge
     std::string& key = i == size_t(m.selected) ? m.curKey : m.scratch;
     key.resize(size_t(t.expr.KeyLength()));
     t.expr.Evaluate(m.buf.data(), key.data());
+    if (!now) continue;
     // A unique tag indexes only the first record of a key.
     if (t.unique) t.index->InsertUnique(key.data(), r);
     else t.index->Insert(key.data(), r);
+    t.merged = r;
   }
   if (!m.tags.empty()) m.indexDirty = true;
   m.recno = r;
@@ -690,6 +743,7 @@ int Table::ReplaceRecord() {
   if (int s = m.CheckWritable(); s != kOk) return s;
   if (m.recno == 0) return kNoRecord;
   m.EnsureLoaded();
+  if (int s = m.MergeAll(); s != kOk) return s;
   m.oldRec.resize(m.buf.size());
   int s = m.dbf.Read(m.recno, m.oldRec.data());
   if (s != kOk) return s;
@@ -760,6 +814,29 @@ void Table::SetNumber(int field, double v) {
   if (!std::isfinite(v)) v = 0;
   const int d = f->decimals;
   const int intDigits = f->width - (d > 0 ? d + 1 : 0);
+  char text[64];
+  if (d == 0 && f->width <= 18) {
+    // Whole numbers, the usual case: rounded half away from zero, digits written by hand.
+    int64_t maxV = 1;
+    for (int i = 0; i < intDigits; ++i) maxV *= 10;
+    --maxV;
+    const int64_t minV = -(maxV / 10);
+    double r = std::round(v);
+    int64_t iv = r >= double(maxV) ? maxV : r <= double(minV) ? minV : int64_t(r);
+    bool neg = iv < 0;
+    uint64_t u = neg ? uint64_t(-iv) : uint64_t(iv);
+    int w = f->width;
+    int at = w;
+    do {
+      text[--at] = char('0' + u % 10);
+      u /= 10;
+    } while (u);
+    if (neg) text[--at] = '-';
+    while (at > 0) text[--at] = ' ';
+    impl_->EnsureLoaded();
+    std::memcpy(impl_->buf.data() + f->offset, text, size_t(w));
+    return;
+  }
   const double step = std::pow(10.0, -d);
   const double maxV = std::pow(10.0, intDigits) - step;
   const double minV = intDigits > 1 ? -(std::pow(10.0, intDigits - 1) - step) : 0.0;
@@ -767,7 +844,6 @@ void Table::SetNumber(int field, double v) {
   v = std::round(v * scale) / scale;
   v = std::clamp(v, minV, maxV);
   if (v == 0) v = 0;  // no "-0"
-  char text[64];
   int n = std::snprintf(text, sizeof text, "%*.*f", f->width, d, v);
   if (n != f->width) return;  // cannot happen after clamping; leave the field as it was
   impl_->EnsureLoaded();
@@ -812,8 +888,9 @@ void Table::SetDate(int field, vb::Date date) {
     SetDateBlank(field);
     return;
   }
-  char text[16];
-  std::snprintf(text, sizeof text, "%04d%02d%02d", y, m, d);
+  char text[8] = {char('0' + y / 1000), char('0' + y / 100 % 10), char('0' + y / 10 % 10),
+                  char('0' + y % 10),     char('0' + m / 10),       char('0' + m % 10),
+                  char('0' + d / 10),     char('0' + d % 10)};
   SetText(field, std::string_view(text, 8));
 }
 
@@ -849,6 +926,7 @@ int Table::SeekKey(std::string_view key) {
   Impl& m = *impl_;
   if (!m.open) return kNotOpen;
   if (m.selected < 0) return kNoTags;
+  if (int s = m.MergeSelected(); s != kOk) return s;
   const TagIndex& ix = *m.tags[size_t(m.selected)].index;
   const size_t k = size_t(ix.KeyLength());
   // The key as the tag holds it: cut or blank-padded to the key length.
@@ -867,6 +945,7 @@ int Table::SeekNear(std::string_view key) {
   Impl& m = *impl_;
   if (!m.open) return kNotOpen;
   if (m.selected < 0) return kNoTags;
+  if (int s = m.MergeSelected(); s != kOk) return s;
   const TagIndex& ix = *m.tags[size_t(m.selected)].index;
   const int len = int(std::min(key.size(), size_t(ix.KeyLength())));
   TagIndex::Pos p = ix.LowerBound(key.data(), len, 0);
@@ -896,6 +975,7 @@ int Table::Skip(long n) {
     m.SetRecno(uint32_t(target));
     return kOk;
   }
+  if (int s = m.MergeSelected(); s != kOk) return s;
   const TagIndex& ix = *m.tags[size_t(m.selected)].index;
   TagIndex::Pos p;
   long steps;
@@ -947,6 +1027,7 @@ int Table::GoTop() {
     m.SetRecno(m.dbf.RecordCount() > 0 ? 1 : 0);
     return m.recno ? kOk : kEof;
   }
+  if (int s = m.MergeSelected(); s != kOk) return s;
   TagIndex::Pos p = m.tags[size_t(m.selected)].index->First();
   if (!p.Valid()) {
     m.SetPastEnd();
@@ -963,6 +1044,7 @@ int Table::GoBottom() {
     m.SetRecno(m.dbf.RecordCount());
     return m.recno ? kOk : kEof;
   }
+  if (int s = m.MergeSelected(); s != kOk) return s;
   TagIndex::Pos p = m.tags[size_t(m.selected)].index->Last();
   if (!p.Valid()) {
     m.SetPastEnd();

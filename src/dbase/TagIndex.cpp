@@ -92,8 +92,29 @@ static inline uint32_t RecnoOf(const char* entry, int keyLength) {
   return r;
 }
 
+// Byte-wise unsigned comparison, eight bytes at a time (keys are short; a library call per
+// comparison costs more than the comparison).
+static inline int CompareBytes(const char* a, const char* b, int len) {
+  int i = 0;
+  for (; i + 8 <= len; i += 8) {
+    uint64_t x, y;
+    std::memcpy(&x, a + i, 8);
+    std::memcpy(&y, b + i, 8);
+    if (x != y) {
+      x = __builtin_bswap64(x);
+      y = __builtin_bswap64(y);
+      return x < y ? -1 : 1;
+    }
+  }
+  for (; i < len; ++i) {
+    unsigned char x = static_cast<unsigned char>(a[i]), y = static_cast<unsigned char>(b[i]);
+    if (x != y) return x < y ? -1 : 1;
+  }
+  return 0;
+}
+
 int TagIndex::Compare(const char* a, const char* b, int len) const {
-  int c = std::memcmp(a, b, size_t(len));
+  int c = CompareBytes(a, b, len);
   return descending_ ? -c : c;
 }
 
@@ -432,6 +453,67 @@ bool TagIndex::Prev(Pos& p) const {
 const char* TagIndex::KeyAt(Pos p) const { return LeafEntry(p.leaf, p.slot); }
 
 uint32_t TagIndex::RecnoAt(Pos p) const { return RecnoOf(LeafEntry(p.leaf, p.slot), keyLength_); }
+
+void TagIndex::SortEntries(char* entries, size_t n) const {
+  if (n < 2) return;
+  const size_t es = size_t(entrySize_);
+  const int k = keyLength_;
+  auto less = [&](const char* a, const char* b) {
+    int c = Compare(a, b, k);
+    if (c != 0) return c < 0;
+    return RecnoOf(a, k) < RecnoOf(b, k);
+  };
+  // Runs of 16 by insertion sort, then merges of doubling width between two buffers.
+  constexpr size_t kRun = 16;
+  std::vector<char> tmpEntry(es);
+  for (size_t start = 0; start < n; start += kRun) {
+    size_t end = std::min(n, start + kRun);
+    for (size_t i = start + 1; i < end; ++i) {
+      char* cur = entries + i * es;
+      if (!less(cur, cur - es)) continue;
+      std::memcpy(tmpEntry.data(), cur, es);
+      size_t j = i;
+      while (j > start && less(tmpEntry.data(), entries + (j - 1) * es)) {
+        std::memcpy(entries + j * es, entries + (j - 1) * es, es);
+        --j;
+      }
+      std::memcpy(entries + j * es, tmpEntry.data(), es);
+    }
+  }
+  if (n <= kRun) return;
+  std::vector<char> other(n * es);
+  char* src = entries;
+  char* dst = other.data();
+  for (size_t width = kRun; width < n; width *= 2) {
+    for (size_t lo = 0; lo < n; lo += 2 * width) {
+      size_t mid = std::min(n, lo + width), hi = std::min(n, lo + 2 * width);
+      const char* a = src + lo * es;
+      const char* ae = src + mid * es;
+      const char* b = ae;
+      const char* be = src + hi * es;
+      char* out = dst + lo * es;
+      if (mid == hi || !less(b, ae - es)) {  // already in order: copy the two runs
+        std::memcpy(out, a, size_t(be - a));
+        continue;
+      }
+      while (a < ae && b < be) {
+        if (less(b, a)) {
+          std::memcpy(out, b, es);
+          b += es;
+        } else {
+          std::memcpy(out, a, es);
+          a += es;
+        }
+        out += es;
+      }
+      std::memcpy(out, a, size_t(ae - a));
+      out += ae - a;
+      std::memcpy(out, b, size_t(be - b));
+    }
+    std::swap(src, dst);
+  }
+  if (src != entries) std::memcpy(entries, src, n * es);
+}
 
 bool TagIndex::SelfCheck(std::string* why) const {
   auto fail = [&](const std::string& w) {
