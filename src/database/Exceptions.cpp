@@ -28,27 +28,38 @@ bool F::AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
 
     // 2. The message text. Without a value the catalogue's default value is used, in the text
     //    and in the record.
-    std::string defaultValue;
     bool hasValue = value.has_value();
     if (!hasValue) {
+      defaultValue_.clear();
       if (const double* number = std::get_if<double>(&type->value)) {
-        defaultValue = vb::CStr(*number);
+        defaultValue_ = vb::CStr(*number);
         hasValue = true;
       } else if (const std::string* text = std::get_if<std::string>(&type->value)) {
-        defaultValue = *text;
+        defaultValue_ = *text;
         hasValue = true;
       }
-      value = defaultValue;
+      value = defaultValue_;
     }
-    exceptionText_.assign(type->description);
-    if (hasValue) exceptionText_ = vb::Replace(exceptionText_, "[value]", *value);
+    exceptionText_.clear();
+    std::string_view rest = type->description;
+    if (hasValue) {
+      constexpr std::string_view kPlaceholder = "[value]";
+      for (size_t at = rest.find(kPlaceholder); at != std::string_view::npos;
+           at = rest.find(kPlaceholder)) {
+        exceptionText_.append(rest.substr(0, at));
+        exceptionText_.append(*value);
+        rest.remove_prefix(at + kPlaceholder.size());
+      }
+    }
+    exceptionText_.append(rest);
     if (!ip.empty()) {
       exceptionText_ += " DNS: ";
       exceptionText_ += ip;
     }
     if (visitNo > 0) {
+      char number[24];
       exceptionText_ += " Visit No: ";
-      exceptionText_ += std::to_string(visitNo);
+      exceptionText_ += ZeroPadded(visitNo, 1, number);
     }
 
     // 3. A full cache is written first; the new exception then starts the next batch.

@@ -196,6 +196,7 @@ class F {
   std::unique_ptr<ExceptionEntry[]> exceptions_;
   int exceptionCount_ = 0;
   std::string exceptionText_;
+  std::string defaultValue_;
 
   std::unique_ptr<Fields> fields_;  // field indexes, resolved once at open
 
