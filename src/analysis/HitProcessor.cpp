@@ -180,7 +180,6 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
   // 17. (New visits continue here.)
   // 18.-22. The page hit of the visit.
   CountPage(vi, siteIndex, site, hits, hitTime);
-  services_->AfterHit();
   return true;
 }
 

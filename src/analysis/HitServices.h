@@ -26,10 +26,6 @@ class HitServices {
   // blanks. Never throws.
   virtual std::string ResolveHost(database::Visit& visit, database::F& f);
 
-  // Called once for every hit after it was handed to the database, so that a resolver can
-  // deliver its answers; default: nothing.
-  virtual void AfterHit() {}
-
   // Times a host name was answered from the DNS cache (end-of-run statistics).
   int32_t cacheHits = 0;
 };
