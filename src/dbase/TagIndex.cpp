@@ -126,11 +126,17 @@ bool TagIndex::EntryLess(const char* e, const char* key, int len, uint32_t recno
 }
 
 int TagIndex::ChildIndex(Inner* n, const char* key, int len, uint32_t recno) const {
-  // Number of separators 1..count-1 that are less than the target.
+  // The child whose separator is the last one at or before the target. A whole entry equal to
+  // a separator lives in that separator's child; a key prefix equal to a separator's may
+  // also end the child before, so for a prefix only separators strictly before count.
+  const bool whole = len >= keyLength_;
   int lo = 1, hi = n->count;  // search in [lo, hi)
   while (lo < hi) {
     int mid = (lo + hi) / 2;
-    if (EntryLess(Sep(n, mid), key, len, recno)) lo = mid + 1;
+    const char* sep = Sep(n, mid);
+    int c = Compare(sep, key, len);
+    bool left = c < 0 || (c == 0 && whole && RecnoOf(sep, keyLength_) <= recno);
+    if (left) lo = mid + 1;
     else hi = mid;
   }
   return lo - 1;

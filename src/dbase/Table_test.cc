@@ -1,0 +1,433 @@
+// The table control against a model: thousands of records (trees of several levels), tag
+// order, exact and near seeks, movement, replaces and field values, checked in memory, after
+// a flush and after closing and reopening, with the checker run over the files written.
+#include "dbase/Table.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+
+#include "TestSupport.h"
+#include "dbase/Checker.h"
+#include "dbase/TestTables.h"
+#include "dbase/Util.h"
+
+namespace dbase {
+namespace {
+
+std::string Pad(std::string s, size_t w) {
+  s.resize(w, ' ');
+  return s;
+}
+
+// A visit as the model keeps it, with its keys built independently of the engine.
+struct Visit {
+  std::string ip, site, date, no;  // date "yyyymmdd" or 8 blanks
+  std::string Key0() const { return Pad(ip, 15) + Pad(site, 20) + date + no; }
+  std::string Key1() const { return Pad(site, 20) + date + no; }
+};
+
+struct Entry {
+  std::string key;
+  long recno;
+};
+
+// The expected order of a tag: sorted by key (descending when asked), ties by record number,
+// a unique tag keeping the first record of each key.
+std::vector<Entry> Expected(std::vector<Entry> all, bool unique, bool descending) {
+  std::stable_sort(all.begin(), all.end(), [&](const Entry& a, const Entry& b) {
+    return descending ? a.key > b.key : a.key < b.key;
+  });
+  if (unique)
+    all.erase(std::unique(all.begin(), all.end(), [](const Entry& a, const Entry& b) { return a.key == b.key; }),
+              all.end());
+  return all;
+}
+
+std::vector<Entry> Walk(Table& t) {
+  std::vector<Entry> out;
+  for (int s = t.GoTop(); s == kOk; s = t.Skip()) out.push_back({t.CurrentKey(), t.RecNo()});
+  return out;
+}
+
+std::vector<Entry> WalkBack(Table& t) {
+  std::vector<Entry> out;
+  for (int s = t.GoBottom(); s == kOk; s = t.Skip(-1)) out.push_back({t.CurrentKey(), t.RecNo()});
+  std::reverse(out.begin(), out.end());
+  return out;
+}
+
+// Checks order and seeks of the selected tag against the expected entries.
+void VerifyTag(Table& t, const std::vector<Entry>& exp, size_t prefix, std::mt19937& rng,
+               const std::string& when) {
+  SCOPED_TRACE(when + ", tag " + t.SelectedTag());
+  std::vector<Entry> got = Walk(t);
+  ASSERT_EQ(got.size(), exp.size());
+  for (size_t i = 0; i < exp.size(); ++i) {
+    ASSERT_EQ(got[i].key, exp[i].key) << "entry " << i;
+    ASSERT_EQ(got[i].recno, exp[i].recno) << "entry " << i;
+  }
+  std::vector<Entry> back = WalkBack(t);
+  ASSERT_EQ(back.size(), exp.size());
+  for (size_t i = 0; i < exp.size(); ++i) ASSERT_EQ(back[i].recno, exp[i].recno) << "backwards " << i;
+  const bool desc = exp.size() > 1 && exp.front().key > exp.back().key;
+  auto before = [&](const std::string& a, const std::string& b) { return desc ? a > b : a < b; };
+  for (int i = 0; i < 300; ++i) {
+    const Entry& e = exp[rng() % exp.size()];
+    // Present key: the first entry with it.
+    auto lower = [&](const std::string& k, size_t len) {
+      return std::partition_point(exp.begin(), exp.end(),
+                                  [&](const Entry& x) { return before(x.key.substr(0, len), k); });
+    };
+    auto first = lower(e.key, e.key.size());
+    ASSERT_EQ(t.SeekKey(e.key), kOk);
+    EXPECT_EQ(t.RecNo(), first->recno);
+    // Absent key: the next entry in order, or past the end.
+    std::string absent = e.key;
+    absent.back() = absent.back() == '~' ? '}' : '~';
+    auto next = lower(absent, absent.size());
+    if (next == exp.end()) {
+      EXPECT_EQ(t.SeekKey(absent), kEof);
+      EXPECT_TRUE(t.Eof());
+    } else if (next->key != absent) {
+      EXPECT_EQ(t.SeekKey(absent), kAfter);
+      EXPECT_EQ(t.RecNo(), next->recno);
+    }
+    // Near seek on a prefix.
+    std::string pre = e.key.substr(0, prefix);
+    auto nearE = lower(pre, prefix);
+    ASSERT_NE(nearE, exp.end());
+    EXPECT_EQ(t.SeekNear(pre), kOk);
+    EXPECT_EQ(t.RecNo(), nearE->recno);
+    // Moving on from a seek follows the order.
+    size_t at = size_t(first - exp.begin());
+    t.SeekKey(e.key);
+    if (at + 3 < exp.size()) {
+      EXPECT_EQ(t.Skip(3), kOk);
+      EXPECT_EQ(t.RecNo(), exp[at + 3].recno);
+    }
+    if (at >= 2) {
+      t.SeekKey(e.key);
+      EXPECT_EQ(t.Skip(-2), kOk);
+      EXPECT_EQ(t.RecNo(), exp[at - 2].recno);
+    }
+  }
+}
+
+class VisitsModel : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    t.SetLocation(dir.str());
+    t.SetTableName("Visits");
+    ASSERT_EQ(t.CreateTable(testing::kVisitsFields, testing::kVisitsTags), kOk);
+    ASSERT_EQ(t.OpenTable(), kOk);
+  }
+  void Append(const Visit& v) {
+    t.BlankRecord();
+    t.SetText("IP", v.ip);
+    t.SetText("Site", v.site);
+    t.SetText("VisitDate", v.date);
+    t.SetText("VisitNo", v.no);
+    t.SetNumber("PagesSeen", double(visits.size() % 500));
+    ASSERT_EQ(t.AppendRecord(), kOk);
+    visits.push_back(v);
+    EXPECT_EQ(t.RecNo(), long(visits.size()));
+  }
+  void Verify(const std::string& when) {
+    std::vector<Entry> k0, k1;
+    for (size_t i = 0; i < visits.size(); ++i) {
+      k0.push_back({visits[i].Key0(), long(i + 1)});
+      k1.push_back({visits[i].Key1(), long(i + 1)});
+    }
+    ASSERT_EQ(t.SelectTag("KEY0"), kOk);
+    VerifyTag(t, Expected(k0, true, false), 15, rng, when);
+    ASSERT_EQ(t.SelectTag("key1"), kOk);
+    VerifyTag(t, Expected(k1, false, false), 20, rng, when);
+  }
+  tytest::TempDir dir;
+  Table t;
+  std::vector<Visit> visits;
+  std::mt19937 rng{7};
+};
+
+TEST_F(VisitsModel, OrderAndSeeksMatchTheModelInMemoryAfterFlushAndAfterReopen) {
+  const char* sites[] = {"www.tallyo-demo.net", "blog.example.org", "intranet", "b", "a.example"};
+  std::vector<std::string> ips;
+  for (int i = 0; i < 2500; ++i)
+    ips.push_back(std::to_string(rng() % 256) + "." + std::to_string(rng() % 256) + "." +
+                  std::to_string(rng() % 256) + "." + std::to_string(rng() % 256));
+  auto random = [&]() {
+    Visit v;
+    v.ip = ips[rng() % ips.size()];
+    v.site = sites[rng() % 5];
+    v.date = rng() % 40 == 0 ? "        " : "200" + std::to_string(3 + rng() % 4) + "0" +
+                                                std::to_string(1 + rng() % 9) + "1" + std::to_string(rng() % 10);
+    char no[8];
+    std::snprintf(no, sizeof no, "%05u", unsigned(rng() % 20));
+    v.no = no;
+    return v;
+  };
+  // First part: appends interleaved with seeks (each new record indexed at once).
+  t.SelectTag("key0");
+  for (int i = 0; i < 3000; ++i) {
+    Visit v = i % 25 == 24 ? visits[rng() % visits.size()] : random();  // some repeated keys
+    Append(v);
+    if (i % 3 == 0) t.SeekKey(visits[rng() % visits.size()].Key0());
+  }
+  // Second part: a long run of appends (indexed in one batch when the order is next needed).
+  for (int i = 0; i < 12000; ++i) Append(i % 25 == 24 ? visits[rng() % visits.size()] : random());
+  Verify("in memory");
+  EXPECT_EQ(t.FlushTable(), kOk);
+  Verify("after flush");
+  EXPECT_TRUE(CheckTable(dir.str() + "VISITS.DBF").Ok());
+  // Appending after a flush, then a full close and reopen.
+  for (int i = 0; i < 500; ++i) Append(random());
+  t.CloseTable();
+  EXPECT_FALSE(t.IsOpen());
+  CheckReport rep = CheckTable(dir.str() + "VISITS.DBF");
+  ASSERT_TRUE(rep.Ok()) << rep.defects.front();
+  bool threeLevels = false;
+  for (const std::string& n : rep.notes) threeLevels |= n.find("3 level(s)") != std::string::npos;
+  EXPECT_TRUE(threeLevels);
+  ASSERT_EQ(t.OpenTable(), kOk);
+  EXPECT_EQ(t.RecordCount(), long(visits.size()));
+  Verify("after reopen");
+  t.CloseTable();
+  ASSERT_EQ(t.OpenTableReadOnly(), kOk);
+  EXPECT_FALSE(t.Info().indexRebuilt);
+  Verify("read-only");
+}
+
+TEST_F(VisitsModel, ReplaceMovesAKeyInEveryTag) {
+  for (int i = 0; i < 50; ++i)
+    Append({"10.0.0." + std::to_string(i), i % 2 ? "odd.example" : "even.example", "20040101", "00001"});
+  ASSERT_EQ(t.SelectTag("key1"), kOk);
+  ASSERT_EQ(t.GoTo(8), kOk);
+  EXPECT_EQ(TrimBlanks(t.GetText("Site")), "odd.example");
+  t.SetText("Site", "aaa.example");
+  t.SetDate("VisitDate", double(DayCount(2005, 6, 30)));
+  ASSERT_EQ(t.ReplaceRecord(), kOk);
+  visits[7].site = "aaa.example";
+  visits[7].date = "20050630";
+  EXPECT_EQ(t.RecNo(), 8);
+  ASSERT_EQ(t.GoTop(), kOk);  // now first in Site order
+  EXPECT_EQ(t.RecNo(), 8);
+  Verify("after replace");
+  t.CloseTable();
+  EXPECT_TRUE(CheckTable(dir.str() + "VISITS.DBF").Ok());
+  ASSERT_EQ(t.OpenTable(), kOk);
+  Verify("after reopen");
+  EXPECT_EQ(t.ReplaceRecord(), kOk);  // on the top record: no change
+  t.SeekNear("~");
+  EXPECT_EQ(t.ReplaceRecord(), kNoRecord);
+}
+
+TEST(Table, UniqueKeyPassesToTheNextRecordWhenItsHolderChanges) {
+  tytest::TempDir dir;
+  Table t;
+  t.SetLocation(dir.str());
+  t.SetTableName("Visitor");
+  ASSERT_EQ(t.CreateTable(testing::kVisitorFields, testing::kVisitorTags), kOk);
+  ASSERT_EQ(t.OpenTable(), kOk);
+  auto add = [&](const char* ip) {
+    t.BlankRecord();
+    t.SetText("IP", ip);
+    t.SetText("Site", "intranet");
+    ASSERT_EQ(t.AppendRecord(), kOk);  // a repeated key is stored too
+  };
+  add("1.1.1.1");  // 1
+  add("1.1.1.1");  // 2: same key, not indexed
+  add("2.2.2.2");  // 3
+  add("1.1.1.1");  // 4: same key, not indexed
+  EXPECT_EQ(t.RecordCount(), 4);
+  EXPECT_EQ(t.Tags()[0].entries, 2);
+  const std::string k1 = Pad("1.1.1.1", 15) + Pad("intranet", 20);
+  const std::string k2 = Pad("2.2.2.2", 15) + Pad("intranet", 20);
+  const std::string k3 = Pad("3.3.3.3", 15) + Pad("intranet", 20);
+  ASSERT_EQ(t.SeekKey(k1), kOk);
+  EXPECT_EQ(t.RecNo(), 1);
+  // Record 1 takes another key: record 2 becomes the holder of the old one.
+  t.SetText("IP", "3.3.3.3");
+  ASSERT_EQ(t.ReplaceRecord(), kOk);
+  ASSERT_EQ(t.SeekKey(k1), kOk);
+  EXPECT_EQ(t.RecNo(), 2);
+  ASSERT_EQ(t.SeekKey(k3), kOk);
+  EXPECT_EQ(t.RecNo(), 1);
+  // Record 4 takes key 2.2.2.2, held by the earlier record 3: no entry for record 4.
+  ASSERT_EQ(t.GoTo(4), kOk);
+  t.SetText("IP", "2.2.2.2");
+  ASSERT_EQ(t.ReplaceRecord(), kOk);
+  ASSERT_EQ(t.SeekKey(k2), kOk);
+  EXPECT_EQ(t.RecNo(), 3);
+  // Record 2 takes key 3.3.3.3, held by the later... no: by record 1, the earlier one.
+  ASSERT_EQ(t.GoTo(2), kOk);
+  t.SetText("IP", "2.2.2.2");  // key 2 is held by record 3; record 2 comes first and takes it
+  ASSERT_EQ(t.ReplaceRecord(), kOk);
+  ASSERT_EQ(t.SeekKey(k2), kOk);
+  EXPECT_EQ(t.RecNo(), 2);
+  EXPECT_EQ(t.SeekKey(k1), kAfter);  // nobody holds 1.1.1.1 any more
+  t.CloseTable();
+  CheckReport rep = CheckTable(dir.str() + "VISITOR.DBF");
+  EXPECT_TRUE(rep.Ok()) << rep.defects.front();
+}
+
+TEST(Table, DescendingTagKeepsEqualKeysInRecordOrderAcrossReopen) {
+  tytest::TempDir dir;
+  Table t;
+  t.SetLocation(dir.str());
+  t.SetTableName("Referrers");
+  ASSERT_EQ(t.CreateTable(testing::kReferrersFields, testing::kReferrersTags), kOk);
+  ASSERT_EQ(t.OpenTable(), kOk);
+  std::mt19937 rng(3);
+  std::vector<Entry> k1;
+  for (int i = 1; i <= 4000; ++i) {
+    t.BlankRecord();
+    std::string site = i % 3 ? "intranet" : "blog.example.org";
+    t.SetText("Name", "http://ref" + std::to_string(i % 1500) + ".example/");
+    t.SetText("Site", site);
+    int visits = int(rng() % 60);
+    if (i % 97 != 0) t.SetNumber("Visits", visits);  // some stay blank: STR() gives 0
+    ASSERT_EQ(t.AppendRecord(), kOk);
+    char num[16];
+    std::snprintf(num, sizeof num, "%10d", i % 97 != 0 ? visits : 0);
+    k1.push_back({Pad(site, 20) + num, i});
+  }
+  t.CloseTable();
+  ASSERT_TRUE(CheckTable(dir.str() + "REFERRERS.DBF").Ok());
+  ASSERT_EQ(t.OpenTable(), kOk);
+  ASSERT_EQ(t.SelectTag("KEY1"), kOk);
+  VerifyTag(t, Expected(k1, false, true), 20, rng, "descending");
+  // A site's referrers by visits, highest first.
+  ASSERT_EQ(t.SeekNear(Pad("intranet", 20)), kOk);
+  double last = 1e9;
+  long lastRec = 0;
+  int listed = 0;
+  while (!t.Eof() && TrimBlanks(t.GetText("Site")) == "intranet") {
+    double v = t.GetNumber("Visits");
+    EXPECT_TRUE(v < last || (v == last && t.RecNo() > lastRec));
+    last = v;
+    lastRec = t.RecNo();
+    ++listed;
+    t.Skip();
+  }
+  EXPECT_EQ(listed, 4000 - 4000 / 3);
+}
+
+TEST(Table, SkipRunsOffBothEndsInTagAndRecordOrder) {
+  tytest::TempDir dir;
+  Table t;
+  t.SetLocation(dir.str());
+  t.SetTableName("DaySum");
+  ASSERT_EQ(t.CreateTable(testing::kDaySumFields, testing::kDaySumTags), kOk);
+  ASSERT_EQ(t.OpenTable(), kOk);
+  EXPECT_EQ(t.GoTop(), kEof);  // empty
+  EXPECT_TRUE(t.Eof());
+  EXPECT_EQ(t.Skip(), kEof);
+  EXPECT_EQ(t.SeekNear(""), kEof);
+  for (const char* s : {"c", "a", "b"}) {
+    t.BlankRecord();
+    t.SetText("Site", s);
+    ASSERT_EQ(t.AppendRecord(), kOk);
+  }
+  for (const std::string order : {"KEY0", ""}) {
+    SCOPED_TRACE("order " + order);
+    ASSERT_EQ(t.SelectTag(order), kOk);
+    const std::vector<long> seq = order.empty() ? std::vector<long>{1, 2, 3} : std::vector<long>{2, 3, 1};
+    ASSERT_EQ(t.GoTop(), kOk);
+    EXPECT_EQ(t.RecNo(), seq[0]);
+    EXPECT_EQ(t.Skip(2), kOk);
+    EXPECT_EQ(t.RecNo(), seq[2]);
+    EXPECT_EQ(t.Skip(1), kEof);
+    EXPECT_TRUE(t.Eof());
+    EXPECT_EQ(t.RecNo(), 0);
+    EXPECT_TRUE(TrimBlanks(t.GetText("Site")).empty());  // nothing to stand on: a blank buffer
+    EXPECT_EQ(t.Skip(-1), kOk);
+    EXPECT_EQ(t.RecNo(), seq[2]);
+    EXPECT_EQ(t.Skip(-5), kBof);
+    EXPECT_FALSE(t.Eof());
+    EXPECT_EQ(t.RecNo(), seq[0]);
+    EXPECT_EQ(t.GoBottom(), kOk);
+    EXPECT_EQ(t.RecNo(), seq[2]);
+    EXPECT_EQ(t.Skip(0), kOk);
+    EXPECT_EQ(t.RecNo(), seq[2]);
+  }
+  EXPECT_EQ(t.SeekKey("a"), kNoTags);  // record-number order has no keys
+  EXPECT_EQ(t.GoTo(4), kEof);
+  EXPECT_EQ(t.GoTo(0), kEof);
+}
+
+TEST(Table, FieldValuesAreStoredAsDbaseWritesThem) {
+  tytest::TempDir dir;
+  Table t;
+  t.SetLocation(dir.str());
+  t.SetTableName("Exceptions");
+  ASSERT_EQ(t.CreateTable(testing::kExceptionsFields, testing::kExceptionsTags), kOk);
+  ASSERT_EQ(t.OpenTable(), kOk);
+  const int num = t.FieldIndex("number"), site = t.FieldIndex("SITE"), date = t.FieldIndex("ExDate");
+  ASSERT_GE(num, 0);
+  t.BlankRecord();
+  auto numText = [&](double v) {
+    t.SetNumber(num, v);
+    return std::string(t.GetText(num));
+  };
+  EXPECT_EQ(numText(42), " 42");
+  EXPECT_EQ(numText(2.5), "  3");  // halves away from zero
+  EXPECT_EQ(numText(-2.5), " -3");
+  EXPECT_EQ(numText(1234), "999");  // too wide: the largest value that fits
+  EXPECT_EQ(numText(-1234), "-99");
+  EXPECT_EQ(numText(0), "  0");
+  EXPECT_EQ(t.GetNumber(num), 0);
+  t.SetText(num, "   ");
+  EXPECT_EQ(t.GetNumber(num), 0);  // blank counts as 0
+
+  t.SetText(site, "a-site-name-longer-than-twenty");
+  EXPECT_EQ(t.GetText(site), "a-site-name-longer-t");
+  t.SetText(site, "x");
+  EXPECT_EQ(t.GetText(site), Pad("x", 20));
+
+  EXPECT_TRUE(t.DateIsBlank(date));
+  EXPECT_EQ(t.GetDate(date), 0);
+  t.SetDate(date, double(DayCount(2024, 2, 29)) + 0.75);  // the time of day is dropped
+  EXPECT_EQ(t.GetText(date), "20240229");
+  EXPECT_EQ(t.GetDate(date), double(DayCount(2024, 2, 29)));
+  EXPECT_FALSE(t.DateIsBlank(date));
+  t.SetDate(date, 0);  // the empty date
+  EXPECT_EQ(t.GetText(date), "        ");
+  t.SetDate(date, double(DayCount(1899, 12, 29)));
+  EXPECT_EQ(t.GetText(date), "18991229");
+
+  EXPECT_EQ(t.SetText("NoSuchField", "x"), kNoSuchField);
+  EXPECT_EQ(t.SetNumber("NoSuchField", 1), kNoSuchField);
+  EXPECT_EQ(t.GetText("NoSuchField"), "");
+  EXPECT_EQ(t.GetText(99), "");
+  t.SetText(-1, "x");  // ignored
+  EXPECT_EQ(t.FieldIndex("nosuch"), -1);
+  EXPECT_EQ(t.FieldCount(), 8);
+
+  t.SetText(site, "kept");
+  t.SetNumber(num, 117);
+  t.SetDate(date, double(DayCount(2003, 11, 16)));
+  t.SetDeleted(true);
+  ASSERT_EQ(t.AppendRecord(), kOk);
+  t.CloseTable();
+  ASSERT_EQ(t.OpenTableReadOnly(), kOk);
+  ASSERT_EQ(t.GoTo(1), kOk);
+  EXPECT_EQ(TrimBlanks(t.GetText("Site")), "kept");
+  EXPECT_EQ(t.GetNumber("Number"), 117);
+  EXPECT_EQ(t.GetDate("ExDate"), double(DayCount(2003, 11, 16)));
+  EXPECT_TRUE(t.Deleted());
+  // The files: upper-case names, header flags and the end-of-file mark.
+  std::string dbf = tytest::ReadFile(dir.path() / "EXCEPTIONS.DBF");
+  ASSERT_EQ(dbf.size(), 289u + 89u + 1u);
+  EXPECT_EQ(dbf[0], 0x03);
+  EXPECT_EQ(dbf[28], 1);
+  EXPECT_EQ(dbf[29], 0x03);
+  EXPECT_EQ(dbf.back(), 0x1A);
+  EXPECT_EQ(dbf.substr(32, 9), std::string("RECORDNO\0", 9));
+  EXPECT_TRUE(std::filesystem::exists(dir.path() / "EXCEPTIONS.MDX"));
+}
+
+}  // namespace
+}  // namespace dbase

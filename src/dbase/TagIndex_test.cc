@@ -1,0 +1,109 @@
+// The in-memory tag tree against std::set under random inserts and erases (splits, emptied
+// leaves, a shrinking root), in both orders, and its seeks on key prefixes.
+#include "dbase/TagIndex.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <set>
+
+namespace dbase {
+namespace {
+
+struct Model {
+  bool desc;
+  bool operator()(const std::pair<std::string, uint32_t>& a, const std::pair<std::string, uint32_t>& b) const {
+    if (a.first != b.first) return desc ? a.first > b.first : a.first < b.first;
+    return a.second < b.second;
+  }
+};
+
+TEST(TagIndex, RandomInsertsAndErasesKeepTheOrderOfASet) {
+  for (bool desc : {false, true}) {
+    SCOPED_TRACE(desc ? "descending" : "ascending");
+    const int k = 6;
+    TagIndex ix(k, desc);
+    std::set<std::pair<std::string, uint32_t>, Model> model(Model{desc});
+    std::mt19937 rng(desc ? 11 : 5);
+    auto key = [&]() {
+      std::string s(k, 'a');
+      for (char& c : s) c = char('a' + rng() % 4);  // few letters: many equal keys
+      return s;
+    };
+    uint32_t next = 1;
+    for (int round = 0; round < 3; ++round) {
+      for (int i = 0; i < 6000; ++i) {
+        std::string s = key();
+        ix.Insert(s.data(), next);
+        model.insert({s, next++});
+      }
+      // Erase most entries, so that leaves empty out and the tree shrinks.
+      std::vector<std::pair<std::string, uint32_t>> all(model.begin(), model.end());
+      std::shuffle(all.begin(), all.end(), rng);
+      for (size_t i = 0; i < all.size() * 9 / 10; ++i) {
+        ASSERT_TRUE(ix.Erase(all[i].first.data(), all[i].second));
+        model.erase(all[i]);
+      }
+      EXPECT_FALSE(ix.Erase("zzzzzz", 1));
+      std::string why;
+      ASSERT_TRUE(ix.SelfCheck(&why)) << why;
+      ASSERT_EQ(ix.Size(), model.size());
+      auto it = model.begin();
+      for (TagIndex::Pos p = ix.First(); p.Valid(); ix.Next(p), ++it) {
+        ASSERT_EQ(std::string(ix.KeyAt(p), k), it->first);
+        ASSERT_EQ(ix.RecnoAt(p), it->second);
+      }
+      // Prefix seeks land on the first entry not before the prefix.
+      for (int i = 0; i < 200; ++i) {
+        std::string pre = key().substr(0, 1 + rng() % 3);
+        TagIndex::Pos p = ix.LowerBound(pre.data(), int(pre.size()), 0);
+        auto m = std::find_if(model.begin(), model.end(), [&](const auto& e) {
+          std::string h = e.first.substr(0, pre.size());
+          return desc ? h <= pre : h >= pre;
+        });
+        if (m == model.end()) {
+          EXPECT_FALSE(p.Valid());
+        } else {
+          ASSERT_TRUE(p.Valid());
+          EXPECT_EQ(ix.RecnoAt(p), m->second);
+        }
+      }
+    }
+    // Unique inserts report the holder instead of adding.
+    TagIndex::Pos first = ix.First();
+    std::string k0(ix.KeyAt(first), k);
+    EXPECT_EQ(ix.InsertUnique(k0.data(), 999999), ix.RecnoAt(first));
+  }
+}
+
+TEST(TagIndex, SortAndBulkLoadMatchOneByOneInserts) {
+  const int k = 5;
+  TagIndex a(k, true), b(k, true);
+  std::mt19937 rng(9);
+  std::vector<char> flat;
+  for (uint32_t r = 1; r <= 20000; ++r) {
+    char e[9];
+    for (int i = 0; i < k; ++i) e[i] = char('0' + rng() % 10);
+    std::memcpy(e + k, &r, 4);
+    flat.insert(flat.end(), e, e + 9);
+    a.Insert(e, r);
+  }
+  b.SortEntries(flat.data(), 20000);
+  b.BulkLoad(flat.data(), 20000);
+  std::string why;
+  ASSERT_TRUE(b.SelfCheck(&why)) << why;
+  TagIndex::Pos p = a.First(), q = b.First();
+  for (; p.Valid(); a.Next(p), b.Next(q)) {
+    ASSERT_TRUE(q.Valid());
+    ASSERT_EQ(a.RecnoAt(p), b.RecnoAt(q));
+  }
+  EXPECT_FALSE(q.Valid());
+  // Inserting into a bulk-loaded (full) tree splits cleanly.
+  for (uint32_t r = 20001; r <= 25000; ++r) b.Insert("55555", r);
+  ASSERT_TRUE(b.SelfCheck(&why)) << why;
+}
+
+}  // namespace
+}  // namespace dbase
