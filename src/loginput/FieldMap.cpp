@@ -6,6 +6,10 @@
 #include <initializer_list>
 #include <utility>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace loginput {
 namespace {
 
@@ -63,7 +67,21 @@ void Preset(FieldMap& map, std::initializer_list<std::pair<int, int16_t>> places
 }  // namespace
 
 int FieldMap::MaxPlace() const {
-  return *std::max_element(place.begin(), place.end());
+#if defined(__SSE2__)
+  // Asked once per line: the 20 slots as three overlapping groups of eight.
+  static_assert(kSlotCount == 20);
+  const auto* p = reinterpret_cast<const __m128i*>(place.data());
+  __m128i m = _mm_max_epi16(_mm_loadu_si128(p), _mm_loadu_si128(p + 1));
+  m = _mm_max_epi16(m, _mm_loadu_si128(reinterpret_cast<const __m128i*>(place.data() + 12)));
+  m = _mm_max_epi16(m, _mm_srli_si128(m, 8));
+  m = _mm_max_epi16(m, _mm_srli_si128(m, 4));
+  m = _mm_max_epi16(m, _mm_srli_si128(m, 2));
+  return static_cast<int16_t>(_mm_extract_epi16(m, 0));
+#else
+  int highest = kAbsent;
+  for (int16_t p : place) highest = p > highest ? p : highest;
+  return highest;
+#endif
 }
 
 void ApplyFieldsDirective(FieldMap& map, int16_t type, std::string_view fieldList,

@@ -47,19 +47,27 @@ void ClearHitFields(HitFields& hits);
 // fields up to a requested place are looked for, the rest of the line is left unsplit.
 class SplitFields {
  public:
+  SplitFields() : ends_(64) {}
   // Splits `line` at `separator`, finding fields 0..lastPlace; pass the highest place that will be
   // read (the map's MaxPlace()); a negative lastPlace finds nothing. The views stay valid while
   // `line`'s bytes do.
   void Split(std::string_view line, char separator, int lastPlace);
   // Number of fields found (at most lastPlace + 1).
-  int Count() const { return static_cast<int>(parts_.size()); }
+  int Count() const { return count_; }
   // Field `place`, or "" when the line has no such field.
   std::string_view operator[](int place) const {
-    return place >= 0 && place < Count() ? parts_[static_cast<size_t>(place)] : std::string_view();
+    if (place < 0 || place >= Count()) return {};
+    const size_t begin = place == 0 ? 0 : ends_[static_cast<size_t>(place) - 1] + 1;
+    return std::string_view(line_ + begin, ends_[static_cast<size_t>(place)] - begin);
   }
 
  private:
-  std::vector<std::string_view> parts_;  // capacity reused from line to line
+  const char* line_ = nullptr;
+  // Where each field ends (the offset of its separator, or the line's length): offsets rather
+  // than views keep the per-field work to one 4-byte store. Entries 0..count_-1 are in use; the
+  // vector only ever grows, to the most places asked for.
+  std::vector<uint32_t> ends_;
+  int count_ = 0;
 };
 
 // Copies the mapped places of `fields` into `hits`: a slot with a place >= 0 overwrites its field

@@ -1,0 +1,116 @@
+// inputbench: how fast the log input path runs on its own. Reads one log file through
+// ScanLogFile with the counting stand-in for the hit processing (split by the field map, hit
+// fields filled, hits counted) and prints lines per second.
+//
+//   python3 tools/gen-w3c-log.py --lines 1000000 > /tmp/w3c-1m.log
+//   build/bin/inputbench --file /tmp/w3c-1m.log --repeat 5
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "loginput/RunState.h"
+#include "loginput/ScanHooks.h"
+#include "loginput/ScanLogFile.h"
+#include "platform/Clock.h"
+#include "platform/Frontend.h"
+#include "startup/World.h"
+
+namespace {
+
+// CPU time of this process: unlike the wall clock, it does not count time spent waiting for a
+// core that other programs hold.
+double CpuSeconds() {
+  timespec ts{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
+}
+
+// A window that shows nothing; every yield goes on.
+class NullFrontend : public platform::Frontend {
+ public:
+  void SetCaption(platform::Label, std::string_view) override {}
+  void ShowLabel(platform::Label, bool) override {}
+  platform::Grid& FileGrid() override { return grid_; }
+  platform::ProgressBar& Progress() override { return bar_; }
+  platform::MsgResult MessageBox(std::string_view text, platform::MsgIcon, platform::MsgButtons,
+                                 std::string_view) override {
+    std::fprintf(stderr, "message: %.*s\n", static_cast<int>(text.size()), text.data());
+    return platform::MsgResult::Ok;
+  }
+  bool Yield() override {
+    ++yields;
+    return true;
+  }
+  long yields = 0;
+
+ private:
+  platform::Grid grid_;
+  platform::ProgressBar bar_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"Measures the log input path: ScanLogFile with a counting hit stand-in."};
+  std::string file;
+  int repeat = 3;
+  int type = 0;
+  bool unixMode = false;
+  app.add_option("--file", file, "log file to read (e.g. made by tools/gen-w3c-log.py)")
+      ->required()
+      ->check(CLI::ExistingFile);
+  app.add_option("--repeat", repeat, "timed passes (the best and the median are shown)")
+      ->check(CLI::PositiveNumber);
+  app.add_option("--type", type, "the site's log TYPE (0 = W3C Extended)");
+  app.add_flag("--unix", unixMode, "read with LF line ends (the site's UNIX setting)");
+  CLI11_PARSE(app, argc, argv);
+
+  platform::FixedClock clock(0);
+  auto world = std::make_unique<startup::World>(clock);
+  world->errors.SetBeep(false);
+  world->sites.resize(2);
+  world->siteCount = 1;
+  startup::Site& site = world->sites[1];
+  site.name = "bench";
+  site.type = static_cast<int16_t>(type);
+  site.unixServer = unixMode;
+  site.lastLogFile = file;
+  NullFrontend ui;
+
+  const double bytes = static_cast<double>(std::filesystem::file_size(file));
+  std::vector<double> rates, cpuRates;
+  for (int pass = 0; pass <= repeat; ++pass) {
+    loginput::RunState run;
+    loginput::CountingHits hooks(run);
+    const auto start = std::chrono::steady_clock::now();
+    const double cpuStart = CpuSeconds();
+    loginput::ScanLogFile(*world, ui, run, hooks, 1);
+    const double cpu = CpuSeconds() - cpuStart;
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const double rate = run.totalLines / seconds;
+    std::printf("%s %d: %d lines, %lld hits (%lld with a page) in %.3f s (%.3f s CPU): "
+                "%.0f lines/s, %.0f lines/s of CPU, %.0f MB/s\n",
+                pass == 0 ? "warm-up" : "pass", pass, run.totalLines,
+                static_cast<long long>(hooks.hits), static_cast<long long>(hooks.hitsWithPage),
+                seconds, cpu, rate, run.totalLines / cpu, bytes / seconds / 1e6);
+    if (pass > 0) {
+      rates.push_back(rate);
+      cpuRates.push_back(run.totalLines / cpu);
+    }
+  }
+  std::sort(rates.begin(), rates.end());
+  std::sort(cpuRates.begin(), cpuRates.end());
+  std::printf("best %.0f lines/s, median %.0f lines/s (wall clock); best %.0f, median %.0f lines "
+              "per CPU second\n",
+              rates.back(), rates[rates.size() / 2], cpuRates.back(),
+              cpuRates[cpuRates.size() / 2]);
+  return 0;
+}

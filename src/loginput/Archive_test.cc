@@ -1,0 +1,180 @@
+// Unpacking ARCHIVE.ZIP into a site's log folder and removing what was unpacked: what is listed,
+// what is never written, damaged archives, bounds and Cancel.
+#include "loginput/Archive.h"
+
+#include <gtest/gtest.h>
+
+#include "loginput/LogFiles.h"
+#include "loginput/LogInputTesting.h"
+
+namespace loginput {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::InputWorld;
+using testing::Member;
+using testing::WriteZip;
+
+std::vector<std::string> Names(const fs::path& folder) {
+  std::vector<std::string> out;
+  for (const auto& e : fs::directory_iterator(folder)) out.push_back(e.path().filename().string());
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+TEST(Archive, UnpackedFilesAreListedByMaskAndRemovedAfterwards) {
+  InputWorld t;
+  tytest::WriteFile(t.dir.path() / "logs/own.log", "kept");
+  ASSERT_TRUE(WriteZip(t.dir.path() / "logs/archive.zip",  // found whatever its case
+                       {{"ex1.log", "#Fields: c-ip\r\n1.1.1.1\r\n"},
+                        {"readme.txt", "not a log"},
+                        {"old/", ""},
+                        {"old/ex0.log", "#Fields: c-ip\r\n"}}));
+  UnZipArchive(t.w(), t.ui, t.run, 1);
+
+  EXPECT_EQ(t.run.extractedCount, 3);
+  ASSERT_EQ(t.run.extracted.size(), 4u);
+  EXPECT_EQ(t.run.extracted[1], t.Folder() + "ex1.log");
+  EXPECT_EQ(t.run.extracted[3], t.Folder() + "ex0.log");  // a sub-folder member, by file name
+  EXPECT_EQ(tytest::ReadFile(t.dir.path() / "logs/ex1.log"), "#Fields: c-ip\r\n1.1.1.1\r\n");
+  EXPECT_FALSE(fs::exists(t.dir.path() / "logs/old"));
+  EXPECT_FALSE(t.run.unzipping);
+
+  const auto captions = t.ui.CaptionsOf(platform::Label::Prog2);
+  ASSERT_EQ(captions.size(), 5u);
+  EXPECT_EQ(captions[0], "Moving Files Out Of The Archive:");
+  EXPECT_EQ(captions[1], "Moving Files Out Of The Archive: " + t.Folder() + "ex1.log");
+  EXPECT_EQ(captions[4], "");
+  EXPECT_EQ(t.ui.progress.Max(), 100);
+  EXPECT_EQ(t.ui.progressValues.front(), 0);
+  EXPECT_EQ(t.ui.progressValues.back(), 100);
+  EXPECT_TRUE(t.ui.messages.empty());
+
+  // The text file is unpacked but not listed.
+  ASSERT_EQ(ListLogFiles(t.w(), t.ui, t.run, 1), 3);
+  EXPECT_EQ(t.run.logFiles[1].name, "ex0.log");
+  EXPECT_EQ(t.run.logFiles[2].name, "ex1.log");
+  EXPECT_EQ(t.run.logFiles[3].name, "own.log");
+
+  fs::remove(t.dir.path() / "logs/readme.txt");  // gone before the clean-up: skipped
+  DeleteArchive(t.w(), t.ui, t.run, 1);
+  EXPECT_EQ(t.ui.captions[platform::Label::Prog2], "Removing Tempory Files");
+  EXPECT_EQ(Names(t.dir.path() / "logs"), (std::vector<std::string>{"archive.zip", "own.log"}));
+  EXPECT_EQ(t.ErrorsLog(), "");
+}
+
+TEST(Archive, MembersAimedOutsideTheFolderAreNeverWritten) {
+  InputWorld t;
+  const fs::path outside = t.dir.path() / "outside";
+  fs::create_directories(outside);
+  tytest::WriteFile(t.dir.path() / "logs/keep.log", "original");
+  fs::create_symlink(outside / "trap.log", t.dir.path() / "logs/trap.log");
+  const std::string absolute = (outside / "abs.log").string();
+  ASSERT_TRUE(WriteZip(t.dir.path() / "logs/ARCHIVE.ZIP",
+                       {{"../evil.log", "x"},
+                        {"a/../../evil2.log", "x"},
+                        {"..\\evil3.log", "x"},
+                        {absolute, "x"},
+                        {"link.log", (outside / "linked.log").string(), true},
+                        {"keep.log", "replaced"},
+                        {"KEEP.LOG", "replaced"},
+                        {"trap.log", "through the link"},
+                        {"good.log", "fine"}}));
+  UnZipArchive(t.w(), t.ui, t.run, 1);
+
+  EXPECT_EQ(t.run.extractedCount, 1);
+  EXPECT_EQ(tytest::ReadFile(t.dir.path() / "logs/good.log"), "fine");
+  EXPECT_EQ(tytest::ReadFile(t.dir.path() / "logs/keep.log"), "original");
+  EXPECT_TRUE(Names(outside).empty());
+  EXPECT_EQ(Names(t.dir.path()), (std::vector<std::string>{"Data", "logs", "outside"}));
+  EXPECT_EQ(Names(t.dir.path() / "logs"),
+            (std::vector<std::string>{"ARCHIVE.ZIP", "good.log", "keep.log", "trap.log"}));
+
+  // One line per member left out, each naming the routine.
+  const std::string log = t.ErrorsLog();
+  size_t lines = 0;
+  for (size_t p = log.find(" FROM ModFiles.UnZipArchive\r\n"); p != std::string::npos;
+       p = log.find(" FROM ModFiles.UnZipArchive\r\n", p + 1)) {
+    ++lines;
+  }
+  EXPECT_EQ(lines, 8u);
+  EXPECT_NE(log.find("Archive member ../evil.log not unpacked"), std::string::npos);
+  EXPECT_TRUE(t.ui.messages.empty());
+
+  DeleteArchive(t.w(), t.ui, t.run, 1);
+  EXPECT_EQ(tytest::ReadFile(t.dir.path() / "logs/keep.log"), "original");
+  EXPECT_TRUE(fs::is_symlink(t.dir.path() / "logs/trap.log"));
+}
+
+TEST(Archive, DamagedArchivesKeepWhatWasUnpackedWithoutAMessage) {
+  {
+    InputWorld t;
+    tytest::WriteFile(t.dir.path() / "logs/ARCHIVE.ZIP", "PK\x03\x04 this is no archive at all");
+    UnZipArchive(t.w(), t.ui, t.run, 1);
+    EXPECT_EQ(t.run.extractedCount, 0);
+    EXPECT_TRUE(t.ui.messages.empty());
+    EXPECT_NE(t.ErrorsLog().find("not fully unpacked"), std::string::npos);
+    EXPECT_EQ(t.ui.captions[platform::Label::Prog2], "");
+  }
+  {
+    // The second member's stored bytes are damaged: its checksum fails.
+    InputWorld t;
+    const fs::path zip = t.dir.path() / "logs/ARCHIVE.ZIP";
+    const std::string second(4000, 'Q');
+    ASSERT_TRUE(WriteZip(zip, {{"first.log", "one"}, {"second.log", second, false, true},
+                               {"third.log", "three"}}));
+    std::string bytes = tytest::ReadFile(zip);
+    const size_t at = bytes.find(second);
+    ASSERT_NE(at, std::string::npos);
+    bytes[at + 2000] = 'R';
+    tytest::WriteFile(zip, bytes);
+
+    UnZipArchive(t.w(), t.ui, t.run, 1);
+    EXPECT_EQ(tytest::ReadFile(t.dir.path() / "logs/first.log"), "one");
+    EXPECT_EQ(Names(t.dir.path() / "logs"),
+              (std::vector<std::string>{"ARCHIVE.ZIP", "first.log"}));  // no half file, no temp
+    EXPECT_EQ(t.run.extractedCount, 2);  // second.log was reported before it failed
+    EXPECT_NE(t.ErrorsLog().find("second.log"), std::string::npos);
+    EXPECT_TRUE(t.ui.messages.empty());
+    DeleteArchive(t.w(), t.ui, t.run, 1);
+    EXPECT_EQ(Names(t.dir.path() / "logs"), (std::vector<std::string>{"ARCHIVE.ZIP"}));
+  }
+}
+
+TEST(Archive, SizeBoundsAndCancelStopTheUnpacking) {
+  {
+    InputWorld t;
+    ASSERT_TRUE(WriteZip(t.dir.path() / "logs/ARCHIVE.ZIP",
+                         {{"a.log", std::string(1000, 'a')}, {"b.log", std::string(5000, 'b')}}));
+    platform::ZipArchive::Limits limits;
+    limits.maxTotalBytes = 3000;
+    UnZipArchive(t.w(), t.ui, t.run, 1, limits);
+    EXPECT_EQ(Names(t.dir.path() / "logs"), (std::vector<std::string>{"ARCHIVE.ZIP", "a.log"}));
+    EXPECT_NE(t.ErrorsLog().find("larger than the space allowed"), std::string::npos);
+  }
+  {
+    // A member far more compressed than any log is: the archive stops there.
+    InputWorld t;
+    ASSERT_TRUE(WriteZip(t.dir.path() / "logs/ARCHIVE.ZIP",
+                         {{"bomb.log", std::string(2 << 20, '\0')}}));
+    platform::ZipArchive::Limits limits;
+    limits.ratioCheckFrom = 1 << 20;
+    limits.maxRatio = 100;
+    UnZipArchive(t.w(), t.ui, t.run, 1, limits);
+    EXPECT_EQ(Names(t.dir.path() / "logs"), (std::vector<std::string>{"ARCHIVE.ZIP"}));
+    EXPECT_NE(t.ErrorsLog().find("compression ratio"), std::string::npos);
+  }
+  {
+    InputWorld t;
+    ASSERT_TRUE(WriteZip(t.dir.path() / "logs/ARCHIVE.ZIP", {{"a.log", "a"}, {"b.log", "b"}}));
+    t.ui.onYield = [](int) { return false; };  // Cancel confirmed at the first yield
+    UnZipArchive(t.w(), t.ui, t.run, 1);
+    EXPECT_TRUE(t.run.cancelled);
+    EXPECT_FALSE(t.run.unzipping);
+    EXPECT_EQ(Names(t.dir.path() / "logs"), (std::vector<std::string>{"ARCHIVE.ZIP"}));
+    EXPECT_EQ(t.ErrorsLog(), "");  // a Cancel is no failure
+  }
+}
+
+}  // namespace
+}  // namespace loginput
