@@ -1,0 +1,266 @@
+// The scan driver: ScanAllSites, the progress bar's scale, the DNS wait and the summary.
+#include "wizard/ScanDriver.h"
+
+#include <exception>
+
+#include "loginput/Archive.h"
+#include "loginput/LogFiles.h"
+#include "loginput/ScanLogFile.h"
+#include "platform/Files.h"
+#include "startup/ExceptionCatalogue.h"
+#include "vb/Convert.h"
+#include "wizard/ScanSummary.h"
+#include "wizard/SiteAlerts.h"
+
+namespace wizard {
+namespace {
+
+using platform::Label;
+
+constexpr std::string_view kDatabaseFailed =
+    "Failed to create database. [APPTITLE] may still be running. Please close [APPTITLE] or stop "
+    "the [APPTITLE] Service and try again.";
+constexpr std::string_view kPausedForDns = "Paused While Resolving DNS";
+
+// Files above this many bytes are shown on the progress bar in units of this many bytes.
+constexpr int32_t kProgressUnit = 10000;
+
+}  // namespace
+
+ScanDriver::ScanDriver(startup::World& world, platform::Frontend& ui, const RunTimer& timer,
+                       analysis::HitServices* services)
+    : world_(world),
+      ui_(ui),
+      timer_(timer),
+      f_(world),
+      hits_(world, f_, services),
+      siteTimes_(static_cast<size_t>(world.siteCount) + 1) {}
+
+bool ScanDriver::Yield() {
+  if (input_.cancelled) return false;
+  if (!ui_.Yield()) input_.cancelled = true;
+  return !input_.cancelled;
+}
+
+ScanOutcome ScanDriver::ScanAllSites() {
+  // 1. The start button is off for good: the window leaves the ready state.
+  state_ = ScanState::Scanning;
+  // 2. The run counters of the hit analysis.
+  analysis::RunState& run = hits_.Run();
+  run.totals = analysis::AnalysisTotals{};
+  // 3. Every site, also the ones skipped below: six day counters to zero, the run-time flag on,
+  //    and a last sweep long ago, so that the first hit of the run starts a sweep.
+  for (int i = 1; i <= world_.siteCount; ++i) {
+    analysis::SiteRunState& s = run.Site(i);
+    s.visitorsToday = 0;
+    s.alertsToday = 0;
+    s.spidersToday = 0;
+    s.exceptionsToday = 0;
+    s.downloadsToday = 0;
+    s.exceptionsToday2 = 0;
+    s.lastSweepTime = analysis::kFirstSweep;
+    if (static_cast<size_t>(i) < siteTimes_.size()) siteTimes_[static_cast<size_t>(i)].runFlag = true;
+  }
+  // 4. The DNS flag as the box stands now; the current log date starts at the present time.
+  dnsFlag_ = dnsChecked_;
+  run.currentLogDate = world_.clock.Now();
+  // 5.
+  ui_.SetCaption(Label::Note, "Initializing....");
+  ui_.ShowLabel(Label::PDNS, dnsFlag_);
+  ui_.ShowLabel(Label::DNS, dnsFlag_);
+  // 6. The run is timed from here, database creation included.
+  startTime_ = timer_.Seconds();
+  if (!Yield()) {
+    state_ = ScanState::Done;
+    return ScanOutcome::Cancelled;
+  }
+  // 7. A database that cannot be created ends the run; the window stays as it is.
+  if (!f_.InitDatabase()) {
+    ui_.MessageBox(startup::ReplaceAppNames(world_.app, kDatabaseFailed),
+                   platform::MsgIcon::Critical, platform::MsgButtons::Ok, world_.app.appTitle);
+    state_ = ScanState::Done;
+    return ScanOutcome::DatabaseFailed;
+  }
+  // 8. Every site in list order.
+  for (int i = 1; i <= world_.siteCount; ++i) {
+    bool goOn = true;
+    try {
+      // 8.1. Records are written under the name of the site being read.
+      const startup::Site& site = world_.site(i);
+      f_.SetCurrentSite(site.name);
+      // 8.2. Logs that come by FTP are not on this machine.
+      if (!site.ftp) goOn = ScanSite(i);
+    } catch (const std::exception&) {
+      // A failure with one site's record or the grid is survived: the next site follows.
+    }
+    if (!goOn) return EndCancelled(i);
+  }
+  // 9. Answers still outstanding are waited for before the tables close.
+  if (DnsPending() >= 1) {
+    WaitForDNS();
+    if (input_.cancelled) return EndCancelled(0);
+  }
+  // 10. A failure to close is not reported.
+  f_.CloseDatabase();
+  // 11.
+  ui_.FileGrid().SetVisible(false);
+  ui_.GridChanged();
+  ui_.SetCaption(Label::Note, "Scan Completed.");
+  ui_.Progress().SetVisible(false);
+  ui_.ProgressChanged();
+  ui_.ShowLabel(Label::Prog, false);
+  ui_.ShowLabel(Label::Prog2, false);
+  // 12. Passing midnight gives a negative time, shown as it is.
+  ShowScanSummary(timer_.Seconds() - startTime_);
+  state_ = ScanState::Done;
+  return ScanOutcome::Completed;
+}
+
+bool ScanDriver::ScanSite(int siteIndex) {
+  startup::Site& site = world_.site(siteIndex);
+  // 8.3.
+  ui_.SetCaption(Label::Site, "Scanning Site: " + site.name);
+  ui_.FileGrid().SetRowCount(1);
+  ui_.GridChanged();
+  if (!Yield()) return false;
+  // 8.4. An archive in the log folder is unpacked into it first.
+  archiveFound_ = platform::FileExistsCI(site.folder, loginput::kArchiveName);
+  input_.extractedCount = 0;
+  input_.extracted.assign(1, std::string());
+  if (archiveFound_) {
+    loginput::UnZipArchive(world_, ui_, input_, siteIndex);
+    if (input_.cancelled) return false;
+  }
+  // 8.5.
+  if (loginput::ListLogFiles(world_, ui_, input_, siteIndex) < 1) {
+    ui_.MessageBox("No log files were found for site: " + site.name + " in " + site.folder,
+                   platform::MsgIcon::Exclamation, platform::MsgButtons::Ok, world_.app.appTitle);
+  } else {
+    // 8.6. Grid rows in order; the grid is the listing's order.
+    const int n = ui_.FileGrid().RowCount() - 1;
+    for (int r = 1; r <= n; ++r) {
+      bool goOn = true;
+      try {
+        goOn = ScanFile(siteIndex, r);
+      } catch (const std::exception&) {
+        // A grid or file-list failure skips to the next row.
+      }
+      if (!goOn) return false;
+    }
+  }
+  // 8.7. The unpacked copies go again; the archive itself stays.
+  if (archiveFound_ && input_.extractedCount >= 1) {
+    loginput::DeleteArchive(world_, ui_, input_, siteIndex);
+    input_.extractedCount = 0;
+  }
+  archiveFound_ = false;
+  return true;
+}
+
+bool ScanDriver::ScanFile(int siteIndex, int row) {
+  startup::Site& site = world_.site(siteIndex);
+  platform::Grid& grid = ui_.FileGrid();
+  // 8.6.1. The file's entry, a fresh reading state, from byte 0.
+  const long index = grid.Row(row).rowData;
+  const loginput::LogFileEntry& entry = input_.logFiles.at(static_cast<size_t>(index));
+  site.lastLogFile = site.folder + entry.name;
+  input_.Site(siteIndex).currentFileDate = entry.modified;
+  site.lastReadPos = 0;
+  site.lastReadPosDay = 0;
+  site.lastFields.clear();
+  // 8.6.2.
+  ui_.SetCaption(Label::Prog, site.lastLogFile);
+  // 8.6.3. Each setting the bar refuses is skipped. A zero-byte file leaves Max as the previous
+  //        file set it.
+  platform::ProgressBar& bar = ui_.Progress();
+  bar.SetVisible(true);
+  bar.SetValue(1);
+  bar.SetMin(1);
+  if (entry.size > kProgressUnit) {
+    bar.SetMax(static_cast<float>(entry.size) / static_cast<float>(kProgressUnit));
+  } else if (entry.size >= 1) {
+    bar.SetMax(entry.size);
+  } else if (entry.size < 0) {
+    bar.SetMax(entry.size);  // an unknown size: refused by the bar, as before
+  }
+  ui_.ProgressChanged();
+  // 8.6.4.
+  grid.Select(row);
+  ui_.GridChanged();
+  if (!Yield()) return false;
+  // 8.6.5. No hit of this file has set the log date yet.
+  hits_.StartFile();
+  // 8.6.6.
+  loginput::ScanLogFile(world_, ui_, input_, *this, siteIndex);
+  if (input_.cancelled) return false;
+  CheckSiteAlerts(world_, f_, hits_.Run().Site(siteIndex), static_cast<int16_t>(siteIndex));
+  return true;
+}
+
+ScanOutcome ScanDriver::EndCancelled(int siteIndex) {
+  // Cancelled runs leave no unpacked copies behind: the archive stays and is unpacked again by the
+  // next run, whose unpacking would otherwise skip (and never remove) the copies found in place.
+  try {
+    if (archiveFound_ && input_.extractedCount >= 1 && siteIndex >= 1)
+      loginput::DeleteArchive(world_, ui_, input_, siteIndex);
+  } catch (const std::exception&) {
+  }
+  archiveFound_ = false;
+  f_.CloseDatabase();
+  state_ = ScanState::Done;
+  return ScanOutcome::Cancelled;
+}
+
+void ScanDriver::UpdateFileProgress(int32_t position) {
+  // 1.
+  platform::ProgressBar& bar = ui_.Progress();
+  const double max = bar.Max();
+  // 2. The scale follows the bar's Max, not the file's size: a small file (Max below 10,000) is
+  //    shown in units of 10,000 bytes and barely moves, and a file of 100,000,000 bytes or more is
+  //    shown in bytes and runs past Max. The bar refuses those values; kept as the product shows it.
+  const double value = max < kProgressUnit ? vb::RoundHalfEven(position / double(kProgressUnit))
+                                           : static_cast<double>(position);
+  // 3.
+  if (bar.SetValue(value)) ui_.ProgressChanged();
+}
+
+void ScanDriver::WaitForDNS() {
+  // 1.
+  ui_.SetCaption(Label::Prog2, kPausedForDns);
+  // 2. The answers come in during the yields.
+  while (DnsPending() >= 1) {
+    if (!Yield()) break;
+  }
+  // 3.
+  ui_.SetCaption(Label::Prog2, "");
+}
+
+void ScanDriver::ShowScanSummary(float elapsed) {
+  try {
+    elapsed_ = elapsed;
+    summary_ = ScanSummaryText(elapsed, input_.totalLines, dnsFlag_, f_.Totals());
+    ui_.MessageBox(summary_, platform::MsgIcon::Information, platform::MsgButtons::Ok,
+                   world_.app.appTitle);
+  } catch (const std::exception&) {
+    // Nothing in the summary may fail the run.
+  }
+}
+
+void ScanDriver::ProcessHit(std::string_view line, int siteIndex) {
+  loginput::SiteReadState& state = input_.Site(siteIndex);
+  analysis::LineContext context{state.map, state.separator, state.noSpiderCheck,
+                                state.currentFileDate};
+  hits_.ProcessHit(line, static_cast<int16_t>(siteIndex), context, input_.hits);
+}
+
+void ScanDriver::WriteDaySummary(int siteIndex) {
+  hits_.WriteDaySummary(static_cast<int16_t>(siteIndex));
+}
+
+vb::Date ScanDriver::DaySummaryDate() {
+  // The date of the last hit read, if any hit was read at all.
+  const vb::Date last = hits_.Clock().hitDate;
+  return last != 0 ? last : loginput::kNoLogDate;
+}
+
+}  // namespace wizard

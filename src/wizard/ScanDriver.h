@@ -1,0 +1,147 @@
+// The scan driver: one whole scan, from the empty database to the summary. It prepares every site
+// for a fresh run, creates the database, walks every site that is not reached by FTP and every log
+// file of that site in the listed order, hands each file to the log reader, waits for outstanding
+// reverse-DNS answers, closes the database and shows the run's statistics.
+//
+// The driver is the log reader's hook object: it passes each data line on to the hit processing,
+// moves the file progress bar, paces the resolver and writes the daily summaries. It owns the
+// run's state: the database form, the hit processing (visit table and per-site counters) and the
+// log-input state. There is no resumption: every scan re-creates the database and reads every file
+// from its first byte.
+//
+// Everything runs on the caller's thread. The window gets control only at the yields (once before
+// the database is created, once per site, once per file, every 500 lines); a Cancel the user
+// confirms there makes the yield return false, and the driver then closes the database and
+// returns ScanOutcome::Cancelled.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "analysis/HitProcessor.h"
+#include "analysis/HitServices.h"
+#include "database/F.h"
+#include "loginput/RunState.h"
+#include "loginput/ScanHooks.h"
+#include "platform/Frontend.h"
+#include "startup/World.h"
+#include "vb/Dates.h"
+#include "wizard/RunTimer.h"
+
+namespace wizard {
+
+// The reverse-DNS resolver as the driver sees it: how many requests are outstanding. Its answers
+// arrive during the front-end's yields.
+class DnsBacklog {
+ public:
+  virtual ~DnsBacklog() = default;
+  virtual int Pending() = 0;
+};
+
+// The site-level state that the window sets when it loads and the scan sets again before it starts.
+// Nothing in this utility reads the two run-time times or the flag: they are the monitoring
+// product's own polling state, kept so that a run prepares a site exactly as the product does.
+struct SiteRunTimes {
+  vb::Date firstRunTime = 0;   // when the site is next due: load time + 2 s per site index
+  vb::Date secondRunTime = 0;  // load time
+  bool runFlag = false;        // set for every site at load and again before the scan
+};
+
+enum class ScanOutcome {
+  Completed,       // every site scanned, database closed, summary shown
+  DatabaseFailed,  // InitDatabase failed; the failure message was shown; nothing else was done
+  Cancelled,       // the user confirmed a Cancel during a yield; the database was closed
+};
+
+enum class ScanState { Ready, Scanning, Done };
+
+class ScanDriver final : public loginput::ScanHooks {
+ public:
+  // REQUIRES: `world` (sites loaded), `ui` and `timer` outlive the driver; so does `services`
+  // when given (the hit processing's alert matching and host-name resolution; nullptr = the
+  // defaults: no alert definition matches, host names from the DNS cache or the address).
+  ScanDriver(startup::World& world, platform::Frontend& ui, const RunTimer& timer,
+             analysis::HitServices* services = nullptr);
+  ScanDriver(const ScanDriver&) = delete;
+  ScanDriver& operator=(const ScanDriver&) = delete;
+
+  // The DNS check box: whether the next scan makes reverse look-ups.
+  void SetDnsChecked(bool checked) { dnsChecked_ = checked; }
+  bool DnsChecked() const { return dnsChecked_; }
+  // The resolver whose backlog paces the reader; nullptr (the default) = none, nothing pending.
+  void SetDnsBacklog(DnsBacklog* backlog) { backlog_ = backlog; }
+
+  // Runs one scan (see the file comment). Messages go through the front-end: the database failure
+  // (critical), "No log files were found for site: ..." (exclamation, per site), the log reader's
+  // own, and the summary (information). REQUIRES: State() == Ready; the state is Scanning during
+  // the run and Done afterwards, whatever the outcome. Never throws: a failure inside the run is
+  // survived and the run goes on with the next step.
+  ScanOutcome ScanAllSites();
+
+  // Moves the progress bar to byte `position` of the file being read (see ScanDriver.cpp for the
+  // scale). A value the bar refuses is ignored.
+  void UpdateFileProgress(int32_t position) override;
+
+  // Builds the end-of-run message for `elapsed` seconds (ScanSummaryText), keeps it (Summary())
+  // and shows it as an information message titled with the application title. Never throws.
+  void ShowScanSummary(float elapsed);
+
+  // Holds the scan until the resolver has no request outstanding, yielding meanwhile, with
+  // "Paused While Resolving DNS" in the second file caption. A Cancel confirmed in a yield ends
+  // the wait and marks the run cancelled.
+  void WaitForDNS();
+
+  // ---- The log reader's hooks ------------------------------------------------------------------
+  void ProcessHit(std::string_view line, int siteIndex) override;
+  bool DnsEnabled() override { return dnsFlag_; }
+  int DnsPending() override { return backlog_ ? backlog_->Pending() : 0; }
+  void DnsWait() override { WaitForDNS(); }
+  void WriteDaySummary(int siteIndex) override;
+  vb::Date CurrentLogDate() override { return hits_.Run().currentLogDate; }
+  void SetCurrentLogDate(vb::Date date) override { hits_.Run().currentLogDate = date; }
+  vb::Date DaySummaryDate() override;
+
+  // ---- The run's state, for the window and for tests -------------------------------------------
+  ScanState State() const { return state_; }
+  // The DNS flag of the run: the check box as it stood when the scan started.
+  bool DnsFlag() const { return dnsFlag_; }
+  int32_t TotalLines() const { return input_.totalLines; }
+  // Seconds the run took (set when the summary is built), and the summary text.
+  float Elapsed() const { return elapsed_; }
+  const std::string& Summary() const { return summary_; }
+  database::F& Database() { return f_; }
+  analysis::HitProcessor& Hits() { return hits_; }
+  loginput::RunState& Input() { return input_; }
+  std::vector<SiteRunTimes>& SiteTimes() { return siteTimes_; }
+
+ private:
+  // Steps 8.3 to 8.7 for one site. Returns false when the run was cancelled.
+  bool ScanSite(int siteIndex);
+  // Steps 8.6.1 to 8.6.6 for grid row `row`. Returns false when the run was cancelled.
+  bool ScanFile(int siteIndex, int row);
+  // Yields to the window; false (and the run marked cancelled) when the user confirmed a Cancel.
+  bool Yield();
+  // The end of a cancelled run: unpacked archive files removed, database closed.
+  ScanOutcome EndCancelled(int siteIndex);
+
+  startup::World& world_;
+  platform::Frontend& ui_;
+  const RunTimer& timer_;
+  database::F f_;
+  analysis::HitProcessor hits_;
+  loginput::RunState input_;
+  DnsBacklog* backlog_ = nullptr;
+  std::vector<SiteRunTimes> siteTimes_;
+
+  ScanState state_ = ScanState::Ready;
+  bool dnsChecked_ = false;
+  bool dnsFlag_ = false;
+  bool archiveFound_ = false;
+  float startTime_ = 0;
+  float elapsed_ = 0;
+  std::string summary_;
+};
+
+}  // namespace wizard
