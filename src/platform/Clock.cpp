@@ -37,6 +37,13 @@ vb::Date FromUnixSeconds(int64_t seconds, int32_t offsetMinutes) {
   return static_cast<double>(days + kUnixEpochDay) + static_cast<double>(rest) / 86400.0;
 }
 
+vb::Date LocalFromUnixSeconds(int64_t seconds) {
+  const std::time_t t = static_cast<std::time_t>(seconds);
+  std::tm local{};
+  if (localtime_r(&t, &local) == nullptr) return FromUnixSeconds(seconds, 0);
+  return FromUnixSeconds(seconds, static_cast<int32_t>(local.tm_gmtoff / 60));
+}
+
 vb::Date SystemClock::Now() const {
   const LocalNow now = ReadLocalNow();
   return FromUnixSeconds(now.localSeconds, 0);

@@ -1,6 +1,7 @@
 // The wall clock as the rest of the system sees it: "now" as a local date-time and the local
-// time-zone offset. Injected everywhere, so a run or a test can fix the time; `SystemClock` is the
-// one place in the system that asks the C library for local time, once per call.
+// time-zone offset. Injected everywhere, so a run or a test can fix the time. This unit is the one
+// place in the system that asks the C library for local time: `SystemClock`, once per call, and
+// `LocalFromUnixSeconds` for file times.
 #pragma once
 
 #include <cstdint>
@@ -44,5 +45,9 @@ class FixedClock final : public Clock {
 // The local date-time that a count of seconds since 1970-01-01 00:00 UTC gives when the zone
 // offset is `offsetMinutes` (0 = the UTC date-time itself). Pure arithmetic, no system call.
 vb::Date FromUnixSeconds(int64_t seconds, int32_t offsetMinutes = 0);
+
+// The local date-time of a moment given as seconds since 1970-01-01 00:00 UTC, by the system's
+// zone rules for that moment (daylight saving included). For file times; asks the system once.
+vb::Date LocalFromUnixSeconds(int64_t seconds);
 
 }  // namespace platform

@@ -4,7 +4,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <ctime>
+
+#include "platform/Clock.h"
 
 namespace platform {
 
@@ -117,15 +118,10 @@ std::vector<DirEntry> ListFiles(const std::string& folder, std::string_view mask
       if (!MatchesMask(name, mask)) continue;
       struct stat st {};
       if (::stat(it->path().c_str(), &st) != 0 || !S_ISREG(st.st_mode)) continue;
-      std::tm local{};
-      const std::time_t mtime = st.st_mtim.tv_sec;
-      if (localtime_r(&mtime, &local) == nullptr) continue;
       DirEntry e;
       e.name = std::move(name);
       e.size = static_cast<uint64_t>(st.st_size);
-      const int64_t days = vb::DaysFromCivil(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
-      e.modified = static_cast<double>(days) +
-                   (local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec) / 86400.0;
+      e.modified = LocalFromUnixSeconds(st.st_mtim.tv_sec);
       out.push_back(std::move(e));
     }
   } catch (...) {

@@ -44,7 +44,7 @@ struct DirEntry {
 // The regular files in `folder` whose names match `mask` (see MatchesMask), sorted ascending by
 // name compared case-insensitively (ties by the exact bytes). A missing or unreadable folder gives
 // an empty list; entries that vanish or cannot be examined while listing are left out. Never
-// throws. Modification times are converted with the system's local-time rules, once per file.
+// throws. Modification times are converted with the system's zone rules (LocalFromUnixSeconds).
 std::vector<DirEntry> ListFiles(const std::string& folder, std::string_view mask);
 
 // Makes sure the text of a folder ends with "/": "" stays "", "a/b" becomes "a/b/".
