@@ -4,8 +4,10 @@
 //
 // How it works, in short: records are appended to the .DBF through a write buffer and read back
 // on demand, so a large table costs no memory for its records. Every index tag lives in memory
-// as an ordered structure of fixed-size keys; the .MDX is written in bulk (B-trees built bottom
-// up, pages full) when the table is flushed or closed, and read in bulk when it is opened.
+// as a B+tree of fixed-size keys; records appended since a tag was last used enter it when its
+// order is next needed (one by one after a few appends, sorted in one batch after many). The
+// .MDX is written whole (B-trees built bottom up, pages full) when the table is flushed or
+// closed, and read whole when it is opened.
 //
 // No operation throws; those that can fail or miss return a dbase::Status (0 = success/found).
 #pragma once
@@ -95,11 +97,13 @@ class Table {
                   const std::vector<std::string>& tagSpecs);
   // Opens the table read-write. Reads the production .MDX; when it is missing, stale or damaged
   // the index is rebuilt from the records (a notice goes to the sink) and written back at the
-  // next flush/close. Returns kOk, kFileMissing, kCorruptDbf, kIoError, kBadName, kAlreadyOpen.
+  // next flush/close. Returns kOk, kFileMissing, kCorruptDbf (also when the record count in
+  // the header disagrees with the file size), kIoError, kBadName, kAlreadyOpen.
   // The current record is the top of the first tag's order.
   int OpenTable();
   // The same without any writing: every change returns kReadOnly, and a rebuilt index stays in
-  // memory only.
+  // memory only. A .DBF shorter than its header's record count is read up to its last whole
+  // record, with a notice.
   int OpenTableReadOnly();
   bool IsOpen() const;
   bool IsReadOnly() const;
