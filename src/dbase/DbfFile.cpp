@@ -259,6 +259,7 @@ int DbfFile::Write(uint32_t recno, const char* record) {
   if (readOnly_) return kReadOnly;
   if (recno < 1 || recno > count_) return kEof;
   size_t rl = size_t(header_.recordLength);
+  headerDirty_ = true;  // the update date
   if (recno > onDisk_) {
     std::memcpy(buffer_.data() + size_t(recno - onDisk_ - 1) * rl, record, rl);
     return kOk;
@@ -268,7 +269,8 @@ int DbfFile::Write(uint32_t recno, const char* record) {
 
 int DbfFile::Flush(bool productionMdx, const std::vector<bool>& fieldMdxFlags) {
   if (fd_ < 0) return kNotOpen;
-  if (readOnly_) return kOk;
+  // An unchanged table is left exactly as it is (its update date included).
+  if (readOnly_ || (!headerDirty_ && productionMdx == header_.productionMdx)) return kOk;
   int s = FlushBuffer();
   if (s != kOk) return s;
   unsigned char eof = dbf::kEofMark;

@@ -123,7 +123,8 @@ class DbfFile {
   // Overwrites record recno. Returns kOk, kEof, kIoError.
   int Write(uint32_t recno, const char* record);
   // Writes buffered records, the end-of-file byte and the header (count, today's date,
-  // production index flag). Returns kOk or kIoError.
+  // production index flag). Does nothing when no record changed and the flag is as it was.
+  // Returns kOk or kIoError.
   int Flush(bool productionMdx, const std::vector<bool>& fieldMdxFlags);
 
  private:

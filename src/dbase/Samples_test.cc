@@ -150,6 +150,46 @@ TEST(Samples, ReferrersDescendingTagListsASitesReferrersByVisitsHighestFirst) {
   EXPECT_EQ(t.CurrentKey().substr(20), "         0");
 }
 
+TEST(Samples, ReferenceTableOpenedForWritingIsLeftAloneUnlessChanged) {
+  tytest::TempDir dir;
+  for (const char* ext : {".DBF", ".MDX"})
+    std::filesystem::copy_file(SamplesDir() + "REFERRERS" + ext, dir.path() / (std::string("REFERRERS") + ext));
+  const std::string dbf0 = tytest::ReadFile(dir.path() / "REFERRERS.DBF");
+  const std::string mdx0 = tytest::ReadFile(dir.path() / "REFERRERS.MDX");
+  Table t;
+  t.SetLocation(dir.str());
+  t.SetTableName("Referrers");
+  ASSERT_EQ(t.OpenTable(), kOk);
+  ASSERT_EQ(t.SeekNear("http://"), kOk);
+  t.CloseTable();
+  EXPECT_EQ(tytest::ReadFile(dir.path() / "REFERRERS.DBF"), dbf0);
+  EXPECT_EQ(tytest::ReadFile(dir.path() / "REFERRERS.MDX"), mdx0);
+  // Changed: both files are rewritten and still pass the check, the tags' flags kept.
+  ASSERT_EQ(t.OpenTable(), kOk);
+  t.BlankRecord();
+  t.SetText("Name", "http://new.example/");
+  t.SetText("Site", "intranet");
+  t.SetNumber("Visits", 123456);  // too wide for N5: 99999
+  ASSERT_EQ(t.AppendRecord(), kOk);
+  ASSERT_EQ(t.GoTo(3), kOk);
+  t.SetText("Site", "moved.example");
+  ASSERT_EQ(t.ReplaceRecord(), kOk);
+  t.CloseTable();
+  CheckReport r = CheckTable(dir.str() + "REFERRERS.DBF");
+  EXPECT_TRUE(r.Ok()) << r.defects.front();
+  ASSERT_EQ(t.OpenTableReadOnly(), kOk);
+  EXPECT_EQ(t.RecordCount(), 2001);
+  std::vector<TagInfo> tags = t.Tags();
+  ASSERT_EQ(tags.size(), 2u);
+  EXPECT_TRUE(tags[0].unique);
+  EXPECT_TRUE(tags[1].descending);
+  EXPECT_EQ(tags[1].entries, 2001);
+  ASSERT_EQ(t.SelectTag("KEY1"), kOk);
+  ASSERT_EQ(t.SeekNear(Pad("intranet", 20)), kOk);
+  EXPECT_EQ(t.RecNo(), 2001);  // the highest count of the site comes first
+  EXPECT_EQ(t.GetNumber("Visits"), 99999);
+}
+
 // Reads every record of a reference table and writes them into a table of our own with the
 // product's specs; compares the files' layouts.
 TEST(Samples, OwnTableFromTheSameRecordsHasTheReferenceLayout) {
