@@ -2,6 +2,7 @@
 #include "loginput/HitFields.h"
 
 #include <cstring>
+#include <utility>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -146,30 +147,37 @@ inline void Put(std::string& out, std::string_view v) {
 int32_t ParseHitNumber(std::string_view text) { return LeadingNumber(text); }
 
 void FillHitFields(const SplitFields& fields, const FieldMap& map, HitFields& hits) {
-  auto text = [&](int slot, std::string& out) {
-    if (map.Has(slot)) Put(out, fields[map[slot]]);
+  // The text fields and the numeric fields, each with the slot that fills it.
+  static constexpr std::pair<int, std::string HitFields::*> kText[] = {
+      {kClientAddress, &HitFields::clientAddress},
+      {kUserName, &HitFields::userName},
+      {kSiteName, &HitFields::siteName},
+      {kComputerName, &HitFields::computerName},
+      {kServerAddress, &HitFields::serverAddress},
+      {kMethod, &HitFields::method},
+      {kPage, &HitFields::page},
+      {kQuery, &HitFields::query},
+      {kProtocolVersion, &HitFields::protocolVersion},
+      {kUserAgent, &HitFields::userAgent},
+      {kCookie, &HitFields::cookie},
+      {kReferrer, &HitFields::referrer},
   };
-  auto number = [&](int slot, int32_t& out) {
-    if (map.Has(slot)) out = LeadingNumber(fields[map[slot]]);
+  static constexpr std::pair<int, int32_t HitFields::*> kNumbers[] = {
+      {kStatus, &HitFields::status},
+      {kSystemStatus, &HitFields::systemStatus},
+      {kBytesSent, &HitFields::bytesSent},
+      {kBytesReceived, &HitFields::bytesReceived},
+      {kTimeTaken, &HitFields::timeTaken},
+      {kServerPort, &HitFields::serverPort},
   };
-  text(kClientAddress, hits.clientAddress);
-  text(kUserName, hits.userName);
-  text(kSiteName, hits.siteName);
-  text(kComputerName, hits.computerName);
-  text(kServerAddress, hits.serverAddress);
-  text(kMethod, hits.method);
-  text(kPage, hits.page);
-  text(kQuery, hits.query);
-  number(kStatus, hits.status);
-  number(kSystemStatus, hits.systemStatus);
-  number(kBytesSent, hits.bytesSent);
-  number(kBytesReceived, hits.bytesReceived);
-  number(kTimeTaken, hits.timeTaken);
-  number(kServerPort, hits.serverPort);
-  text(kProtocolVersion, hits.protocolVersion);
-  text(kUserAgent, hits.userAgent);
-  text(kCookie, hits.cookie);
-  text(kReferrer, hits.referrer);
+  for (const auto& [slot, field] : kText) {
+    const int place = map[slot];
+    if (place >= 0) Put(hits.*field, fields[place]);
+  }
+  for (const auto& [slot, field] : kNumbers) {
+    const int place = map[slot];
+    if (place >= 0) hits.*field = LeadingNumber(fields[place]);
+  }
 }
 
 }  // namespace loginput

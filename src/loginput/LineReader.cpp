@@ -74,6 +74,13 @@ bool LineReader::Refill() {
   for (;;) {
     ssize_t n = ::read(fd_, base + end_, cap_ - end_);
     if (n > 0) {
+      // Text mode: a Ctrl-Z byte marks the end of the file; nothing after it is read.
+      if (mode_ == Mode::kText) {
+        if (const void* z = std::memchr(base + end_, kEndOfText, static_cast<size_t>(n))) {
+          n = static_cast<const char*>(z) - (base + end_);
+          eof_ = true;
+        }
+      }
       end_ += static_cast<size_t>(n);
       return true;
     }

@@ -1,7 +1,8 @@
 // The line reader of a log file, in the two reading modes a site can ask for.
 //
 // Text mode: a line ends at a CR, or at a CR LF pair; a bare LF is an ordinary character of the
-// line, so a file whose lines end with LF alone reads as one long line.
+// line, so a file whose lines end with LF alone reads as one long line. A Ctrl-Z byte (26) ends
+// the file, as it ends every text file the system reads line by line.
 // Unix mode (the site's UNIX flag): a line ends at an LF; a CR before it stays at the end of the
 // line. This is what reading the file in 256-byte chunks and cutting each chunk at its first LF
 // returns; the reader gets the same lines from large blocks instead of one read per line.
@@ -32,6 +33,7 @@ class LineReader {
  public:
   enum class Mode { kText, kUnix };
 
+  static constexpr char kEndOfText = 26;  // Ctrl-Z
   static constexpr size_t kDefaultMaxLine = size_t{64} << 20;
   static constexpr size_t kDefaultBlock = size_t{256} << 10;  // stays in the core's cache
 

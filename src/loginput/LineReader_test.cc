@@ -45,6 +45,9 @@ TEST(LineReader, TextModeEndsLinesAtCrOrCrLfOnly) {
   EXPECT_EQ(ReadBytes("a b\nc d\n", LineReader::Mode::kText).lines, (Lines{"a b\nc d\n"}));
   // A CR followed by CR LF is an empty line between.
   EXPECT_EQ(ReadBytes("a\r\r\nb", LineReader::Mode::kText).lines, (Lines{"a", "", "b"}));
+  // Ctrl-Z ends a text file; in Unix mode it is an ordinary byte.
+  EXPECT_EQ(ReadBytes("a\r\nb\x1a c\r\n", LineReader::Mode::kText).lines, (Lines{"a", "b"}));
+  EXPECT_EQ(ReadBytes("a\nb\x1a c\n", LineReader::Mode::kUnix).lines, (Lines{"a", "b\x1a c", ""}));
   // Positions are 1-based and count the line ends.
   EXPECT_EQ(ReadBytes("ab\r\nc\rd", LineReader::Mode::kText).positions,
             (std::vector<int64_t>{5, 7, 8}));
@@ -105,6 +108,7 @@ Lines Reference(const std::string& s, LineReader::Mode mode) {
   std::string cur;
   for (size_t i = 0; i < s.size(); ++i) {
     const char c = s[i];
+    if (mode == LineReader::Mode::kText && c == 26) break;
     if (mode == LineReader::Mode::kUnix && c == '\n') {
       out.push_back(cur);
       cur.clear();
@@ -122,7 +126,7 @@ Lines Reference(const std::string& s, LineReader::Mode mode) {
 
 TEST(LineReader, BlockSizeNeverChangesTheLines) {
   std::mt19937 rng(7);
-  const char alphabet[] = {'a', 'b', ' ', '\r', '\n', '#', '\0'};
+  const char alphabet[] = {'a', 'b', ' ', '\r', '\n', '#', '\0', 'c', 'd', 26};
   for (int round = 0; round < 40; ++round) {
     std::string bytes;
     const int n = static_cast<int>(rng() % 600);
@@ -135,7 +139,9 @@ TEST(LineReader, BlockSizeNeverChangesTheLines) {
       for (size_t block : {1, 2, 3, 7, 256, 4096}) {
         ReadBack r = ReadAll(path, mode, 1 << 20, block);
         ASSERT_EQ(r.lines, want) << "round " << round << " block " << block;
-        EXPECT_EQ(r.positions.back(), static_cast<int64_t>(bytes.size()) + 1);
+        const size_t stop = mode == LineReader::Mode::kText ? bytes.find('\x1a') : bytes.npos;
+        EXPECT_EQ(r.positions.back(),
+                  static_cast<int64_t>(stop == bytes.npos ? bytes.size() : stop) + 1);
       }
     }
   }
