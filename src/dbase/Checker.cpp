@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <unordered_map>
 
@@ -89,7 +90,7 @@ CheckReport CheckTable(const std::string& dbfPath) {
   auto& D = rep.defects;
   std::string data;
   if (!ReadWholeFile(dbfPath, data)) {
-    D.push_back(dbfPath + ": cannot read the file");
+    D.push_back(dbfPath + ": cannot read the file (" + std::strerror(errno) + ")");
     return rep;
   }
   std::string stemFile = dbfPath.substr(dbfPath.find_last_of('/') + 1);
@@ -229,6 +230,7 @@ CheckReport CheckTable(const std::string& dbfPath) {
     page = GetU32(&b[mdx::kNodeLink]);
   }
 
+  bool allWalked = true;
   for (size_t ti = 0; ti < info.tags.size(); ++ti) {
     const MdxTagHeader& t = info.tags[ti];
     const std::string who = mdxName + " tag " + t.name + ": ";
@@ -260,6 +262,7 @@ CheckReport CheckTable(const std::string& dbfPath) {
 
     MdxTagWalk walk;
     bool walked = reader.Walk(ti, n, true, walk, D, &used);
+    allWalked = allWalked && walked;
     if (walk.firstLeaf != 0 && t.firstLeaf != 0 && t.firstLeaf != walk.firstLeaf)
       D.push_back(who + "first-leaf page " + std::to_string(t.firstLeaf) + ", the tree's is " +
                   std::to_string(walk.firstLeaf));
@@ -309,8 +312,9 @@ CheckReport CheckTable(const std::string& dbfPath) {
       }
     }
   }
-  // Every block after the header belongs to a tag header, a node or the free list.
-  {
+  // Every block after the header belongs to a tag header, a node or the free list (only
+  // known when every tree could be walked to its end).
+  if (allWalked) {
     Tally orphans{D, "unused blocks"};
     size_t pages = std::min<size_t>(used.size(), info.pageCount);
     for (size_t p = size_t(mdx::kHeaderPages); p < pages; p += size_t(info.pagesPerBlock))

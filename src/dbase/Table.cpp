@@ -316,7 +316,7 @@ int Table::Impl::Open(bool ro) {
       open = false;
       return s;
     }
-    indexRebuilt = true;
+    indexRebuilt = !tags.empty();
     indexDirty = !ro && !tags.empty();
     if (mdxPath.empty()) mdxPath = location + MdxName();
     if (tags.empty())
