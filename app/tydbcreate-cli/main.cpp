@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "CliCommon.h"
+#include "ScanCommand.h"
 #include "ShowConfig.h"
 
 int main(int argc, char** argv) {
@@ -14,17 +15,29 @@ int main(int argc, char** argv) {
   app.footer(
       "Environment: TALLYO_REGISTRY names the registry file (default /etc/tallyo/registry.ini); "
       "TMPDIR is where the single-instance lock lives.\n"
-      "Exit status: 0 done, 1 start-up failed, 2 bad option value, 3 another copy is running.");
+      "Exit status: 0 done (scan completed), 1 start-up failed, 2 bad usage or option value, 3 "
+      "another copy is running, 4 no sites are set up, 5 every site's logs come by FTP, 6 the "
+      "monitoring product runs as a service, 7 \"Are you sure?\" not answered Yes, 8 the "
+      "database could not be created, 9 the scan was cancelled (Ctrl-C).");
 
   cli::ClockOptions clock;
   cli::AddClockOptions(app, clock);
   cli::ShowConfigOptions showConfig;
   cli::AddShowConfigOptions(app, showConfig);
+  cli::ScanOptions scan;
+  cli::AddScanOptions(app, scan);
 
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    // Help and version end well; a bad command line ends with the usage status.
+    return app.exit(e) == 0 ? cli::kExitOk : cli::kExitUsage;
+  }
 
-  if (showConfig.Requested()) return cli::RunShowConfig(showConfig, clock);
-
-  std::cout << app.help();
-  return cli::kExitOk;
+  if (showConfig.Requested()) {
+    if (!scan.appFolder.empty() && showConfig.appFolder.empty())
+      showConfig.appFolder = scan.appFolder;
+    return cli::RunShowConfig(showConfig, clock);
+  }
+  return cli::RunScan(scan, clock);
 }

@@ -11,6 +11,7 @@ namespace wizard {
 namespace {
 
 constexpr const char* kCrLf = "\r\n";
+constexpr std::string_view kSummaryStart = "Scan Complete. ";
 
 // Str without its sign blank.
 std::string Trimmed(double x) { return vb::CStr(x); }
@@ -51,7 +52,7 @@ std::string ScanSummaryText(float elapsed, int32_t totalLines, bool dns,
   int32_t perSecond = LinesPerSecond(totalLines, elapsed);
 
   // 3. The line count.
-  std::string msg = "Scan Complete. ";
+  std::string msg(kSummaryStart);
   msg += kCrLf;
   msg += kCrLf;
   msg += "Scanned" + vb::Str(totalLines) + " lines";
@@ -69,5 +70,7 @@ std::string ScanSummaryText(float elapsed, int32_t totalLines, bool dns,
   msg += Trimmed(totals.exceptionRecordsAdded) + " exception records added." + kCrLf;
   return msg;
 }
+
+bool IsScanSummary(std::string_view message) { return message.rfind(kSummaryStart, 0) == 0; }
 
 }  // namespace wizard

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "database/RunTotals.h"
 
@@ -33,5 +34,9 @@ int32_t LinesPerSecond(int32_t totalLines, float elapsed);
 //   added." CRLF trimmed(exceptions) " exception records added." CRLF
 std::string ScanSummaryText(float elapsed, int32_t totalLines, bool dns,
                             const database::RunTotals& totals);
+
+// True when `message` is an end-of-run message (it begins "Scan Complete. "), so that a front-end
+// can show it apart from the other message boxes.
+bool IsScanSummary(std::string_view message);
 
 }  // namespace wizard

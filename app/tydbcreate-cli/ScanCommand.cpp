@@ -1,0 +1,144 @@
+// The scan command of tydbcreate-cli.
+#include "ScanCommand.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <iostream>
+
+#include "ConsoleFrontend.h"
+#include "startup/ConfigJson.h"
+#include "vb/Strings.h"
+#include "wizard/ScanSummary.h"
+#include "wizard/Wizard.h"
+
+namespace cli {
+namespace {
+
+int ExitStatus(wizard::StartResult result) {
+  switch (result) {
+    case wizard::StartResult::Completed: return kExitOk;
+    case wizard::StartResult::ServiceRunning: return kExitServiceRunning;
+    case wizard::StartResult::NotConfirmed: return kExitNotConfirmed;
+    case wizard::StartResult::DatabaseFailed: return kExitDatabaseFailed;
+    case wizard::StartResult::Cancelled: return kExitCancelled;
+  }
+  return kExitCancelled;
+}
+
+// The run's figures as one JSON object. "seconds" is the run timer's elapsed time (the one the
+// summary reports); "linesPerSecond" divides by it unrounded (0 for a time of 0 or less), so a
+// short run still gets a rate.
+std::string RunJson(wizard::ScanDriver& driver, const std::vector<std::string>& messages) {
+  const database::RunTotals& totals = driver.Database().Totals();
+  const double seconds = driver.Elapsed();
+  const long long perSecond =
+      seconds > 0 ? static_cast<long long>(driver.TotalLines() / seconds + 0.5) : 0;
+  char number[64];
+  std::snprintf(number, sizeof number, "%.3f", seconds);
+  std::string j = "{";
+  j += "\"lines\":" + std::to_string(driver.TotalLines());
+  j += ",\"seconds\":" + std::string(number);
+  j += ",\"linesPerSecond\":" + std::to_string(perSecond);
+  j += ",\"visitRecordsAdded\":" + std::to_string(totals.visitRecordsAdded);
+  j += ",\"pageViewRecordsAdded\":" + std::to_string(totals.pageRecordsAdded);
+  j += ",\"exceptionRecordsAdded\":" + std::to_string(totals.exceptionRecordsAdded);
+  j += ",\"messages\":[";
+  for (size_t i = 0; i < messages.size(); ++i) {
+    if (i > 0) j += ",";
+    j += startup::JsonString(messages[i]);
+  }
+  j += "],\"summary\":" + startup::JsonString(driver.Summary()) + "}";
+  return j;
+}
+
+}  // namespace
+
+void AddScanOptions(CLI::App& app, ScanOptions& options) {
+  app.add_option("APPFOLDER", options.appFolder,
+                 "The folder of SETTINGS.INI and the sites file (default: the folder of this "
+                 "program). Without --show-config the database is rebuilt from the sites' logs.");
+  app.add_flag("-y,--yes", options.yes,
+               "Answer \"Are you sure?\" with Yes. Without it the question is asked on the "
+               "terminal, and refused when stdin is not a terminal.");
+  auto* dns = app.add_flag("--dns", options.dns,
+                           "Make reverse DNS lookups for unknown addresses (default: the "
+                           "REVERSEDNS setting).");
+  auto* noDns = app.add_flag("--no-dns", options.noDns, "Make no reverse DNS lookups.");
+  dns->excludes(noDns);
+  app.add_flag("-q,--quiet", options.quiet,
+               "No progress and no summary; only warnings and failures on stderr.");
+  app.add_flag("--json", options.json,
+               "At the end print one JSON object on stdout: lines, seconds, linesPerSecond, "
+               "visitRecordsAdded, pageViewRecordsAdded, exceptionRecordsAdded, messages (every "
+               "message in order) and summary.");
+}
+
+int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
+  std::string error;
+  const auto clock = MakeClock(clockOptions, error);
+  if (!clock) {
+    std::cerr << "tydbcreate-cli: " << error << "\n";
+    return kExitUsage;
+  }
+  const auto registry = MachineRegistry();
+  startup::MainResult started = RunStartup(options.appFolder, *registry, *clock);
+  if (started.status == startup::MainStatus::AnotherCopyRunning) return kExitAnotherCopy;
+  if (started.status != startup::MainStatus::Ok) return kExitStartupFailed;
+  startup::World& world = *started.world;
+
+  ConsoleSettings settings;
+  settings.quiet = options.quiet;
+  settings.statusLine = !options.quiet && isatty(STDERR_FILENO) == 1;
+  settings.askOnTerminal = isatty(STDIN_FILENO) == 1;
+  settings.assumeYes = options.yes;
+  ConsoleFrontend ui(settings);
+  wizard::SystemRunTimer timer;
+  wizard::Wizard window(world, ui, timer);
+
+  int status = kExitOk;
+  const wizard::LoadResult loaded = window.Load();
+  if (loaded != wizard::LoadResult::Ready) {
+    status = loaded == wizard::LoadResult::NoSites ? kExitNoSites : kExitAllFtp;
+  } else {
+    // This build makes no reverse look-ups: a request for them is noted and the scan runs
+    // without, so the summary gives the time and the rate.
+    const bool dnsWanted = options.dns || (!options.noDns && world.settings.reverseDns);
+    if (dnsWanted && (options.dns || !options.quiet))
+      ui.Note("tydbcreate-cli: reverse DNS lookups are not available in this build; scanning "
+              "without them.");
+    window.SetDns(false);
+
+    wizard::ScanDriver& driver = window.Driver();
+    ui.SetCancelHandler([&window] { return window.Cancel(); });
+    ui.SetProgressSource([&driver, &ui] {
+      ScanProgress p;
+      p.lines = driver.TotalLines();
+      p.position = driver.Input().currentReadPos;
+      const int row = ui.FileGrid().SelectedRow();
+      if (row >= 1 && row < ui.FileGrid().RowCount()) {
+        const long index = ui.FileGrid().Row(row).rowData;
+        if (index >= 1 && static_cast<size_t>(index) < driver.Input().logFiles.size())
+          p.fileSize = driver.Input().logFiles[static_cast<size_t>(index)].size;
+      }
+      return p;
+    });
+    ui.CatchInterrupts();
+    status = ExitStatus(window.Start(*registry));
+    if (status == kExitCancelled)
+      ui.Note("tydbcreate-cli: scan cancelled; the tables hold what was written until then.");
+  }
+  // The window closes: database closed, robot list saved when it changed.
+  window.Unload();
+  ui.ClearStatus();
+
+  if (options.json) {
+    std::cout << RunJson(window.Driver(), ui.Messages()) << "\n";
+  } else if (!options.quiet && !window.Driver().Summary().empty()) {
+    std::cout << vb::Replace(window.Driver().Summary(), "\r\n", "\n");
+  }
+  std::cout.flush();
+  return status;
+}
+
+}  // namespace cli

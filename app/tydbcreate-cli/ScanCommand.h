@@ -1,0 +1,37 @@
+// The scan: start-up, the wizard's load checks, the start question, the scan of every site and
+// the summary, run from the command line with a terminal (or nothing) as the window.
+#pragma once
+
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "CliCommon.h"
+
+namespace cli {
+
+// Exit statuses of a scan (besides kExitOk, kExitStartupFailed, kExitUsage, kExitAnotherCopy).
+inline constexpr int kExitNoSites = 4;         // no site is set up
+inline constexpr int kExitAllFtp = 5;          // every site's logs come by FTP
+inline constexpr int kExitServiceRunning = 6;  // the monitoring product runs as a service
+inline constexpr int kExitNotConfirmed = 7;    // "Are you sure?" was not answered Yes
+inline constexpr int kExitDatabaseFailed = 8;  // the database could not be created
+inline constexpr int kExitCancelled = 9;       // Ctrl-C: the scan was cancelled
+
+struct ScanOptions {
+  std::string appFolder;  // the optional APPFOLDER argument
+  bool yes = false;       // --yes
+  bool dns = false;       // --dns
+  bool noDns = false;     // --no-dns
+  bool quiet = false;     // --quiet
+  bool json = false;      // --json
+};
+
+// Adds APPFOLDER and the scan options to `app`.
+void AddScanOptions(CLI::App& app, ScanOptions& options);
+
+// Runs the scan and prints its outcome (the summary, or with --json one JSON object) on stdout.
+// Returns one of the exit statuses above.
+int RunScan(const ScanOptions& options, const ClockOptions& clock);
+
+}  // namespace cli
