@@ -179,17 +179,22 @@ int main(int argc, char** argv) {
   double cv1 = CpuSeconds();
   visitor.CloseTable();
   if ((s = visitor.OpenTable()) != dbase::kOk) return Fail("reopen Visitor", s);
+  // The keys to seek, in one flat array so that fetching them costs the harness little.
+  std::vector<char> flat;
+  flat.reserve(size_t(ipCount) * 35);
+  for (const std::string& k : keys) flat.insert(flat.end(), k.begin(), k.end());
+  auto keyOf = [&](uint32_t i) { return std::string_view(&flat[size_t(i) * 35], 35); };
   std::vector<uint32_t> order(static_cast<size_t>(n));
   for (uint32_t& v : order) v = rng() % ipCount;
   long found = 0;
   auto t4 = Clock::now();
   double c4 = CpuSeconds();
-  for (long i = 0; i < n; ++i) found += visitor.SeekKey(keys[order[size_t(i)]]) == dbase::kOk;
+  for (long i = 0; i < n; ++i) found += visitor.SeekKey(keyOf(order[size_t(i)])) == dbase::kOk;
   auto t5 = Clock::now();
   double c5 = CpuSeconds();
   double sum = 0;
   for (long i = 0; i < n; ++i) {
-    visitor.SeekKey(keys[order[size_t(i)]]);
+    visitor.SeekKey(keyOf(order[size_t(i)]));
     sum += visitor.GetNumber(vVisits);
   }
   auto t6 = Clock::now();

@@ -125,21 +125,35 @@ bool TagIndex::EntryLess(const char* e, const char* key, int len, uint32_t recno
   return RecnoOf(e, keyLength_) < recno;
 }
 
+// Binary search for the first index in [lo, hi) at which less(i) is false. While one entry is
+// compared, the two entries the next step may look at are already being fetched: the search
+// waits for memory once per step instead of twice.
+template <class Less, class Addr>
+static inline int PartitionPoint(int lo, int hi, Less less, Addr addr) {
+  while (lo < hi) {
+    int mid = (lo + hi) / 2;
+    __builtin_prefetch(addr((lo + mid) / 2));
+    __builtin_prefetch(addr((mid + 1 + hi) / 2));
+    if (less(mid)) lo = mid + 1;
+    else hi = mid;
+  }
+  return lo;
+}
+
 int TagIndex::ChildIndex(Inner* n, const char* key, int len, uint32_t recno) const {
   // The child whose separator is the last one at or before the target. A whole entry equal to
   // a separator lives in that separator's child; a key prefix equal to a separator's may
   // also end the child before, so for a prefix only separators strictly before count.
   const bool whole = len >= keyLength_;
-  int lo = 1, hi = n->count;  // search in [lo, hi)
-  while (lo < hi) {
-    int mid = (lo + hi) / 2;
-    const char* sep = Sep(n, mid);
-    int c = Compare(sep, key, len);
-    bool left = c < 0 || (c == 0 && whole && RecnoOf(sep, keyLength_) <= recno);
-    if (left) lo = mid + 1;
-    else hi = mid;
-  }
-  return lo - 1;
+  int at = PartitionPoint(
+      1, n->count,
+      [&](int i) {
+        const char* sep = Sep(n, i);
+        int c = Compare(sep, key, len);
+        return c < 0 || (c == 0 && whole && RecnoOf(sep, keyLength_) <= recno);
+      },
+      [&](int i) { return Sep(n, i); });
+  return at - 1;
 }
 
 TagIndex::Leaf* TagIndex::Descend(const char* key, uint32_t recno, Inner** path, int* idx,
@@ -155,13 +169,9 @@ TagIndex::Leaf* TagIndex::Descend(const char* key, uint32_t recno, Inner** path,
     node = Children(in)[c];
   }
   Leaf* leaf = static_cast<Leaf*>(node);
-  int lo = 0, hi = leaf->count;
-  while (lo < hi) {
-    int mid = (lo + hi) / 2;
-    if (EntryLess(LeafEntry(leaf, mid), key, keyLength_, recno)) lo = mid + 1;
-    else hi = mid;
-  }
-  pos = lo;
+  pos = PartitionPoint(
+      0, leaf->count, [&](int i) { return EntryLess(LeafEntry(leaf, i), key, keyLength_, recno); },
+      [&](int i) { return LeafEntry(leaf, i); });
   return leaf;
 }
 
@@ -404,12 +414,9 @@ TagIndex::Pos TagIndex::LowerBound(const char* key, int len, uint32_t recno) con
     node = Children(in)[ChildIndex(in, key, len, recno)];
   }
   Leaf* leaf = static_cast<Leaf*>(node);
-  int lo = 0, hi = leaf->count;
-  while (lo < hi) {
-    int mid = (lo + hi) / 2;
-    if (EntryLess(LeafEntry(leaf, mid), key, len, recno)) lo = mid + 1;
-    else hi = mid;
-  }
+  int lo = PartitionPoint(
+      0, leaf->count, [&](int i) { return EntryLess(LeafEntry(leaf, i), key, len, recno); },
+      [&](int i) { return LeafEntry(leaf, i); });
   if (lo < leaf->count) return Pos{leaf, lo};
   return leaf->next ? Pos{leaf->next, 0} : Pos{};
 }
