@@ -20,6 +20,16 @@ constexpr std::string_view kUnzipCaption = "Moving Files Out Of The Archive:";
 constexpr std::string_view kUnzipWhere = "ModFiles.UnZipArchive";
 constexpr std::string_view kDeleteWhere = "ModFiles.DeleteArchive";
 
+// A member name as errors.log shows it: control characters (a crafted name may hold line ends)
+// become "?", so one report stays one line.
+std::string Printable(std::string_view name) {
+  std::string out(name);
+  for (char& c : out) {
+    if (static_cast<unsigned char>(c) < 32 || c == 127) c = '?';
+  }
+  return out;
+}
+
 }  // namespace
 
 void UnZipArchive(startup::World& world, platform::Frontend& ui, RunState& run, int siteIndex,
@@ -65,7 +75,7 @@ void UnZipArchive(startup::World& world, platform::Frontend& ui, RunState& run, 
         yield();
       };
       events.onSkipped = [&](std::string_view member, std::string_view why) {
-        world.errors.LogError(kUnzipWhere, "Archive member " + std::string(member) +
+        world.errors.LogError(kUnzipWhere, "Archive member " + Printable(member) +
                                                " not unpacked: " + std::string(why));
       };
       run.unzipping = true;
@@ -77,7 +87,8 @@ void UnZipArchive(startup::World& world, platform::Frontend& ui, RunState& run, 
     // 6. A failed unpacking keeps what was unpacked; the scan goes on with it.
     if (result != platform::ZipArchive::kOk && result != platform::ZipArchive::kAborted) {
       world.errors.LogError(kUnzipWhere, "Archive " + folder + std::string(kArchiveName) +
-                                             " not fully unpacked: " + zip.Error());
+                                             " not fully unpacked: " +
+                                             Printable(path ? zip.Error() : "not found"));
     }
   } catch (const std::exception& e) {
     world.errors.LogError(kUnzipWhere, e);

@@ -74,6 +74,7 @@ TEST(Archive, MembersAimedOutsideTheFolderAreNeverWritten) {
                        {{"../evil.log", "x"},
                         {"a/../../evil2.log", "x"},
                         {"..\\evil3.log", "x"},
+                        {"../forged\r\nline.log", "x"},
                         {absolute, "x"},
                         {"link.log", (outside / "linked.log").string(), true},
                         {"keep.log", "replaced"},
@@ -97,8 +98,9 @@ TEST(Archive, MembersAimedOutsideTheFolderAreNeverWritten) {
        p = log.find(" FROM ModFiles.UnZipArchive\r\n", p + 1)) {
     ++lines;
   }
-  EXPECT_EQ(lines, 8u);
+  EXPECT_EQ(lines, 9u);
   EXPECT_NE(log.find("Archive member ../evil.log not unpacked"), std::string::npos);
+  EXPECT_NE(log.find("Archive member ../forged??line.log not unpacked"), std::string::npos);
   EXPECT_TRUE(t.ui.messages.empty());
 
   DeleteArchive(t.w(), t.ui, t.run, 1);
