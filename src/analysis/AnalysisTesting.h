@@ -115,6 +115,12 @@ struct Run {
   bool ok = false;  // InitDatabase succeeded
 };
 
+// The k-th open visit of the run, in table order.
+inline database::Visit& Open(Run& run, int k) {
+  analysis::VisitTable& t = run.hits->Visits();
+  return t[t.Nth(k)];
+}
+
 inline vb::Date At(int y, int mo, int d, int h, int mi, int s = 0) {
   return vb::DateSerial(y, mo, d) + vb::TimeSerial(h, mi, s);
 }

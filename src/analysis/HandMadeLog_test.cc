@@ -10,6 +10,8 @@
 namespace analysis {
 namespace {
 
+using antest::Open;
+
 using antest::Record;
 
 // The log reader's hooks, passed on to the hit processing as the scan driver does.
@@ -79,7 +81,7 @@ TEST(HandMadeLog, TwoDaysOfAW3cLogGiveTheseTables) {
   EXPECT_EQ(run.hits->Run().totals.pageHits, 14);
   // The two visits still open at the end stay in the table (and "Active" in "Visits").
   ASSERT_EQ(run.hits->Visits().Count(), 2);
-  EXPECT_EQ(run.hits->Visits()[2].currentPage, "contact.htm");
+  EXPECT_EQ(Open(run, 2).currentPage, "contact.htm");
   EXPECT_EQ(run.hits->Run().Site(1).visitorTotal, 2);
   run.Close();
 

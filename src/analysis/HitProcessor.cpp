@@ -168,7 +168,7 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
   }
   // 13. Time-out: the visit ends and the hit opens a new one.
   if (vi != 0 && vb::DateDiffMinutes(visits_[vi].lastHitTime, hitTime) > Timeout()) {
-    visits_[vi].ended = true;
+    visits_.Mark(vi);
     RemoveInactive();
     vi = 0;
   }

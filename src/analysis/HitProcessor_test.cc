@@ -8,6 +8,8 @@
 namespace analysis {
 namespace {
 
+using antest::Open;
+
 using antest::At;
 using antest::Record;
 
@@ -33,7 +35,7 @@ TEST(HitProcessor, ReloadAndNonPageHitsAddNothing) {
   run.Hit(kDay, "10:05:00", "10.0.0.1", "/logo.gif");   // not a page: touches nothing
   run.Hit(kDay, "10:06:00", "10.0.0.1", "/");           // too short without a "."
   ASSERT_EQ(run.hits->Visits().Count(), 1);
-  const database::Visit& v = run.hits->Visits()[1];
+  const database::Visit& v = Open(run, 1);
   EXPECT_EQ(v.pageCount, 1);
   EXPECT_EQ(v.lastHitTime, At(2026, 11, 20, 10, 1));
   EXPECT_EQ(v.currentPage, "index.htm");
@@ -54,7 +56,7 @@ TEST(HitProcessor, TimeOutOfTwentyMinutesContinuesAtTwentyAndEndsAtTwentyOne) {
   run.Hit(kDay, "10:41:00", "10.0.0.1", "/c.htm");  // 21 minutes: a new visit
   EXPECT_EQ(run.hits->Run().totals.visitsOpened, 2);
   ASSERT_EQ(run.hits->Visits().Count(), 1);  // the first one was written out and dropped
-  EXPECT_EQ(run.hits->Visits()[1].startTime, At(2026, 11, 20, 10, 41));
+  EXPECT_EQ(Open(run, 1).startTime, At(2026, 11, 20, 10, 41));
   EXPECT_EQ(run.hits->Run().Site(1).visitorTotal, 1);
   run.Close();
   const auto visits = run.Table("Visits");
@@ -75,8 +77,8 @@ TEST(HitProcessor, TimeOutOfTwentyMinutesContinuesAtTwentyAndEndsAtTwentyOne) {
 TEST(HitProcessor, StatusAboveFourHundredRaisesAndFourHundredDoesNot) {
   antest::Run run;
   run.Hit(kDay, "10:00:00", "10.0.0.1", "/a.htm", 400);
-  EXPECT_EQ(run.hits->Visits()[1].notFoundCount, 0);
-  EXPECT_EQ(run.hits->Visits()[1].hackScore, 0);
+  EXPECT_EQ(Open(run, 1).notFoundCount, 0);
+  EXPECT_EQ(Open(run, 1).hackScore, 0);
   run.Hit(kDay, "10:01:00", "10.0.0.1", "/b.htm", 401);
   run.Close();
   const auto ex = run.Table("Exceptions");
@@ -106,7 +108,7 @@ TEST(HitProcessor, NotFoundCountingHackScoreAndOncePerVisitAlerts) {
   antest::Run run;
   // An executable answered 404: 404, then 150 and a hack score of 1 + 2.
   run.Hit(kDay, "10:00:00", "10.0.0.1", "/cmd.exe", 404);
-  EXPECT_EQ(run.hits->Visits()[1].hackScore, 3);
+  EXPECT_EQ(Open(run, 1).hackScore, 3);
   // One more 404: the score passes 3 and the hacker alert fires, once.
   run.Hit(kDay, "10:00:01", "10.0.0.1", "/a.htm", 404);
   run.Hit(kDay, "10:00:02", "10.0.0.1", "/b.htm", 404);
@@ -114,9 +116,9 @@ TEST(HitProcessor, NotFoundCountingHackScoreAndOncePerVisitAlerts) {
   for (int i = 3; i <= 9; ++i)
     run.Hit(kDay, "10:00:0" + std::to_string(i), "10.0.0.1", "/p" + std::to_string(i) + ".htm",
             404);
-  EXPECT_EQ(run.hits->Visits()[1].notFoundCount, 0);
+  EXPECT_EQ(Open(run, 1).notFoundCount, 0);
   run.Hit(kDay, "10:00:11", "10.0.0.1", "/p11.htm", 404);
-  EXPECT_EQ(run.hits->Visits()[1].notFoundCount, 1);
+  EXPECT_EQ(Open(run, 1).notFoundCount, 1);
   // Directory traversal and an upload request.
   run.Hit(kDay, "10:00:12", "10.0.0.1", "/scripts/..%2F..%2Fwinnt/cmd.htm", 200);
   run.Hit(kDay, "10:00:13", "10.0.0.1", "/upload.htm", 200, "x", "-", "PUT");
@@ -196,12 +198,12 @@ TEST(HitProcessor, SweepClosesAVisitOneMinutePastTheTimeOutMeasuredToTheFileDate
   read.currentFileDate = At(2026, 11, 20, 10, 21);
   run.Hit(kDay, "10:46:00", "10.0.0.3", "/a.htm");
   ASSERT_EQ(run.hits->Visits().Count(), 2);
-  EXPECT_EQ(run.hits->Visits()[1].clientAddress, "10.0.0.2");
+  EXPECT_EQ(Open(run, 1).clientAddress, "10.0.0.2");
   EXPECT_EQ(run.hits->Run().Site(1).visitorTotal, 2);
   // The sweep itself, at the boundary: every site's visits, against the date given.
   run.hits->ScanToRemove(At(2026, 11, 20, 11, 6));
   ASSERT_EQ(run.hits->Visits().Count(), 1);
-  EXPECT_EQ(run.hits->Visits()[1].clientAddress, "10.0.0.3");
+  EXPECT_EQ(Open(run, 1).clientAddress, "10.0.0.3");
   run.hits->ScanToRemove(At(2026, 11, 20, 11, 7));
   EXPECT_EQ(run.hits->Visits().Count(), 0);
   EXPECT_EQ(run.hits->Run().Site(1).visitorTotal, 0);

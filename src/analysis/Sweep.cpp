@@ -7,10 +7,9 @@ void ScanToRemove(VisitTable& visits, database::F& f, RunState& run, vb::Date fi
                   int32_t inactivityMins) {
   // 1. Mark every visit idle for longer than the inactivity time, measured to the file's date.
   bool marked = false;
-  for (int32_t i = 1; i <= visits.Count(); ++i) {
-    database::Visit& v = visits[i];
-    if (vb::DateDiffMinutes(v.lastHitTime, fileDate) > inactivityMins) {
-      v.ended = true;
+  for (int32_t i = visits.First(); i != 0; i = visits.Next(i)) {
+    if (vb::DateDiffMinutes(visits[i].lastHitTime, fileDate) > inactivityMins) {
+      visits.Mark(i);
       marked = true;
     }
   }

@@ -17,7 +17,7 @@ namespace analysis {
 void ScanToRemove(VisitTable& visits, database::F& f, RunState& run, vb::Date fileDate,
                   int32_t inactivityMins);
 
-// Writes every marked visit back to its "Visits" record (UpdateVisitInDatabase), lowering its
+// Writes every marked visit (VisitTable::Mark) back to its "Visits" record (UpdateVisitInDatabase), lowering its
 // site's visitor total by one while above 0, then rebuilds the table without the marked visits,
 // keeping the order of the others. Visit indexes taken before this call are invalid after it.
 void RemoveInactive(VisitTable& visits, database::F& f, RunState& run);

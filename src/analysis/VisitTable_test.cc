@@ -1,5 +1,5 @@
-// The visit table's lookups must give exactly what a walk of the table from index 1 gives, across
-// appends, address and host-name changes and rebuilds.
+// The visit table's lookups must give exactly what a walk of the table in order gives, across
+// appends, address and host-name changes, removals and the closing of gaps.
 #include "analysis/VisitTable.h"
 
 #include <gtest/gtest.h>
@@ -12,20 +12,21 @@ namespace analysis {
 namespace {
 
 int32_t WalkByAddress(const VisitTable& t, int32_t site, const std::string& address) {
-  for (int32_t i = 1; i <= t.Count(); ++i)
+  for (int32_t i = t.First(); i != 0; i = t.Next(i))
     if (t[i].siteIndex == site && t[i].clientAddress == address) return i;
   return 0;
 }
 
 int32_t WalkByMask(const VisitTable& t, const std::string& mask) {
-  for (int32_t i = 1; i <= t.Count(); ++i)
+  for (int32_t i = t.First(); i != 0; i = t.Next(i))
     if (vb::Like(t[i].hostName, mask)) return i;
   return 0;
 }
 
-TEST(VisitTable, OneBasedAppendAndFirstMatchInTableOrder) {
+TEST(VisitTable, AppendsInOrderAndFindsTheFirstMatch) {
   VisitTable t;
   EXPECT_EQ(t.Count(), 0);
+  EXPECT_EQ(t.First(), 0);
   EXPECT_EQ(t.FindByAddress(1, "10.0.0.1"), 0);
   EXPECT_EQ(t.Append(1, "10.0.0.1"), 1);
   EXPECT_EQ(t.Append(2, "10.0.0.1"), 2);  // same address, other site: its own visit
@@ -45,17 +46,32 @@ TEST(VisitTable, OneBasedAppendAndFirstMatchInTableOrder) {
   t.SetClientAddress(1, "10.9.9.9");
   EXPECT_EQ(t.FindByAddress(1, "10.0.0.1"), 3);
   EXPECT_EQ(t.FindByAddress(1, "10.9.9.9"), 1);
+}
 
-  // Rebuild: the ended visit is written out in table order, the others keep their order.
+TEST(VisitTable, RemoveMarkedWritesOutInTableOrderAndKeepsTheRestInOrder) {
+  VisitTable t;
+  for (int i = 1; i <= 5; ++i) t.Append(1, "10.0.0." + std::to_string(i));
+  t.Mark(4);
+  t.Mark(2);
+  t.Mark(4);  // twice: written out once
+  t.Mark(5);
+  t[5].ended = false;  // cleared again before the sweep: stays
   std::vector<int32_t> written;
-  t[1].ended = true;
-  EXPECT_EQ(t.RemoveMarked([&](int32_t i) { written.push_back(i); }), 1);
-  EXPECT_EQ(written, std::vector<int32_t>{1});
-  ASSERT_EQ(t.Count(), 2);
-  EXPECT_EQ(t[1].siteIndex, 2);
-  EXPECT_EQ(t.FindByAddress(1, "10.0.0.1"), 2);
-  EXPECT_EQ(t.FindByAddress(1, "10.9.9.9"), 0);
+  EXPECT_EQ(t.RemoveMarked([&](int32_t i) { written.push_back(i); }), 2);
+  EXPECT_EQ(written, (std::vector<int32_t>{2, 4}));
+  EXPECT_EQ(t.Count(), 3);
+  std::vector<std::string> order;
+  for (int32_t i = t.First(); i != 0; i = t.Next(i)) order.push_back(t[i].clientAddress);
+  EXPECT_EQ(order, (std::vector<std::string>{"10.0.0.1", "10.0.0.3", "10.0.0.5"}));
+  EXPECT_EQ(t[t.Nth(2)].clientAddress, "10.0.0.3");
+  EXPECT_EQ(t.Nth(4), 0);
+  EXPECT_EQ(t.FindByAddress(1, "10.0.0.2"), 0);
+  EXPECT_EQ(t[t.FindByAddress(1, "10.0.0.5")].clientAddress, "10.0.0.5");
+  // Nothing marked: nothing written.
   EXPECT_EQ(t.RemoveMarked([&](int32_t) { ADD_FAILURE(); }), 0);
+  // A new visit comes after every open one.
+  const int32_t n = t.Append(1, "10.0.0.6");
+  EXPECT_EQ(t.Next(t.Nth(3)), n);
 }
 
 TEST(VisitTable, IndexesAgreeWithATableWalkUnderRandomChurn) {
@@ -66,19 +82,22 @@ TEST(VisitTable, IndexesAgreeWithATableWalkUnderRandomChurn) {
   auto pick = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
   const std::vector<std::string> hosts = {"a.proxy.example.net", "crawl-7.bot.example.org",
                                           "www.example.com", "plain.host", ""};
-  for (int step = 0; step < 4000; ++step) {
+  for (int step = 0; step < 6000; ++step) {
     const int what = pick(10);
-    if (what < 5 || t.Count() == 0) {
+    const int32_t some = t.Count() ? t.Nth(1 + pick(t.Count())) : 0;
+    if (what < 5 || some == 0) {
       t.Append(1 + pick(3), "10.0.0." + std::to_string(pick(40)));
     } else if (what < 7) {
-      t.SetHostName(1 + pick(t.Count()), hosts[static_cast<size_t>(pick(5))]);
+      t.SetHostName(some, hosts[static_cast<size_t>(pick(5))]);
     } else if (what < 8) {
-      t.SetClientAddress(1 + pick(t.Count()), "10.0.0." + std::to_string(pick(40)));
+      t.SetClientAddress(some, "10.0.0." + std::to_string(pick(40)));
     } else {
-      for (int32_t i = 1; i <= t.Count(); ++i) t[i].ended = pick(4) == 0;
+      // Mostly large removals, so that the gaps get closed now and then.
+      for (int32_t i = t.First(); i != 0; i = t.Next(i))
+        if (pick(4) != 0) t.Mark(i);
       t.RemoveMarked([](int32_t) {});
     }
-    if (step % 50 == 0 || step > 3950) {
+    if (step % 50 == 0 || step > 5950) {
       for (int site = 1; site <= 3; ++site)
         for (int a = 0; a < 40; ++a) {
           const std::string address = "10.0.0." + std::to_string(a);
@@ -87,6 +106,9 @@ TEST(VisitTable, IndexesAgreeWithATableWalkUnderRandomChurn) {
         }
       for (size_t k = 0; k < masks.size(); ++k)
         ASSERT_EQ(t.FirstWithHostMask(k), WalkByMask(t, masks[k])) << "step " << step;
+      int32_t walked = 0;
+      for (int32_t i = t.First(); i != 0; i = t.Next(i)) ++walked;
+      ASSERT_EQ(walked, t.Count());
     }
   }
 }
