@@ -98,7 +98,8 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
   }
   // 5. The site's current-hit time.
   state.currentHitTime = hitTime;
-  // 6. Sweep once the time-out has passed since the site's last sweep.
+  // 6. Sweep once the time-out has passed since the site's last sweep. The sweep measures idle
+  //    time to the site's current file date (the log's own clock), as the product always has.
   if (vb::DateDiffMinutes(state.lastSweepTime, hitTime) > Timeout()) {
     ScanToRemove(context.currentFileDate);
     state.lastSweepTime = hitTime;
@@ -344,7 +345,7 @@ void HitProcessor::CountPage(int32_t vi, int16_t siteIndex, const startup::Site&
   if (v.hackScore > 3 && !v.hackRaised) {
     Raise(siteIndex, 165, hitTime, v, std::nullopt);
     f_.UpdateHackCount(v);
-    v.hackRaised = true;
+    v.hackRaised = true;  // set here, so that 165 is raised once per visit whatever the update does
   }
   // 22. The page view record.
   if (state.keepPages) f_.AddPageToDatabase(v);

@@ -64,8 +64,9 @@ class HitProcessor {
   // Writes out every visit whose ended flag is set and drops it from the table.
   void RemoveInactive();
 
-  // Visitor grouping: the index of an open visit that a hit from `address` continues because
-  // the address's known host name and the visit's host name fit the same DNS host mask, or 0.
+  // Visitor grouping: the index of an open visit (of any site) that a hit from `address`
+  // continues because the address's known host name and the visit's host name fit the same DNS
+  // host mask, or 0.
   // Only the first visit that fits a mask is looked at: it is continued (and the mask recorded in
   // it) when it has been idle less than half the time-out, measured to its own site's current-hit
   // time; otherwise the search ends with 0.

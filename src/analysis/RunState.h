@@ -36,7 +36,9 @@ struct SiteRunState {
   vb::Date lastSweepTime = kFirstSweep;
   vb::Date quietSince = 0;       // site-level alert pass: quiet-since times
   vb::Date quietSince2 = 0;
-  bool keepPages = true;         // false: page views are not recorded for this site
+  // false: page views are not recorded for this site. No site option sets it; it is the switch
+  // through which a front-end could leave out a site's page records.
+  bool keepPages = true;
 };
 
 // Run totals of the hit analysis, read by the end-of-run summary.

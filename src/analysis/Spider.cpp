@@ -58,7 +58,8 @@ std::string DetectSpider(std::string_view agent, std::string_view address,
   for (const Rule& r : kLateRules)
     if (AnyWord(u, r)) return r.result.empty() ? std::string(agent) : std::string(r.result);
   // The robot list: by address, or by a stored agent found in the upper-cased agent (a stored
-  // agent with lower-case letters can therefore only match through its address).
+  // agent with lower-case letters can therefore only match through its address). An entry with
+  // an empty agent matches by address only: an empty text would be found in every agent.
   if (agent.size() < 2) return {};
   for (int32_t i = 1; i <= robots.count && static_cast<size_t>(i) < robots.entries.size(); ++i) {
     const startup::RobotEntry& e = robots.entries[static_cast<size_t>(i)];
