@@ -18,8 +18,12 @@ void* operator new(std::size_t n) {
   if (void* p = std::malloc(n ? n : 1)) return p;
   throw std::bad_alloc();
 }
+// The pointers given to these come from the malloc above.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 void operator delete(void* p) noexcept { std::free(p); }
 void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+#pragma GCC diagnostic pop
 
 namespace analysis {
 namespace {
@@ -31,7 +35,7 @@ TEST(SteadyState, HitsOfOpenVisitsAllocateNothing) {
   std::vector<std::string> lines;
   int second = 0;
   auto at = [&] {
-    char t[9];
+    char t[16];
     std::snprintf(t, sizeof t, "%02d:%02d:%02d", 9 + second / 3600, second / 60 % 60, second % 60);
     ++second;
     return std::string(t);
