@@ -44,10 +44,10 @@ struct Opened {
   Table t;
   std::vector<std::string> notices;
   int status;
-  Opened(const tytest::TempDir& dir, bool readOnly, std::vector<std::string> specs = {}) {
+  Opened(const tytest::TempDir& dir, bool readOnly, std::vector<std::string> tagDefs = {}) {
     t.SetLocation(dir.str());
     t.SetTableName("Visitor");
-    t.SetIndexSpecs(std::move(specs));
+    t.SetIndexSpecs(std::move(tagDefs));
     t.SetNoticeSink([this](const std::string& m) { notices.push_back(m); });
     status = readOnly ? t.OpenTableReadOnly() : t.OpenTable();
   }
@@ -76,7 +76,7 @@ bool AnyContains(const std::vector<std::string>& v, const std::string& what) {
   return false;
 }
 
-TEST(BadInput, BadSpecsOrUnknownExpressionCreateNothing) {
+TEST(BadInput, BadDefinitionsOrUnknownExpressionCreateNothing) {
   tytest::TempDir dir;
   Table t;
   t.SetLocation(dir.str());

@@ -1,4 +1,4 @@
-// Parsing of field and tag specifications.
+// Parsing of field and tag definition strings.
 #include "dbase/FieldSpec.h"
 
 #include <charconv>
@@ -37,8 +37,8 @@ bool IsValidName(std::string_view name) {
   return true;
 }
 
-int ParseFieldSpec(std::string_view spec, FieldInfo& out) {
-  std::vector<std::string_view> p = SplitBar(spec);
+int ParseFieldSpec(std::string_view text, FieldInfo& out) {
+  std::vector<std::string_view> p = SplitBar(text);
   if (p.size() < 2 || p.size() > 4 || !IsValidName(p[0]) || p[1].size() != 1) return kBadFieldSpec;
   FieldInfo f;
   f.name = UpperAscii(p[0]);
@@ -65,8 +65,8 @@ int ParseFieldSpec(std::string_view spec, FieldInfo& out) {
   return kOk;
 }
 
-int ParseTagSpec(std::string_view spec, TagSpec& out) {
-  std::vector<std::string_view> p = SplitBar(spec);
+int ParseTagSpec(std::string_view text, TagSpec& out) {
+  std::vector<std::string_view> p = SplitBar(text);
   if (p.size() < 2 || p.size() > 5 || !IsValidName(p[0]) || p[1].empty()) return kBadTagSpec;
   TagSpec t;
   t.name = UpperAscii(p[0]);

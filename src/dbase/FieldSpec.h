@@ -1,7 +1,7 @@
-// Reading the text specifications from which tables are created:
-//   field spec  "name|type|width[|decimals]"            e.g. "IP|C|15", "Visits|N|5", "Dated|D|8"
-//   tag spec    "name|expression|filter|unique|order"    e.g. "key0|IP + Site||U|", "key1|Site"
-// In a tag spec the trailing parts may be missing or empty: missing means no filter, not
+// Reading the definition strings from which tables are created:
+//   field  "name|type|width[|decimals]"            e.g. "IP|C|15", "Visits|N|5", "Dated|D|8"
+//   tag    "name|expression|filter|unique|order"    e.g. "key0|IP + Site||U|", "key1|Site"
+// In a tag definition the trailing parts may be missing or empty: missing means no filter, not
 // unique, ascending. "U" marks a unique tag ("N" or empty: not unique), "D" a descending one.
 #pragma once
 
@@ -12,7 +12,7 @@
 
 namespace dbase {
 
-// A parsed tag specification (the expression is checked later, against the fields).
+// A parsed tag definition (the expression is checked later, against the fields).
 struct TagSpec {
   std::string name;        // upper case
   std::string expression;  // as written
@@ -24,13 +24,13 @@ struct TagSpec {
 // digits or "_".
 bool IsValidName(std::string_view name);
 
-// Parses a field spec into `out` (name upper-cased; offset left 0). Types: C width 1..254,
+// Parses a field definition into `out` (name upper-cased; offset left 0). Types: C width 1..254,
 // N width 1..20 with decimals 0..width-2 (0 when absent), D width 8 (or absent).
 // Returns kOk or kBadFieldSpec.
-int ParseFieldSpec(std::string_view spec, FieldInfo& out);
+int ParseFieldSpec(std::string_view text, FieldInfo& out);
 
-// Parses a tag spec into `out`. A non-empty filter is refused (filtered tags are not
+// Parses a tag definition into `out`. A non-empty filter is refused (filtered tags are not
 // supported), as are unknown flags and more than five parts. Returns kOk or kBadTagSpec.
-int ParseTagSpec(std::string_view spec, TagSpec& out);
+int ParseTagSpec(std::string_view text, TagSpec& out);
 
 }  // namespace dbase

@@ -1,4 +1,4 @@
-// Field/tag specifications and key expressions: what the product's spec strings turn into, the
+// Field/tag definitions and key expressions: what the product's definition strings turn into, the
 // key bytes of DTOS/STR (blank values included), and expressions the engine must refuse.
 #include "dbase/KeyExpression.h"
 
@@ -10,10 +10,10 @@
 namespace dbase {
 namespace {
 
-std::vector<FieldInfo> Fields(const std::vector<std::string>& specs) {
+std::vector<FieldInfo> Fields(const std::vector<std::string>& defs) {
   std::vector<FieldInfo> out;
   int offset = 1;
-  for (const std::string& s : specs) {
+  for (const std::string& s : defs) {
     FieldInfo f;
     EXPECT_EQ(ParseFieldSpec(s, f), kOk) << s;
     f.offset = offset;
@@ -23,7 +23,7 @@ std::vector<FieldInfo> Fields(const std::vector<std::string>& specs) {
   return out;
 }
 
-TEST(Specs, EveryProductTagSpecParsesWithItsFlags) {
+TEST(Definitions, EveryProductTagDefinitionParsesWithItsFlags) {
   TagSpec t;
   ASSERT_EQ(ParseTagSpec("key0|IP + Site||U", t), kOk);  // no trailing separator
   EXPECT_EQ(t.name, "KEY0");
@@ -47,7 +47,7 @@ TEST(Specs, EveryProductTagSpecParsesWithItsFlags) {
   EXPECT_EQ(ParseTagSpec("waytoolongname|IP", t), kBadTagSpec);
 }
 
-TEST(Specs, FieldSpecsAndTheirLimits) {
+TEST(Definitions, FieldDefinitionsAndTheirLimits) {
   FieldInfo f;
   ASSERT_EQ(ParseFieldSpec("VisitDate|D|8", f), kOk);
   EXPECT_EQ(f.name, "VISITDATE");

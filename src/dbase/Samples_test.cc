@@ -191,7 +191,7 @@ TEST(Samples, ReferenceTableOpenedForWritingIsLeftAloneUnlessChanged) {
 }
 
 // Reads every record of a reference table and writes them into a table of our own with the
-// product's specs; compares the files' layouts.
+// product's definitions; compares the files' layouts.
 TEST(Samples, OwnTableFromTheSameRecordsHasTheReferenceLayout) {
   tytest::TempDir dir;
   Sample ref("VISITOR");

@@ -15,8 +15,8 @@ enum Status : int {
   kNotOpen = 10,         // the table is not open
   kNoSuchTag = 11,       // SelectTag: no tag of that name
   kNoSuchField = 12,     // a field name that the table does not have
-  kBadFieldSpec = 13,    // CreateTable: a field specification that cannot be used
-  kBadTagSpec = 14,      // CreateTable: a tag specification that cannot be used
+  kBadFieldSpec = 13,    // CreateTable: a field definition that cannot be used
+  kBadTagSpec = 14,      // CreateTable: a tag definition that cannot be used
   kBadExpression = 15,   // CreateTable: a key expression the engine does not understand
   kNoRecord = 16,        // ReplaceRecord (or a read) without a current record
   kReadOnly = 17,        // a change to a table opened read-only

@@ -218,9 +218,9 @@ int Table::CreateTable(const std::vector<std::string>& fieldSpecs,
   // 1. Fields.
   std::vector<FieldInfo> fields;
   int offset = 1;
-  for (const std::string& spec : fieldSpecs) {
+  for (const std::string& def : fieldSpecs) {
     FieldInfo f;
-    if (ParseFieldSpec(spec, f) != kOk) return kBadFieldSpec;
+    if (ParseFieldSpec(def, f) != kOk) return kBadFieldSpec;
     for (const FieldInfo& g : fields)
       if (g.name == f.name) return kBadFieldSpec;
     f.offset = offset;
@@ -233,9 +233,9 @@ int Table::CreateTable(const std::vector<std::string>& fieldSpecs,
   // 2. Tags, each expression checked against the fields.
   std::vector<MdxTagSource> tags;
   std::vector<bool> fieldFlags(fields.size(), false);
-  for (const std::string& spec : tagSpecs) {
+  for (const std::string& def : tagSpecs) {
     TagSpec ts;
-    if (ParseTagSpec(spec, ts) != kOk) return kBadTagSpec;
+    if (ParseTagSpec(def, ts) != kOk) return kBadTagSpec;
     for (const MdxTagSource& t : tags)
       if (t.name == ts.name) return kBadTagSpec;
     KeyExpression expr;
@@ -432,11 +432,11 @@ bool Table::Impl::SpotCheck(const Tag& t, std::string* why) {
 
 bool Table::Impl::TagsFromSpecs(const std::vector<std::string>& specs, std::string* why) {
   std::vector<Tag> defs;
-  for (const std::string& spec : specs) {
+  for (const std::string& def : specs) {
     TagSpec ts;
     Tag t;
-    if (ParseTagSpec(spec, ts) != kOk || t.expr.Parse(ts.expression, dbf.Fields()) != kOk) {
-      *why = "tag specification \"" + spec + "\" does not fit the table";
+    if (ParseTagSpec(def, ts) != kOk || t.expr.Parse(ts.expression, dbf.Fields()) != kOk) {
+      *why = "tag definition \"" + def + "\" does not fit the table";
       return false;
     }
     t.name = ts.name;
@@ -1087,8 +1087,8 @@ const char* StatusText(int status) {
     case kNotOpen: return "table not open";
     case kNoSuchTag: return "no such index tag";
     case kNoSuchField: return "no such field";
-    case kBadFieldSpec: return "bad field specification";
-    case kBadTagSpec: return "bad index tag specification";
+    case kBadFieldSpec: return "bad field definition";
+    case kBadTagSpec: return "bad index tag definition";
     case kBadExpression: return "key expression not understood";
     case kNoRecord: return "no current record";
     case kReadOnly: return "table opened read-only";

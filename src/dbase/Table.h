@@ -77,7 +77,7 @@ class Table {
   bool Rebuild() const;
   // Receives one line per notice (e.g. "index of VISOLD.DBF rebuilt: <why>"). May be empty.
   void SetNoticeSink(std::function<void(const std::string& message)> sink);
-  // Tag specifications ("key0|IP + Site||U") to use when a table's .MDX is missing or cannot
+  // Tag definitions ("key0|IP + Site||U") to use when a table's .MDX is missing or cannot
   // be read and the index has to be rebuilt from the records. Without them such a table opens
   // with the tags that can still be read, or none.
   void SetIndexSpecs(std::vector<std::string> tagSpecs);
@@ -88,8 +88,8 @@ class Table {
   // exists but cannot be deleted. When this control has that very table open, it is closed
   // (written) first.
   int DropTable(std::string_view stem);
-  // Creates the empty table files from field specs ("IP|C|15", "name|type|width[|decimals]",
-  // types C, N, D) and tag specs ("key0|IP + Site||U|": name|expression|filter|U/N|D, trailing
+  // Creates the empty table files from field definitions ("IP|C|15", "name|type|width[|decimals]",
+  // types C, N, D) and tag definitions ("key0|IP + Site||U|": name|expression|filter|U/N|D, trailing
   // parts may be missing). Does not open the table. Existing files of the same name are
   // replaced. Returns kOk, or kBadFieldSpec / kBadTagSpec / kBadExpression (nothing written),
   // kBadName, kAlreadyOpen, kCannotCreate / kIoError (nothing left half-written).

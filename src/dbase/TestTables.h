@@ -1,4 +1,4 @@
-// Field and tag specifications of the product's tables, as the database layer passes them,
+// Field and tag definitions of the product's tables, as the database layer passes them,
 // for the engine's tests (the engine itself knows no table).
 #pragma once
 
