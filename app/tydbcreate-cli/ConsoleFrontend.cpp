@@ -158,6 +158,12 @@ void ConsoleFrontend::Redraw() {
 
   std::string site(captions_[platform::Label::Site]);
   if (site.rfind("Scanning Site: ", 0) == 0) site.erase(0, 15);
+  if (site.empty()) {  // before the first site: what the scan is doing
+    std::cerr << "\r\033[K" << captions_[platform::Label::Note];
+    std::cerr.flush();
+    statusShown_ = true;
+    return;
+  }
   const int width = TerminalWidth();
   constexpr int kBar = 20;
   std::string bar(kBar, '.');

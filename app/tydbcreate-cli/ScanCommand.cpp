@@ -81,18 +81,21 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
     std::cerr << "tydbcreate-cli: " << error << "\n";
     return kExitUsage;
   }
-  const auto registry = MachineRegistry();
-  startup::MainResult started = RunStartup(options.appFolder, *registry, *clock);
-  if (started.status == startup::MainStatus::AnotherCopyRunning) return kExitAnotherCopy;
-  if (started.status != startup::MainStatus::Ok) return kExitStartupFailed;
-  startup::World& world = *started.world;
-
+  // Ctrl-C is caught from here on: pressed before the first yield it cancels there.
   ConsoleSettings settings;
   settings.quiet = options.quiet;
   settings.statusLine = !options.quiet && isatty(STDERR_FILENO) == 1;
   settings.askOnTerminal = isatty(STDIN_FILENO) == 1;
   settings.assumeYes = options.yes;
   ConsoleFrontend ui(settings);
+  ui.CatchInterrupts();
+
+  const auto registry = MachineRegistry();
+  startup::MainResult started = RunStartup(options.appFolder, *registry, *clock);
+  if (started.status == startup::MainStatus::AnotherCopyRunning) return kExitAnotherCopy;
+  if (started.status != startup::MainStatus::Ok) return kExitStartupFailed;
+  startup::World& world = *started.world;
+
   wizard::SystemRunTimer timer;
   wizard::Wizard window(world, ui, timer);
 
@@ -123,7 +126,6 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
       }
       return p;
     });
-    ui.CatchInterrupts();
     status = ExitStatus(window.Start(*registry));
     if (status == kExitCancelled)
       ui.Note("tydbcreate-cli: scan cancelled; the tables hold what was written until then.");

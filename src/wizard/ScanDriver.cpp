@@ -207,6 +207,7 @@ ScanOutcome ScanDriver::EndCancelled(int siteIndex) {
   }
   archiveFound_ = false;
   f_.CloseDatabase();
+  elapsed_ = timer_.Seconds() - startTime_;
   state_ = ScanState::Done;
   return ScanOutcome::Cancelled;
 }

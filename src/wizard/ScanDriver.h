@@ -108,7 +108,8 @@ class ScanDriver final : public loginput::ScanHooks {
   // The DNS flag of the run: the check box as it stood when the scan started.
   bool DnsFlag() const { return dnsFlag_; }
   int32_t TotalLines() const { return input_.totalLines; }
-  // Seconds the run took (set when the summary is built), and the summary text.
+  // Seconds the run took (set when the summary is built or a cancel ends the run), and the summary
+  // text ("" unless the run completed).
   float Elapsed() const { return elapsed_; }
   const std::string& Summary() const { return summary_; }
   database::F& Database() { return f_; }

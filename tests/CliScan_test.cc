@@ -1,0 +1,231 @@
+// tydbcreate-cli run as a separate process on a copy of the bundled demo: the JSON it prints, the
+// summary, and one exit status for each way a run can end.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "JsonValue.h"
+#include "TestSupport.h"
+#include "dbase/Table.h"
+#include "platform/SingleInstance.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+  int status = -1;  // exit status; -1 when the program did not exit normally
+  std::string out, err;
+};
+
+// Starts the program with `args`; TMPDIR (the lock's folder) and TALLYO_REGISTRY point into
+// `scratch`; stdin is /dev/null.
+class Cli {
+ public:
+  Cli(const std::vector<std::string>& args, const tytest::TempDir& scratch,
+      const std::string& registryText = "")
+      : outFile_(scratch.path() / "stdout.txt"), errFile_(scratch.path() / "stderr.txt") {
+    const fs::path registry = scratch.path() / "registry.ini";
+    tytest::WriteFile(registry, registryText);
+    std::vector<std::string> env = {"TMPDIR=" + scratch.path().string(),
+                                    "TALLYO_REGISTRY=" + registry.string(), "PATH=/usr/bin:/bin"};
+    const std::string program = std::string(TY_BIN_DIR) + "/tydbcreate-cli";
+    pid_ = fork();
+    if (pid_ == 0) {
+      freopen("/dev/null", "r", stdin);
+      freopen(outFile_.c_str(), "w", stdout);
+      freopen(errFile_.c_str(), "w", stderr);
+      std::vector<char*> argv{const_cast<char*>(program.c_str())};
+      for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+      argv.push_back(nullptr);
+      std::vector<char*> envp;
+      for (auto& e : env) envp.push_back(e.data());
+      envp.push_back(nullptr);
+      execve(program.c_str(), argv.data(), envp.data());
+      _exit(127);
+    }
+  }
+  void Interrupt() { kill(pid_, SIGINT); }
+  Outcome Wait() {
+    int raw = 0;
+    waitpid(pid_, &raw, 0);
+    Outcome o;
+    o.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    o.out = tytest::ReadFile(outFile_);
+    o.err = tytest::ReadFile(errFile_);
+    return o;
+  }
+
+ private:
+  fs::path outFile_, errFile_;
+  pid_t pid_ = -1;
+};
+
+Outcome RunCli(const std::vector<std::string>& args, const std::string& registryText = "") {
+  tytest::TempDir scratch;
+  return Cli(args, scratch, registryText).Wait();
+}
+
+// A copy of the bundled demo (configuration and logs, no tables) in a temp folder.
+struct Demo {
+  tytest::TempDir dir;
+  Demo() {
+    const fs::path from = tytest::SourceDir() / "examples" / "demo";
+    for (const auto& e : fs::recursive_directory_iterator(from)) {
+      const fs::path rel = fs::relative(e.path(), from);
+      const std::string ext = e.path().extension().string();
+      if (e.is_directory()) {
+        fs::create_directories(dir.path() / rel);
+      } else if (ext != ".DBF" && ext != ".MDX" && ext != ".dbf" && ext != ".mdx" &&
+                 e.path().filename() != "errors.log" && e.path().filename() != "robots.dat") {
+        fs::copy_file(e.path(), dir.path() / rel);
+      }
+    }
+  }
+  std::string str() const { return dir.str(); }
+  void Sites(const std::string& text) { tytest::WriteFile(dir.path() / "TALLYO.INI", text); }
+};
+
+long Records(const std::string& folder, const std::string& table) {
+  dbase::Table t;
+  t.SetLocation(folder);
+  t.SetTableName(table);
+  if (t.OpenTableReadOnly() != 0) return -1;
+  return t.RecordCount();
+}
+
+TEST(CliScan, DemoJsonParsesAndMatchesTheMessagesAndTheTables) {
+  Demo demo;
+  const Outcome o = RunCli({"--yes", "--json", "--now", "2026-11-16 02:23:14", demo.str()});
+  ASSERT_EQ(o.status, 0) << o.err;
+  tytest::JsonValue j;
+  ASSERT_NO_THROW(j = tytest::ParseJson(o.out)) << o.out.substr(0, 400);
+  const double lines = j["lines"].number;
+  EXPECT_GT(lines, 1000);
+  EXPECT_EQ(j["seconds"].kind, tytest::JsonValue::Number);
+  EXPECT_GE(j["linesPerSecond"].number, 0);
+  // The message boxes in order: the start question, then (no log file is missing) the summary.
+  const auto& messages = j["messages"].items;
+  ASSERT_EQ(messages.size(), 2u);
+  EXPECT_EQ(messages[0].text, "Are you sure?");
+  EXPECT_EQ(messages[1].text, j["summary"].text);
+  const std::string& summary = j["summary"].text;
+  EXPECT_EQ(summary.rfind("Scan Complete. \r\n\r\nScanned " +
+                              std::to_string(static_cast<long>(lines)) + " lines in",
+                          0),
+            0u);
+  // The records-added figures are the tables' record counts.
+  const std::string data = demo.str() + "Data/";
+  EXPECT_EQ(j["visitRecordsAdded"].number, Records(data, "Visits"));
+  EXPECT_EQ(j["pageViewRecordsAdded"].number, Records(data, "Pages"));
+  EXPECT_EQ(j["exceptionRecordsAdded"].number, Records(data, "Exceptions"));
+  EXPECT_NE(summary.find("\r\n" + std::to_string(Records(data, "Visits")) +
+                         " visit records added.\r\n"),
+            std::string::npos);
+
+  // Without --json the summary itself is printed, with plain line ends; a second run rebuilds
+  // the same tables from scratch.
+  const Outcome plain = RunCli({"--yes", "--now", "2026-11-16 02:23:14", demo.str()});
+  ASSERT_EQ(plain.status, 0) << plain.err;
+  EXPECT_EQ(plain.out.rfind("Scan Complete. \n\nScanned ", 0), 0u);
+  EXPECT_NE(plain.out.find(" visit records added.\n"), std::string::npos);
+  EXPECT_EQ(j["visitRecordsAdded"].number, Records(data, "Visits"));
+}
+
+TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {
+  {
+    Demo demo;
+    demo.Sites("");
+    const Outcome o = RunCli({"--yes", "--json", demo.str()});
+    EXPECT_EQ(o.status, 4);
+    EXPECT_NE(o.err.find("No Sites have been setup. Use Tallyo first"), std::string::npos);
+    EXPECT_EQ(tytest::ParseJson(o.out)["messages"].items.at(0).text.rfind("No Sites", 0), 0u);
+  }
+  {
+    Demo demo;
+    demo.Sites("[A]\r\nFTP=True\r\n[B]\r\nFTP=True\r\nFOLDER=logs/w3c/\r\n\r\n");
+    const Outcome o = RunCli({"--yes", demo.str()});
+    EXPECT_EQ(o.status, 5);
+    EXPECT_NE(o.err.find("All sites are accessed via FTP."), std::string::npos);
+  }
+  {
+    Demo demo;
+    const Outcome o = RunCli({"--yes", demo.str()},
+                             "[Software\\Fenwright\\Tallyo \\Settings]\nServiceRunning=True\n");
+    EXPECT_EQ(o.status, 6);
+    EXPECT_NE(o.err.find("Tallyo is currently running as a service."), std::string::npos);
+    EXPECT_FALSE(fs::exists(demo.dir.path() / "Data" / "VISITS.DBF"));
+  }
+  {
+    // Without --yes and without a terminal the question is refused; nothing is touched.
+    Demo demo;
+    const Outcome o = RunCli({demo.str()});
+    EXPECT_EQ(o.status, 7);
+    EXPECT_NE(o.err.find("--yes"), std::string::npos);
+    EXPECT_FALSE(fs::exists(demo.dir.path() / "Data" / "VISITS.DBF"));
+  }
+  {
+    // The data folder's name is taken by a file: the database cannot be created.
+    Demo demo;
+    tytest::WriteFile(demo.dir.path() / "blocked", "x");
+    const Outcome o = RunCli({"--yes", "--json", demo.str()},
+                             "[Software\\Fenwright\\Tallyo \\Settings]\nDDFPath=" + demo.str() +
+                                 "blocked/\n");
+    EXPECT_EQ(o.status, 8);
+    EXPECT_NE(o.err.find("Failed to create database. Tallyo may still be running."),
+              std::string::npos);
+    EXPECT_EQ(tytest::ParseJson(o.out)["lines"].number, 0);
+  }
+  {
+    tytest::TempDir scratch;
+    auto lock = platform::SingleInstance::Acquire("tydbcreate", scratch.path());
+    ASSERT_TRUE(lock && lock->Holds());
+    Demo demo;
+    const Outcome o = Cli({"--yes", demo.str()}, scratch).Wait();
+    EXPECT_EQ(o.status, 3);
+    EXPECT_NE(o.err.find("another copy"), std::string::npos);
+  }
+  EXPECT_EQ(RunCli({"--dns", "--no-dns"}).status, 2);
+  EXPECT_EQ(RunCli({"--no-such-option"}).status, 2);
+  const Outcome help = RunCli({"--help"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_NE(help.out.find("9 the scan was cancelled"), std::string::npos);
+  EXPECT_NE(help.out.find("--json"), std::string::npos);
+}
+
+TEST(CliScan, CtrlCWithoutATerminalCancelsAtOnceAndClosesTheTables) {
+  Demo demo;
+  // A log long enough that the interrupt arrives while it is read.
+  std::string log = "#Fields: date time c-ip cs-method cs-uri-stem sc-status\r\n";
+  for (int i = 0; i < 1000000; ++i)
+    log += "2026-10-01 10:" + std::to_string(10 + i % 50) + ":00 10.2." +
+           std::to_string(i % 200) + "." + std::to_string(i % 7) + " GET /a" +
+           std::to_string(i % 900) + ".htm 200\r\n";
+  tytest::WriteFile(demo.dir.path() / "logs/w3c/ex999999.log", log);
+  tytest::TempDir scratch;
+  Cli cli({"--yes", "--json", demo.str()}, scratch);
+  // Without a status line the program names each file on stderr as it starts reading it.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (tytest::ReadFile(scratch.path() / "stderr.txt").find("ex999999.log") == std::string::npos &&
+         std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  cli.Interrupt();
+  const Outcome o = cli.Wait();
+  ASSERT_EQ(o.status, 9) << o.err;
+  const tytest::JsonValue j = tytest::ParseJson(o.out);
+  EXPECT_EQ(j["summary"].text, "");
+  EXPECT_LT(j["lines"].number, 1000000);
+  EXPECT_EQ(j["messages"].items.back().text,
+            "Scanning still in progress. Are you sure you want to cancel?");
+  // The tables were closed: they open, and hold what was counted.
+  EXPECT_EQ(j["visitRecordsAdded"].number, Records(demo.str() + "Data/", "Visits"));
+}
+
+}  // namespace

@@ -1,0 +1,214 @@
+// Whole scans through start-up, the wizard and the scan driver, on an application folder built in
+// a temp folder: real server logs of two formats, and bad input (binary garbage, a damaged
+// archive, an archive whose members try to leave the log folder). The tables are read back and
+// checked afterwards.
+#include <gtest/gtest.h>
+#include <zip.h>
+
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "FakeFrontend.h"
+#include "TestSupport.h"
+#include "dbase/Checker.h"
+#include "dbase/Table.h"
+#include "loginput/LineReader.h"
+#include "platform/Clock.h"
+#include "platform/Registry.h"
+#include "startup/Engine.h"
+#include "wizard/RunTimer.h"
+#include "wizard/Wizard.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// An application folder: SETTINGS.INI, TALLYO.INI with the given sections, started up.
+struct App {
+  tytest::TempDir dir;
+  platform::IniRegistry registry = platform::IniRegistry::FromText("");
+  platform::FixedClock clock{vb::DateSerial(2026, 11, 16) + vb::TimeSerial(9, 0, 0)};
+  tytest::FakeFrontend ui;
+  wizard::FixedRunTimer timer{100.0f, 1.5f};
+  startup::MainResult started;
+
+  // `sites`: the sites file's sections, each "[Name]\r\nKEY=value\r\n...".
+  explicit App(const std::string& sites) {
+    tytest::WriteFile(dir.path() / "SETTINGS.INI", "REVERSEDNS=False\r\nINACTIVITYMINS=20\r\n\r\n");
+    tytest::WriteFile(dir.path() / "TALLYO.INI", sites + "\r\n");
+    fs::create_directories(dir.path() / "Data");
+  }
+  // Runs start-up, the load checks and the scan, answering every question Yes.
+  wizard::StartResult Run(wizard::Wizard*& out) {
+    started = startup::Main(startup::MainArgs{dir.str(), dir.str(), registry, clock, dir.str()});
+    EXPECT_EQ(started.status, startup::MainStatus::Ok);
+    started.world->errors.SetBeep(false);
+    window = std::make_unique<wizard::Wizard>(*started.world, ui, timer);
+    out = window.get();
+    EXPECT_EQ(window->Load(), wizard::LoadResult::Ready);
+    ui.answer = platform::MsgResult::Yes;
+    wizard::StartResult r = window->Start(registry);
+    window->Unload();
+    return r;
+  }
+  void Copy(const std::string& testdata, const std::string& to) {
+    fs::create_directories((dir.path() / to).parent_path());
+    fs::copy_file(tytest::SourceDir() / "testdata" / testdata, dir.path() / to);
+  }
+  std::string Data() const { return dir.str() + "Data/"; }
+  std::unique_ptr<wizard::Wizard> window;
+};
+
+// Lines the scan counts in a file: every line the reader returns but the last one, which is
+// handed over without being counted.
+int32_t CountedLines(const fs::path& file, loginput::LineReader::Mode mode) {
+  loginput::LineReader reader;
+  EXPECT_TRUE(reader.Open(file.string(), mode));
+  int32_t n = -1;
+  while (!reader.AtEnd()) {
+    reader.Next();
+    ++n;
+  }
+  return n;
+}
+
+long Records(const std::string& folder, const std::string& table) {
+  dbase::Table t;
+  t.SetLocation(folder);
+  t.SetTableName(table);
+  if (t.OpenTableReadOnly() != 0) return -1;
+  return t.RecordCount();
+}
+
+std::vector<std::string> Defects(const std::string& folder) {
+  std::vector<std::string> out;
+  int tables = 0;
+  for (const auto& e : fs::directory_iterator(folder)) {
+    if (e.path().extension() != ".DBF") continue;
+    ++tables;
+    for (const auto& d : dbase::CheckTable(e.path().string()).defects)
+      out.push_back(e.path().filename().string() + ": " + d);
+  }
+  if (tables < 7) out.push_back("only " + std::to_string(tables) + " tables");
+  return out;
+}
+
+bool WriteZip(const fs::path& path, const std::vector<std::pair<std::string, std::string>>& members) {
+  int err = 0;
+  zip_t* z = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
+  if (!z) return false;
+  for (const auto& [name, bytes] : members) {
+    zip_source_t* src = zip_source_buffer(z, bytes.data(), bytes.size(), 0);
+    if (!src || zip_file_add(z, name.c_str(), src, ZIP_FL_ENC_RAW) < 0) {
+      if (src) zip_source_free(src);
+      zip_discard(z);
+      return false;
+    }
+  }
+  return zip_close(z) == 0;
+}
+
+std::string SmallW3c(int hits) {
+  std::string s = "#Fields: date time c-ip cs-method cs-uri-stem sc-status cs(User-Agent)\r\n";
+  for (int i = 0; i < hits; ++i)
+    s += "2026-10-0" + std::to_string(1 + i % 3) + " 10:0" + std::to_string(i % 10) +
+         ":00 10.1.0." + std::to_string(i % 5) + " GET /p" + std::to_string(i) +
+         ".htm 200 Mozilla/4.0\r\n";
+  return s;
+}
+
+TEST(Scan, RealServerLogsReadEndToEndAsW3cAndCombinedSites) {
+  App app(
+      "[W3C Site]\r\nTYPE=0\r\nFOLDER=w3c/\r\nMASK=*.log\r\nUNIX=True\r\n"
+      "[Shop]\r\nTYPE=2\r\nFOLDER=shop/\r\nMASK=access*\r\nUNIX=True\r\n");
+  const std::vector<std::string> w3c = {"logfile_w3c_big.0", "logfile_w3c.1", "logfile_w3c.2",
+                                        "logfile_w3c.3", "logfile_w3c.6"};
+  int32_t expected = 0;
+  for (size_t i = 0; i < w3c.size(); ++i) {
+    const std::string to = "w3c/ex" + std::to_string(i) + ".log";
+    app.Copy("loginput/" + w3c[i], to);
+    expected += CountedLines(app.dir.path() / to, loginput::LineReader::Mode::kUnix);
+  }
+  app.Copy("loginput/logfile_shop_access_log.0", "shop/access_log");
+  expected += CountedLines(app.dir.path() / "shop/access_log", loginput::LineReader::Mode::kUnix);
+
+  wizard::Wizard* w = nullptr;
+  ASSERT_EQ(app.Run(w), wizard::StartResult::Completed);
+  wizard::ScanDriver& d = w->Driver();
+  EXPECT_EQ(d.TotalLines(), expected);
+  EXPECT_GE(expected, 1000 + 254);
+
+  // The figures of the summary are what the tables hold, and every table is sound.
+  const long visits = Records(app.Data(), "Visits");
+  EXPECT_GT(visits, 10);
+  EXPECT_EQ(visits, d.Database().Totals().visitRecordsAdded);
+  EXPECT_EQ(Records(app.Data(), "Pages"), d.Database().Totals().pageRecordsAdded);
+  EXPECT_EQ(Records(app.Data(), "Exceptions"), d.Database().Totals().exceptionRecordsAdded);
+  EXPECT_GT(Records(app.Data(), "DaySum"), 0);
+  EXPECT_EQ(Defects(app.Data()), std::vector<std::string>{});
+  ASSERT_FALSE(app.ui.messages.empty());
+  EXPECT_EQ(app.ui.messages.back().text, d.Summary());
+  EXPECT_NE(d.Summary().find("Scanned " + std::to_string(expected) + " lines in"),
+            std::string::npos);
+}
+
+TEST(Scan, BadInputNeverStopsTheRunNorWritesOutsideTheLogFolder) {
+  App app(
+      "[Garbage]\r\nTYPE=0\r\nFOLDER=garbage/\r\nMASK=*.log\r\n"
+      "[Broken Archive]\r\nTYPE=0\r\nFOLDER=broken/\r\nMASK=*.log\r\n"
+      "[Escaping Archive]\r\nTYPE=0\r\nFOLDER=escape/\r\nMASK=*.log\r\n"
+      "[Last]\r\nTYPE=0\r\nFOLDER=last/\r\nMASK=*.log\r\n");
+  // Binary garbage, NUL bytes and very long "lines" included, in both a W3C and a fixed-layout
+  // reading (the same bytes under a second name).
+  std::mt19937 random(7);
+  std::string garbage;
+  for (int i = 0; i < 300000; ++i) garbage += static_cast<char>(random() & 0xFF);
+  tytest::WriteFile(app.dir.path() / "garbage/a.log", garbage);
+  tytest::WriteFile(app.dir.path() / "garbage/b.log", "#Fields: date time c-ip cs-uri-stem\r\n" + garbage);
+  // A damaged archive beside a good log.
+  tytest::WriteFile(app.dir.path() / "broken/ARCHIVE.ZIP", "PK\x03\x04" + garbage.substr(0, 5000));
+  tytest::WriteFile(app.dir.path() / "broken/good.log", SmallW3c(10));
+  // An archive whose members point outside the folder, and one good member.
+  fs::create_directories(app.dir.path() / "escape");
+  ASSERT_TRUE(WriteZip(app.dir.path() / "escape/archive.zip",
+                       {{"../escaped.log", SmallW3c(3)},
+                        {"../../escaped2.log", SmallW3c(3)},
+                        {"/tmp/tydb-absolute-member.log", SmallW3c(3)},
+                        {"inner.log", SmallW3c(4)}}));
+  tytest::WriteFile(app.dir.path() / "last/z.log", SmallW3c(6));
+
+  wizard::Wizard* w = nullptr;
+  ASSERT_EQ(app.Run(w), wizard::StartResult::Completed);
+  wizard::ScanDriver& d = w->Driver();
+
+  // Nothing left the log folder; the good member was read and removed again; the archive stays.
+  EXPECT_FALSE(fs::exists(app.dir.path() / "escaped.log"));
+  EXPECT_FALSE(fs::exists(app.dir.path().parent_path() / "escaped2.log"));
+  EXPECT_FALSE(fs::exists("/tmp/tydb-absolute-member.log"));
+  EXPECT_FALSE(fs::exists(app.dir.path() / "escape/inner.log"));
+  EXPECT_TRUE(fs::exists(app.dir.path() / "escape/archive.zip"));
+  std::vector<std::string> read;
+  for (const auto& c : app.ui.CaptionsOf(platform::Label::Prog))
+    if (c.rfind(app.dir.str(), 0) == 0) read.push_back(c.substr(app.dir.str().size()));
+  EXPECT_EQ(read, (std::vector<std::string>{"garbage/a.log", "garbage/b.log", "broken/good.log",
+                                            "escape/inner.log", "last/z.log"}));
+  EXPECT_EQ(app.ui.CaptionsOf(platform::Label::Site).back(), "Scanning Site: Last");
+
+  // The garbage file without a fields line is reported; the run went on to the end.
+  int noFields = 0;
+  for (const auto& m : app.ui.messages)
+    if (m.text.find("no #Field definition lines") != std::string::npos) ++noFields;
+  EXPECT_EQ(noFields, 1);
+  EXPECT_EQ(app.ui.messages.back().text, d.Summary());
+  EXPECT_GT(Records(app.Data(), "Visits"), 0);
+  EXPECT_EQ(Defects(app.Data()), std::vector<std::string>{});
+  // The members left out and the damaged archive are on record.
+  const std::string errors = tytest::ReadFile(app.dir.path() / "Data/errors.log");
+  EXPECT_NE(errors.find("escaped.log"), std::string::npos);
+  EXPECT_NE(errors.find("ModFiles.UnZipArchive"), std::string::npos);
+}
+
+}  // namespace
