@@ -30,12 +30,18 @@ struct Tag {
   bool descending = false;
   std::unique_ptr<TagIndex> index;
   uint32_t merged = 0;  // records 1..merged are in the index; later ones are still to add
+  // Appends and uses of this tag's order alternate: each new record's key goes in at once
+  // instead of being read back later. Dropped after a long run of appends without a use.
+  bool eager = false;
+  uint32_t appendsSinceUse = 0;
 };
 
 // Record numbers are read in chunks of this many records when all of them are needed.
 constexpr uint32_t kScanChunk = 4096;
 // Up to this many new records are added to a tag one by one; more are sorted first.
 constexpr uint32_t kSmallBatch = 64;
+// Appends without a use of the order after which an eager tag goes back to batches.
+constexpr uint32_t kEagerRun = 4096;
 
 }  // namespace
 
@@ -55,9 +61,6 @@ struct Table::Impl {
   bool indexDirty = false;   // the .MDX must be written
   bool indexRebuilt = false;
   int flushStatus = kOk;
-  // Appends and ordered operations alternate: add each new record's keys at once instead of
-  // reading the record back later.
-  bool eager = false;
 
   // Position. recno 0 = none (past the end).
   uint32_t recno = 0;
@@ -466,6 +469,7 @@ int Table::Impl::RebuildIndex() {
 // number, and a unique tag keeps only the first record of a key.
 int Table::Impl::Merge(Tag& t) {
   const uint32_t n = dbf.RecordCount();
+  t.appendsSinceUse = 0;
   if (t.merged >= n) return kOk;
   const uint32_t first = t.merged + 1, count = n - t.merged;
   const size_t k = size_t(t.expr.KeyLength()), es = k + 4, rl = size_t(dbf.RecordLength());
@@ -478,7 +482,7 @@ int Table::Impl::Merge(Tag& t) {
       else t.index->Insert(key.data(), r);
       t.merged = r;
     }
-    eager = true;
+    t.eager = true;
     return kOk;
   }
   std::vector<char> flat(size_t(count) * es);
@@ -522,7 +526,7 @@ int Table::Impl::Merge(Tag& t) {
     }
   }
   t.merged = n;
-  eager = false;
+  t.eager = false;
   return kOk;
 }
 
@@ -718,7 +722,8 @@ int Table::AppendRecord() {
   const uint32_t r = m.dbf.RecordCount();
   for (size_t i = 0; i < m.tags.size(); ++i) {
     Tag& t = m.tags[i];
-    const bool now = m.eager && t.merged == r - 1;
+    const bool now = t.eager && t.merged == r - 1 && ++t.appendsSinceUse <= kEagerRun;
+    if (!now) t.eager = false;
     if (!now && i != size_t(m.selected)) continue;  // added at the next merge
     std::string& key = i == size_t(m.selected) ? m.curKey : m.scratch;
     key.resize(size_t(t.expr.KeyLength()));
