@@ -185,6 +185,20 @@ TEST(HitProcessor, DaySummaryAtMidnightAndAcrossTwoFilesOverwritesTheDay) {
   EXPECT_EQ(run.hits->Run().Site(1).visitorsToday, 0);
 }
 
+TEST(HitProcessor, DaySummaryOfALongSiteNameIsKeyedByItsFirstTwentyCharacters) {
+  antest::Run run;
+  run.world.site(1).name = "A Very Long Site Name Indeed";
+  run.Hit(kDay, "10:00:00", "10.0.0.1", "/a.htm");
+  run.hits->EndOfFile(1);
+  run.Hit(kDay, "10:01:00", "10.0.0.2", "/a.htm");
+  run.hits->EndOfFile(1);  // the same day again: found by its key and overwritten
+  run.Close();
+  const auto days = run.Table("DaySum");
+  ASSERT_EQ(days.size(), 1u);
+  EXPECT_EQ(days[0].at("SITE"), "A Very Long Site Nam");
+  EXPECT_EQ(days[0].at("VISITORS"), "1");
+}
+
 TEST(HitProcessor, SweepClosesAVisitOneMinutePastTheTimeOutMeasuredToTheFileDate) {
   antest::Run run;
   loginput::SiteReadState& read = run.input.Site(1);

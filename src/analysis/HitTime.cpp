@@ -101,9 +101,11 @@ vb::Date ReadHitTime(HitClock& clock, int16_t type, std::optional<std::string_vi
   }
   // 3. The time column, when there is one, gives the time of day.
   if (timeField) ReadTime(*timeField, clock.timeOfDay);
-  vb::Date hitTime = clock.hitDate + clock.timeOfDay;
-  if (clock.offsetSeconds != 0) hitTime += clock.offsetSeconds / 86400.0;
-  return hitTime;
+  // The offset is added in whole seconds to the time of day, so that a hit time is the same
+  // number however it was reached (equal times compare equal).
+  if (clock.offsetSeconds == 0) return clock.hitDate + clock.timeOfDay;
+  const int64_t seconds = std::llround(clock.timeOfDay * 86400.0) + clock.offsetSeconds;
+  return clock.hitDate + static_cast<double>(seconds) / 86400.0;
 }
 
 }  // namespace analysis
