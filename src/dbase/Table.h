@@ -148,7 +148,9 @@ class Table {
 
   // By field index (fast). REQUIRES: 0 <= field < FieldCount(); otherwise the getters return
   // blank/0 and the setters do nothing.
-  std::string_view GetText(int field) const;   // the raw field bytes, blank-padded to the width
+  // The raw field bytes, blank-padded to the width; the view is valid until the buffer next
+  // changes (a positioning, a Set..., BlankRecord).
+  std::string_view GetText(int field) const;
   void SetText(int field, std::string_view v);  // any type: cut or blank-padded, stored as is
   double GetNumber(int field) const;           // 'N': its value; blank or not a number -> 0
   // 'N': rounded to the field's decimals, right-aligned. A value too wide for the field is
