@@ -3,16 +3,111 @@
 #include "loginput/LineReader.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <thread>
+#include <vector>
 
 namespace loginput {
 
-LineReader::LineReader(size_t maxLine, size_t block)
-    : maxLine_(std::max<size_t>(maxLine, 1)), block_(std::max<size_t>(block, 1)) {}
+// Reads the file block after block on a helper thread into a few slots; the reader takes the
+// bytes out in order. Only the slots and their queue are shared, under one mutex.
+class LineReader::ReadAhead {
+ public:
+  ReadAhead(int fd, size_t block) : fd_(fd), block_(block) {
+    for (int i = 0; i < kSlots; ++i) {
+      slots_[i] = std::make_unique<char[]>(block_);
+      free_.push_back(i);
+    }
+    thread_ = std::thread([this] { Produce(); });
+  }
+  ~ReadAhead() {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      stop_ = true;
+    }
+    freed_.notify_all();
+    thread_.join();
+  }
+
+  ssize_t Take(char* to, size_t room) {
+    if (current_ < 0) {
+      std::unique_lock<std::mutex> lock(mutex_);
+      filled_.wait(lock, [this] { return !ready_.empty(); });
+      current_ = ready_.front();
+      ready_.pop_front();
+      offset_ = 0;
+    }
+    const ssize_t length = length_[current_];
+    if (length < 0) errno = EIO;     // the end, or a failure, stays the answer
+    if (length <= 0) return length;
+    const size_t n = std::min(room, static_cast<size_t>(length) - offset_);
+    std::memcpy(to, slots_[current_].get() + offset_, n);
+    offset_ += n;
+    if (offset_ == static_cast<size_t>(length)) {
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        free_.push_back(current_);
+      }
+      freed_.notify_one();
+      current_ = -1;
+    }
+    return static_cast<ssize_t>(n);
+  }
+
+ private:
+  static constexpr int kSlots = 4;
+
+  void Produce() {
+    for (;;) {
+      int slot;
+      {
+        std::unique_lock<std::mutex> lock(mutex_);
+        freed_.wait(lock, [this] { return stop_ || !free_.empty(); });
+        if (stop_) return;
+        slot = free_.back();
+        free_.pop_back();
+      }
+      ssize_t n;
+      do {
+        n = ::read(fd_, slots_[slot].get(), block_);
+      } while (n < 0 && errno == EINTR);
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        length_[slot] = n;
+        ready_.push_back(slot);
+      }
+      filled_.notify_one();
+      if (n <= 0) return;
+    }
+  }
+
+  const int fd_;
+  const size_t block_;
+  std::unique_ptr<char[]> slots_[kSlots];
+  ssize_t length_[kSlots] = {};
+  std::mutex mutex_;
+  std::condition_variable filled_, freed_;
+  std::deque<int> ready_;
+  std::vector<int> free_;
+  bool stop_ = false;
+  int current_ = -1;   // the slot being taken from (reader side only)
+  size_t offset_ = 0;  // bytes of it already taken
+  std::thread thread_;
+};
+
+LineReader::LineReader(size_t maxLine, size_t block, bool readAhead)
+    : maxLine_(std::max<size_t>(maxLine, 1)),
+      block_(std::max<size_t>(block, 1)),
+      readAhead_(readAhead) {}
 
 LineReader::~LineReader() { Close(); }
 
@@ -32,10 +127,22 @@ bool LineReader::Open(const std::string& path, Mode mode) {
   fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   eof_ = fd_ < 0;
   if (fd_ >= 0) ::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
+  // Reading ahead pays for its thread only on files of several blocks; a thread that cannot be
+  // started leaves the plain reads.
+  struct stat st {};
+  if (fd_ >= 0 && readAhead_ && ::fstat(fd_, &st) == 0 &&
+      static_cast<uint64_t>(st.st_size) >= 4 * static_cast<uint64_t>(block_)) {
+    try {
+      ahead_ = std::make_unique<ReadAhead>(fd_, block_);
+    } catch (const std::exception&) {
+      ahead_.reset();
+    }
+  }
   return fd_ >= 0;
 }
 
 void LineReader::Close() {
+  ahead_.reset();  // stops the helper before its file goes
   if (fd_ >= 0) ::close(fd_);
   fd_ = -1;
   eof_ = true;
@@ -72,7 +179,7 @@ bool LineReader::Refill() {
     base = buf_.get();
   }
   for (;;) {
-    ssize_t n = ::read(fd_, base + end_, cap_ - end_);
+    ssize_t n = ReadSome(base + end_, cap_ - end_);
     if (n > 0) {
       // Text mode: a Ctrl-Z byte marks the end of the file; nothing after it is read.
       if (mode_ == Mode::kText) {
@@ -89,6 +196,11 @@ bool LineReader::Refill() {
     eof_ = true;
     return false;
   }
+}
+
+ssize_t LineReader::ReadSome(char* to, size_t room) {
+  if (ahead_) return ahead_->Take(to, room);
+  return ::read(fd_, to, room);
 }
 
 std::string_view LineReader::Finish(size_t lineEnd, size_t terminatorLength, bool last) {

@@ -19,8 +19,8 @@ struct ReadBack {
 };
 
 ReadBack ReadAll(const std::string& path, LineReader::Mode mode, size_t maxLine = 1 << 20,
-                 size_t block = 4096) {
-  LineReader reader(maxLine, block);
+                 size_t block = 4096, bool readAhead = false) {
+  LineReader reader(maxLine, block, readAhead);
   reader.Open(path, mode);
   ReadBack out;
   while (!reader.AtEnd()) {
@@ -124,7 +124,7 @@ Lines Reference(const std::string& s, LineReader::Mode mode) {
   return out;
 }
 
-TEST(LineReader, BlockSizeNeverChangesTheLines) {
+TEST(LineReader, BlockSizeAndReadingAheadNeverChangeTheLines) {
   std::mt19937 rng(7);
   const char alphabet[] = {'a', 'b', ' ', '\r', '\n', '#', '\0', 'c', 'd', 26};
   for (int round = 0; round < 40; ++round) {
@@ -137,14 +137,33 @@ TEST(LineReader, BlockSizeNeverChangesTheLines) {
     for (auto mode : {LineReader::Mode::kText, LineReader::Mode::kUnix}) {
       const Lines want = Reference(bytes, mode);
       for (size_t block : {1, 2, 3, 7, 256, 4096}) {
-        ReadBack r = ReadAll(path, mode, 1 << 20, block);
-        ASSERT_EQ(r.lines, want) << "round " << round << " block " << block;
-        const size_t stop = mode == LineReader::Mode::kText ? bytes.find('\x1a') : bytes.npos;
-        EXPECT_EQ(r.positions.back(),
-                  static_cast<int64_t>(stop == bytes.npos ? bytes.size() : stop) + 1);
+        for (bool ahead : {false, true}) {
+          ReadBack r = ReadAll(path, mode, 1 << 20, block, ahead);
+          ASSERT_EQ(r.lines, want) << "round " << round << " block " << block << " ahead " << ahead;
+          const size_t stop = mode == LineReader::Mode::kText ? bytes.find('\x1a') : bytes.npos;
+          EXPECT_EQ(r.positions.back(),
+                    static_cast<int64_t>(stop == bytes.npos ? bytes.size() : stop) + 1);
+        }
       }
     }
   }
+}
+
+TEST(LineReader, ReadingAheadGivesTheSameLinesOnALargeFile) {
+  std::string bytes;
+  for (int i = 0; bytes.size() < (size_t{3} << 20); ++i) {
+    bytes += "line " + std::to_string(i) + std::string(static_cast<size_t>(i % 300), 'x') + "\r\n";
+  }
+  bytes += std::string(5000, 'z');  // a last line longer than the line limit below
+  tytest::TempDir dir;
+  const std::string path = (dir.path() / "big.log").string();
+  tytest::WriteFile(path, bytes);
+  const ReadBack plain = ReadAll(path, LineReader::Mode::kText, 4096, 64 << 10, false);
+  const ReadBack ahead = ReadAll(path, LineReader::Mode::kText, 4096, 64 << 10, true);
+  EXPECT_EQ(plain.lines.size(), ahead.lines.size());
+  EXPECT_TRUE(plain.lines == ahead.lines);
+  EXPECT_EQ(ahead.lines.back(), std::string(4096, 'z'));
+  EXPECT_EQ(ahead.positions.back(), static_cast<int64_t>(bytes.size()) + 1);
 }
 
 }  // namespace

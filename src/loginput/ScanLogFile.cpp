@@ -134,7 +134,7 @@ bool ScanLogFile(startup::World& world, platform::Frontend& ui, RunState& run, S
     ApplyFieldsDirective(state.map, site.type, site.lastFields, run.dateFieldFlag);
   }
   // 2. A file that cannot be opened reads as empty: the first read finds its end.
-  LineReader reader;
+  LineReader reader(LineReader::kDefaultMaxLine, LineReader::kDefaultBlock, /*readAhead=*/true);
   reader.Open(site.lastLogFile,
               site.unixServer ? LineReader::Mode::kUnix : LineReader::Mode::kText);
   // 3.
