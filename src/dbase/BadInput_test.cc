@@ -216,6 +216,18 @@ TEST(BadInput, DamagedIndexIsRebuiltFromTheRecordsWithANotice) {
   rep = CheckTable((dir.path() / "VISITOR.DBF").string());
   EXPECT_TRUE(AnyContains(rep.defects, "the record's key is")) << (rep.defects.empty() ? "" : rep.defects[0]);
 
+  // A branch pointing back at itself: reported once, and the table still opens.
+  tytest::WriteFile(mdx, good);
+  Patch(mdx, size_t(root) * 512 + 8, U32(root));
+  rep = CheckTable((dir.path() / "VISITOR.DBF").string());
+  EXPECT_TRUE(AnyContains(rep.defects, "used twice")) << (rep.defects.empty() ? "" : rep.defects[0]);
+  {
+    Opened ro(dir, true);
+    ASSERT_EQ(ro.status, kOk);
+    EXPECT_TRUE(AnyContains(ro.notices, "used twice")) << ro.AllNotices();
+    EXPECT_EQ(ro.t.SeekKey(VisitorKey(2999)), kOk);
+  }
+
   // Page count in the header wrong, and garbage in place of the index.
   tytest::WriteFile(mdx, good);
   Patch(mdx, 32, U32(7));

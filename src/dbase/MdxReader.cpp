@@ -132,6 +132,13 @@ bool MdxReader::Walk(size_t t, uint32_t recordCount, bool keepEntries, MdxTagWal
   int leafDepth = -1;
   std::vector<unsigned char> block;
   std::vector<std::vector<unsigned char>> levelBlocks(8);
+  // Without the caller's map, one of our own: a block reached twice (a damaged pointer
+  // making a loop or a shared child) is reported once instead of being walked again.
+  std::vector<uint8_t> ownUse;
+  if (!blockUse) {
+    ownUse.assign(size_t(info_.fileSize / kPageSize) + 1, 0);
+    blockUse = &ownUse;
+  }
 
   // Returns false when the node could not be read at all; lastKey gets the subtree's last key.
   std::function<bool(uint32_t, int, std::vector<char>&)> walk =
