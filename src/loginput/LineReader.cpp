@@ -22,7 +22,9 @@ namespace loginput {
 // bytes out in order. Only the slots and their queue are shared, under one mutex.
 class LineReader::ReadAhead {
  public:
-  ReadAhead(int fd, size_t block) : fd_(fd), block_(block) {
+  // With `stopAtEndOfText`, a Ctrl-Z byte ends the data (text mode), found here on the helper.
+  ReadAhead(int fd, size_t block, bool stopAtEndOfText)
+      : fd_(fd), block_(block), stopAtEndOfText_(stopAtEndOfText) {
     for (int i = 0; i < kSlots; ++i) {
       slots_[i] = std::make_unique<char[]>(block_);
       free_.push_back(i);
@@ -67,6 +69,7 @@ class LineReader::ReadAhead {
   static constexpr int kSlots = 4;
 
   void Produce() {
+    bool ended = false;  // a Ctrl-Z was found: nothing more is read, an empty slot follows
     for (;;) {
       int slot;
       {
@@ -76,10 +79,18 @@ class LineReader::ReadAhead {
         slot = free_.back();
         free_.pop_back();
       }
-      ssize_t n;
-      do {
-        n = ::read(fd_, slots_[slot].get(), block_);
-      } while (n < 0 && errno == EINTR);
+      ssize_t n = 0;
+      if (!ended) {
+        do {
+          n = ::read(fd_, slots_[slot].get(), block_);
+        } while (n < 0 && errno == EINTR);
+        if (n > 0 && stopAtEndOfText_) {
+          if (const void* z = std::memchr(slots_[slot].get(), kEndOfText, static_cast<size_t>(n))) {
+            n = static_cast<const char*>(z) - slots_[slot].get();
+            ended = true;
+          }
+        }
+      }
       {
         std::lock_guard<std::mutex> lock(mutex_);
         length_[slot] = n;
@@ -98,6 +109,7 @@ class LineReader::ReadAhead {
   std::condition_variable filled_, freed_;
   std::deque<int> ready_;
   std::vector<int> free_;
+  const bool stopAtEndOfText_;
   bool stop_ = false;
   int current_ = -1;   // the slot being taken from (reader side only)
   size_t offset_ = 0;  // bytes of it already taken
@@ -133,7 +145,7 @@ bool LineReader::Open(const std::string& path, Mode mode) {
   if (fd_ >= 0 && readAhead_ && ::fstat(fd_, &st) == 0 &&
       static_cast<uint64_t>(st.st_size) >= 4 * static_cast<uint64_t>(block_)) {
     try {
-      ahead_ = std::make_unique<ReadAhead>(fd_, block_);
+      ahead_ = std::make_unique<ReadAhead>(fd_, block_, mode_ == Mode::kText);
     } catch (const std::exception&) {
       ahead_.reset();
     }
@@ -181,8 +193,9 @@ bool LineReader::Refill() {
   for (;;) {
     ssize_t n = ReadSome(base + end_, cap_ - end_);
     if (n > 0) {
-      // Text mode: a Ctrl-Z byte marks the end of the file; nothing after it is read.
-      if (mode_ == Mode::kText) {
+      // Text mode: a Ctrl-Z byte marks the end of the file; nothing after it is read. (The
+      // read-ahead helper has looked for it already.)
+      if (mode_ == Mode::kText && !ahead_) {
         if (const void* z = std::memchr(base + end_, kEndOfText, static_cast<size_t>(n))) {
           n = static_cast<const char*>(z) - (base + end_);
           eof_ = true;
