@@ -135,8 +135,21 @@ bool ScanLogFile(startup::World& world, platform::Frontend& ui, RunState& run, S
   }
   // 2. A file that cannot be opened reads as empty: the first read finds its end.
   LineReader reader(LineReader::kDefaultMaxLine, LineReader::kDefaultBlock, /*readAhead=*/true);
-  reader.Open(site.lastLogFile,
-              site.unixServer ? LineReader::Mode::kUnix : LineReader::Mode::kText);
+  // A reader that fails (no memory for a long line) ends the file where it failed.
+  auto next = [&reader]() -> std::string_view {
+    try {
+      return reader.Next();
+    } catch (const std::exception&) {
+      reader.Close();
+      return {};
+    }
+  };
+  try {
+    reader.Open(site.lastLogFile,
+                site.unixServer ? LineReader::Mode::kUnix : LineReader::Mode::kText);
+  } catch (const std::exception&) {
+    reader.Close();
+  }
   // 3.
   run.currentReadPos = site.lastReadPos;
   ClearHitFields(run.hits);
@@ -146,7 +159,7 @@ bool ScanLogFile(startup::World& world, platform::Frontend& ui, RunState& run, S
   } catch (const std::exception&) {
   }
   // 4.
-  std::string_view line = reader.Next();
+  std::string_view line = next();
 
   int blankRun = 0;
   int sinceProgress = 0;
@@ -193,7 +206,7 @@ bool ScanLogFile(startup::World& world, platform::Frontend& ui, RunState& run, S
       }
     }
     // 6.
-    line = reader.Next();
+    line = next();
   }
 
   try {
