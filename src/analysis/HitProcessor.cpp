@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "analysis/AlertMatching.h"
 #include "analysis/Browser.h"
 #include "analysis/DaySummary.h"
 #include "analysis/Exclusion.h"
@@ -35,6 +36,11 @@ bool Contains(std::string_view s, std::string_view what) {
 }
 
 }  // namespace
+
+int16_t HitServices::MatchAlert(const startup::World& world, int16_t siteIndex,
+                                const database::Visit& visit) {
+  return analysis::MatchAlert(world, siteIndex, visit);
+}
 
 std::string HitServices::ResolveHost(database::Visit& visit, database::F& f) {
   const std::string_view address = TrimBlanks(visit.clientAddress);
@@ -248,7 +254,7 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
   RemoveQuotes(v.referrer);
   // 16.6 Alert definitions, for visitors that are not robots.
   if (!v.spider) {
-    const int16_t a = services_->MatchAlert(siteIndex, v);
+    const int16_t a = services_->MatchAlert(world_, siteIndex, v);
     if (a > 0 && a <= world_.alertCount) {
       v.alert = true;
       v.alertNumber = world_.alert(a).number;

@@ -1,7 +1,7 @@
-// The services of the neighbouring analysis parts that the hit processing calls when it opens a
-// visit: alert matching and host-name resolution. The defaults here do what those parts do when
-// there is nothing to do: no alert definition matches, and the host name comes from the DNS cache
-// of the database, else it is the address itself (no reverse look-up is made).
+// The services that the hit processing calls when it opens a visit and that a front-end may
+// replace: alert matching and host-name resolution. The defaults match the site's alert
+// definitions (AlertMatching.h) and take the host name from the DNS cache of the database, else
+// the address itself (no reverse look-up is made: a resolver overrides ResolveHost).
 #pragma once
 
 #include <cstdint>
@@ -9,6 +9,7 @@
 
 #include "database/F.h"
 #include "database/Visit.h"
+#include "startup/World.h"
 
 namespace analysis {
 
@@ -17,8 +18,9 @@ class HitServices {
   virtual ~HitServices() = default;
 
   // The one-based index, in the whole alert list, of the first enabled alert definition of
-  // `siteIndex` that matches the newly opened `visit`, or 0. Default: 0.
-  virtual int16_t MatchAlert(int16_t siteIndex, const database::Visit& visit) { return 0; }
+  // `siteIndex` that matches the newly opened `visit`, or 0. Default: analysis::MatchAlert.
+  virtual int16_t MatchAlert(const startup::World& world, int16_t siteIndex,
+                             const database::Visit& visit);
 
   // The host name to store for the newly opened `visit` (its client address is set). May start a
   // reverse look-up whose answer arrives later. Default: the name the DNS cache of `f` knows for
