@@ -238,6 +238,71 @@ TEST(ScanDriver, CancelAnsweredNoLetsTheScanGoOnAndEarlyCancelAsksNothing) {
   }
 }
 
+// A resolver whose answers come in one per yield.
+class CountdownBacklog : public DnsBacklog {
+ public:
+  explicit CountdownBacklog(int pending) : pending_(pending) {}
+  int Pending() override { return pending_; }
+  void Answer() {
+    if (pending_ > 0) --pending_;
+  }
+
+ private:
+  int pending_;
+};
+
+TEST(ScanDriver, DnsRunWaitsForOutstandingAnswersBeforeClosingAndSaysNoRate) {
+  ScanWorld t;
+  t.AddSite("Alpha", "a");
+  t.Write("a/ex01.log", W3cLog(20));
+  CountdownBacklog backlog(3);
+  bool openWhileWaiting = true;
+  ScanDriver d(t.w(), t.ui, t.timer);
+  t.ui.onYield = [&](int) {
+    if (t.ui.captions[Label::Prog2] == "Paused While Resolving DNS") {
+      openWhileWaiting = openWhileWaiting && d.Database().DatabaseOpen();
+      backlog.Answer();
+    }
+    return true;
+  };
+  d.SetDnsBacklog(&backlog);
+  d.SetDnsChecked(true);
+  ASSERT_EQ(d.ScanAllSites(), ScanOutcome::Completed);
+  EXPECT_EQ(backlog.Pending(), 0);
+  EXPECT_TRUE(openWhileWaiting);
+  EXPECT_EQ(t.ui.CaptionsOf(Label::Prog2),
+            (std::vector<std::string>{"Paused While Resolving DNS", ""}));
+  EXPECT_TRUE(t.ui.shown[Label::PDNS]);
+  EXPECT_TRUE(t.ui.shown[Label::DNS]);
+  EXPECT_NE(d.Summary().find("Scanned 24 lines.\r\n\r\n"), std::string::npos);
+  EXPECT_EQ(d.Summary().find("per second"), std::string::npos);
+}
+
+TEST(ScanDriver, CancelDuringUnpackingAbortsItAndRemovesWhatWasUnpacked) {
+  ScanWorld t;
+  t.AddSite("Alpha", "a");
+  std::vector<loginput::testing::Member> members;
+  for (int i = 0; i < 20; ++i) members.push_back({"ex" + std::to_string(10 + i) + ".log", W3cLog(50)});
+  ASSERT_TRUE(loginput::testing::WriteZip(t.dir.path() / "a" / "ARCHIVE.ZIP", members));
+  Wizard wizard(t.w(), t.ui, t.timer);
+  ASSERT_EQ(wizard.Load(), LoadResult::Ready);
+  t.ui.answer = platform::MsgResult::Yes;
+  t.ui.onYield = [&](int) {
+    return !(wizard.Driver().Input().unzipping && wizard.Driver().Input().extractedCount >= 3 &&
+             wizard.Cancel());
+  };
+  EXPECT_EQ(wizard.Start(platform::IniRegistry::FromText("")), StartResult::Cancelled);
+  EXPECT_FALSE(wizard.Driver().Database().DatabaseOpen());
+  EXPECT_EQ(wizard.Driver().TotalLines(), 0);
+  // Only the archive is left in the folder.
+  std::vector<std::string> left;
+  for (const auto& e : std::filesystem::directory_iterator(t.dir.path() / "a"))
+    left.push_back(e.path().filename().string());
+  EXPECT_EQ(left, std::vector<std::string>{"ARCHIVE.ZIP"});
+  // No question: nothing had been opened for scanning yet.
+  EXPECT_EQ(t.Messages(), std::vector<std::string>{std::string(kAreYouSure)});
+}
+
 TEST(SiteAlerts, ActiveVisitorThresholdsAndQuietTimesAsTheProductKeepsThem) {
   ScanWorld t;
   t.AddSite("Alpha", "a");
