@@ -143,6 +143,19 @@ TEST(Archive, DamagedArchivesKeepWhatWasUnpackedWithoutAMessage) {
   }
 }
 
+TEST(Archive, EncryptedMemberIsLeftOutAndTheRestUnpacked) {
+  InputWorld t;
+  if (!WriteZip(t.dir.path() / "logs/ARCHIVE.ZIP",
+                {{"secret.log", "hidden", false, false, true}, {"plain.log", "open"}})) {
+    GTEST_SKIP() << "this libzip cannot write encrypted members";
+  }
+  UnZipArchive(t.w(), t.ui, t.run, 1);
+  EXPECT_EQ(Names(t.dir.path() / "logs"),
+            (std::vector<std::string>{"ARCHIVE.ZIP", "plain.log"}));
+  EXPECT_NE(t.ErrorsLog().find("Archive member secret.log not unpacked"), std::string::npos);
+  EXPECT_EQ(t.ErrorsLog().find("not fully unpacked"), std::string::npos);
+}
+
 TEST(Archive, SizeBoundsAndCancelStopTheUnpacking) {
   {
     InputWorld t;

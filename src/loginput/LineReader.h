@@ -4,8 +4,9 @@
 // line, so a file whose lines end with LF alone reads as one long line. A Ctrl-Z byte (26) ends
 // the file, as it ends every text file the system reads line by line.
 // Unix mode (the site's UNIX flag): a line ends at an LF; a CR before it stays at the end of the
-// line. This is what reading the file in 256-byte chunks and cutting each chunk at its first LF
-// returns; the reader gets the same lines from large blocks instead of one read per line.
+// line. This is what GetNextLine, reading the file in 256-byte chunks and cutting each chunk at its
+// first LF, returns; the reader gets the same lines from large blocks instead of one read per
+// line, and the same positions (the byte after each LF).
 //
 // In both modes the file is a series of lines cut at their line ends, and the text after the
 // last line end is one more line: a file whose last line ends with a line end therefore gives a

@@ -84,6 +84,7 @@ struct Member {
   std::string bytes;
   bool symlink = false;
   bool store = false;  // stored without compression
+  bool encrypt = false;  // AES-encrypted with a password the reader does not have
 };
 
 // Writes a zip archive with the given members. Returns false when libzip refuses.
@@ -104,6 +105,11 @@ inline bool WriteZip(const std::filesystem::path& path, const std::vector<Member
                                        (0120777u) << 16);
     }
     if (m.store) zip_set_file_compression(z, static_cast<zip_uint64_t>(i), ZIP_CM_STORE, 0);
+    if (m.encrypt &&
+        zip_file_set_encryption(z, static_cast<zip_uint64_t>(i), ZIP_EM_AES_256, "secret") != 0) {
+      zip_discard(z);
+      return false;
+    }
   }
   return zip_close(z) == 0;
 }

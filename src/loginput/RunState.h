@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -61,9 +62,13 @@ class RunState {
   // The fields of the current hit; cleared at the start of each file.
   HitFields hits;
 
-  // The reading state of site `siteIndex` (created on first use). REQUIRES: siteIndex >= 0.
+  // The reading state of site `siteIndex` (created on first use). REQUIRES: siteIndex >= 0, else
+  // throws std::out_of_range.
   SiteReadState& Site(int siteIndex) {
-    if (static_cast<size_t>(siteIndex) >= sites_.size()) sites_.resize(siteIndex + 1);
+    if (siteIndex < 0) throw std::out_of_range("site index");
+    if (static_cast<size_t>(siteIndex) >= sites_.size()) {
+      sites_.resize(static_cast<size_t>(siteIndex) + 1);
+    }
     return sites_[static_cast<size_t>(siteIndex)];
   }
 

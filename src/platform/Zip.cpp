@@ -234,6 +234,15 @@ int ZipArchive::ExtractAll(const std::string& folderIn, const Events& events,
     zip_file_t* in = zip_fopen_index(zip_, index, 0);
     int result = kOk;
     if (!in) {
+      const int code = zip_error_code_zip(zip_get_error(zip_));
+      if (code == ZIP_ER_NOPASSWD || code == ZIP_ER_ENCRNOTSUPP || code == ZIP_ER_COMPNOTSUPP) {
+        // Readable archive, unreadable member: leave it out and go on.
+        ::close(fd);
+        ::unlink(temp.c_str());
+        skipped(member, zip_strerror(zip_));
+        zip_error_clear(zip_);
+        continue;
+      }
       error_ = member + ": " + zip_strerror(zip_);
       result = kCorrupt;
     }
