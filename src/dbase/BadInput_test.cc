@@ -293,6 +293,14 @@ TEST(BadInput, MissingOrStaleIndex) {
   d.push_back('\x1a');
   tytest::WriteFile(dbf, d);
   EXPECT_FALSE(CheckTable(dbf.string()).Ok());
+  {  // read-only, every key is compared with its record: rebuilt
+    Opened ro(dir, true);
+    ASSERT_EQ(ro.status, kOk);
+    EXPECT_TRUE(AnyContains(ro.notices, "record 251 is not the record's key")) << ro.AllNotices();
+    EXPECT_NE(ro.t.SeekKey(VisitorKey(250)), kOk);
+    EXPECT_EQ(ro.t.SeekNear("0.0.0.0"), kOk);
+    EXPECT_EQ(ro.t.RecNo(), 251);
+  }
 }
 
 TEST(BadInput, ClosedReadOnlyAndForeignCaseTables) {

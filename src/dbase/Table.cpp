@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <unordered_map>
 
 #include "dbase/DbfFile.h"
 #include "dbase/FieldSpec.h"
@@ -168,6 +169,7 @@ struct Table::Impl {
   int MergeAll();
   int MergeSelected() { return selected >= 0 ? Merge(tags[size_t(selected)]) : int(kOk); }
   bool SpotCheck(const Tag& t, std::string* why);
+  bool FullCheck(const Tag& t, std::string* why);
   uint32_t FirstOtherHolder(const Tag& t, const char* key, uint32_t except);
   int WriteIndex();
   std::vector<bool> FieldMdxFlags() const;
@@ -395,8 +397,13 @@ bool Table::Impl::LoadIndexFromMdx(std::string* why) {
       }
     }
     t.index->BulkLoad(walk.entries.data(), walk.count);
+    walk.entries.clear();
+    walk.entries.shrink_to_fit();
     t.merged = n;
-    if (!SpotCheck(t, why)) return false;
+    // Read-only tables are the ones handed over by others (the product's, the previous run's):
+    // every key is compared with its record. A table opened for writing gets a spread of
+    // records compared, which is what it costs to open a large table quickly.
+    if (!(readOnly ? FullCheck(t, why) : SpotCheck(t, why))) return false;
   }
   return true;
 }
@@ -427,6 +434,51 @@ bool Table::Impl::SpotCheck(const Tag& t, std::string* why) {
     }
     if (!ok) {
       *why = "tag " + t.name + " does not match record " + std::to_string(r);
+      return false;
+    }
+  }
+  return true;
+}
+
+// Compares every entry of tag t with the key of its record; for a unique tag also that every
+// distinct key is there, held by the first record that has it. (Counts and repeated records
+// were checked before.)
+bool Table::Impl::FullCheck(const Tag& t, std::string* why) {
+  const uint32_t n = dbf.RecordCount();
+  const size_t k = size_t(t.expr.KeyLength()), rl = size_t(dbf.RecordLength());
+  std::vector<char> keys(size_t(n) * k);
+  std::vector<char> chunk(size_t(std::min(kScanChunk, std::max(n, 1u))) * rl);
+  for (uint32_t at = 1; at <= n; at += kScanChunk) {
+    uint32_t cnt = std::min(kScanChunk, n - at + 1);
+    if (dbf.ReadRange(at, cnt, chunk.data()) != kOk) {
+      *why = "records unreadable";
+      return false;
+    }
+    for (uint32_t i = 0; i < cnt; ++i) t.expr.Evaluate(chunk.data() + size_t(i) * rl, &keys[size_t(at - 1 + i) * k]);
+  }
+  const TagIndex& ix = *t.index;
+  for (TagIndex::Pos p = ix.First(); p.Valid(); ix.Next(p)) {
+    uint32_t r = ix.RecnoAt(p);
+    if (std::memcmp(ix.KeyAt(p), &keys[size_t(r - 1) * k], k) != 0) {
+      *why = "tag " + t.name + ": the entry of record " + std::to_string(r) + " is not the record's key";
+      return false;
+    }
+  }
+  if (!t.unique) return true;
+  std::unordered_map<std::string_view, uint32_t> first;
+  first.reserve(n);
+  for (uint32_t r = 1; r <= n; ++r) first.emplace(std::string_view(&keys[size_t(r - 1) * k], k), r);
+  if (first.size() != ix.Size()) {
+    *why = "tag " + t.name + " holds " + std::to_string(ix.Size()) + " keys, the records have " +
+           std::to_string(first.size());
+    return false;
+  }
+  for (TagIndex::Pos p = ix.First(); p.Valid(); ix.Next(p)) {
+    uint32_t h = ix.RecnoAt(p);
+    uint32_t f = first[std::string_view(&keys[size_t(h - 1) * k], k)];
+    if (f != h) {
+      *why = "tag " + t.name + ": record " + std::to_string(h) + " holds a key that record " +
+             std::to_string(f) + " has first";
       return false;
     }
   }

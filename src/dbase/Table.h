@@ -102,7 +102,8 @@ class Table {
   // The current record is the top of the first tag's order.
   int OpenTable();
   // The same without any writing: every change returns kReadOnly, and a rebuilt index stays in
-  // memory only. A .DBF shorter than its header's record count is read up to its last whole
+  // memory only. Every key of the .MDX is compared with its record (opened for writing, the
+  // tree's structure, its counts and a spread of records are). A .DBF shorter than its header's record count is read up to its last whole
   // record, with a notice.
   int OpenTableReadOnly();
   bool IsOpen() const;
