@@ -55,7 +55,8 @@ TEST(MatchAlert, EnginesAndSearchWordsFromTheReferrer) {
   startup::Alert& first = AddDefinition(w, 1, 3);
   Fill(first.engineList, first.engineCount, {".google."});
   Fill(first.wordList, first.wordCount, {"cheap"});
-  const auto cheap = VisitFrom("1.1.1.1", "1.1.1.1", "http://www.Google.com/search?q=cheap+flights");
+  const auto cheap =
+      VisitFrom("1.1.1.1", "1.1.1.1", "http://www.Google.com/search?q=cheap+flights");
   EXPECT_EQ(MatchAlert(w, 1, cheap), 1);
   // The last word has no blank after it; the k-th word is searched from position k.
   w.alerts[1].wordList[1] = "flights";

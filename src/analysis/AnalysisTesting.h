@@ -102,10 +102,11 @@ struct Run {
   }
   // A W3C line of the columns in kFields.
   void Hit(const std::string& date, const std::string& time, const std::string& ip,
-           const std::string& page, int status = 200, const std::string& agent = "Mozilla/4.0+(compatible;+MSIE+6.0)",
+           const std::string& page, int status = 200,
+           const std::string& agent = "Mozilla/4.0+(compatible;+MSIE+6.0)",
            const std::string& referrer = "-", const std::string& method = "GET", int site = 1) {
-    Hit(date + " " + time + " " + ip + " - " + method + " " + page + " - " + std::to_string(status) +
-            " " + agent + " " + referrer,
+    Hit(date + " " + time + " " + ip + " - " + method + " " + page + " - " +
+            std::to_string(status) + " " + agent + " " + referrer,
         site);
   }
   // Writes the caches and closes the tables, so that they can be read back.

@@ -152,7 +152,8 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
     LowerAsciiInto(std::string_view(page).substr(dot + 1), extension_);
     if (!IsPageExtension(extension_)) return true;  // not a page: not counted at all
     const std::string_view trimmed = TrimBlanks(page);
-    const size_t lead = trimmed.empty() ? page.size() : static_cast<size_t>(trimmed.data() - page.data());
+    const size_t lead =
+        trimmed.empty() ? page.size() : static_cast<size_t>(trimmed.data() - page.data());
     page.resize(lead + trimmed.size());
     page.erase(0, lead);
     if (!page.empty() && page.front() == '/') page.erase(0, 1);

@@ -15,7 +15,8 @@ using antest::Record;
 
 const std::string kDay = "2026-11-20";
 
-int CountWhere(const std::vector<Record>& rows, const std::string& field, const std::string& value) {
+int CountWhere(const std::vector<Record>& rows, const std::string& field,
+               const std::string& value) {
   int n = 0;
   for (const Record& r : rows) n += r.at(field) == value;
   return n;

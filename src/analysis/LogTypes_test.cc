@@ -69,7 +69,8 @@ TEST(LogTypes, TabLogTakesTheReferrerFromTheRequestAndTheQueryOnlyWhenAskedFor) 
   EXPECT_EQ(Open(run, 1).query, "");  // INCLUDEQUERY is off
   EXPECT_EQ(Open(run, 1).referrer, "http://www.example.com/dir/");
   run.world.site(1).includeQuery = true;
-  run.Hit("2026-11-20\t10:01:00\t10.0.0.1\thttp://www.example.com/dir/next.htm?y=22\t200\tWget/1.0");
+  run.Hit("2026-11-20\t10:01:00\t10.0.0.1\thttp://www.example.com/dir/next.htm?y=22\t200\t"
+          "Wget/1.0");
   EXPECT_EQ(Open(run, 1).currentPage, "next.htm");
   EXPECT_EQ(Open(run, 1).query, "?y=22");
 }

@@ -17,9 +17,9 @@ namespace analysis {
 void ScanToRemove(VisitTable& visits, database::F& f, RunState& run, vb::Date fileDate,
                   int32_t inactivityMins);
 
-// Writes every marked visit (VisitTable::Mark) back to its "Visits" record (UpdateVisitInDatabase), lowering its
-// site's visitor total by one while above 0, then rebuilds the table without the marked visits,
-// keeping the order of the others. Visit indexes taken before this call are invalid after it.
+// Writes every marked visit (VisitTable::Mark) back to its "Visits" record
+// (UpdateVisitInDatabase), lowering its site's visitor total by one while above 0, then drops the
+// marked visits from the table, keeping the order of the others. Visit indexes taken before this call are invalid after it.
 void RemoveInactive(VisitTable& visits, database::F& f, RunState& run);
 
 }  // namespace analysis
