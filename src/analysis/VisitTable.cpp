@@ -9,6 +9,7 @@ namespace analysis {
 
 namespace {
 constexpr size_t kMaxIndexedMasks = 64;
+constexpr size_t kFirstBuckets = 64;  // a power of two
 }
 
 VisitTable::VisitTable(std::vector<std::string> hostMasks) : masks_(std::move(hostMasks)) {
@@ -22,7 +23,8 @@ void VisitTable::Clear() {
   open_ = 0;
   marked_.clear();
   byMask_.assign(masks_.size(), {});
-  byAddress_.clear();
+  buckets_.assign(kFirstBuckets, Bucket{});
+  bucketsUsed_ = 0;
 }
 
 int32_t VisitTable::Next(int32_t i) const {
@@ -49,6 +51,11 @@ int32_t VisitTable::Append(int32_t siteIndex, std::string_view clientAddress) {
   slots_.emplace_back();
   const auto i = static_cast<int32_t>(slots_.size()) - 1;
   Slot& s = slots_.back();
+  // A record from the pool brings the text buffers of a visit that ended.
+  if (!pool_.empty()) {
+    s.visit = std::move(pool_.back());
+    pool_.pop_back();
+  }
   s.visit.siteIndex = siteIndex;
   s.visit.clientAddress.assign(clientAddress);
   s.visit.hostName.assign(clientAddress);
@@ -59,27 +66,102 @@ int32_t VisitTable::Append(int32_t siteIndex, std::string_view clientAddress) {
   return i;
 }
 
+// ---- the address index -------------------------------------------------------------------------
+
+uint32_t VisitTable::HashOf(int32_t siteIndex, std::string_view address) {
+  // FNV-1a over the address, the site mixed in first; addresses are short.
+  uint64_t h = 0xcbf29ce484222325ull ^ static_cast<uint32_t>(siteIndex);
+  h *= 0x100000001b3ull;
+  for (const char c : address) {
+    h ^= static_cast<unsigned char>(c);
+    h *= 0x100000001b3ull;
+  }
+  return static_cast<uint32_t>(h ^ (h >> 32));
+}
+
+size_t VisitTable::FindBucket(int32_t siteIndex, std::string_view address, uint32_t hash) const {
+  const size_t mask = buckets_.size() - 1;
+  for (size_t b = hash & mask;; b = (b + 1) & mask) {
+    const Bucket& bucket = buckets_[b];
+    if (bucket.head == 0) return b;
+    if (bucket.hash != hash) continue;
+    const database::Visit& v = slots_[static_cast<size_t>(bucket.head)].visit;
+    if (v.siteIndex == siteIndex && v.clientAddress == address) return b;
+  }
+}
+
+void VisitTable::GrowBuckets() {
+  std::vector<Bucket> old(buckets_.size() * 2);
+  old.swap(buckets_);
+  const size_t mask = buckets_.size() - 1;
+  for (const Bucket& bucket : old) {
+    if (bucket.head == 0) continue;
+    size_t b = bucket.hash & mask;
+    while (buckets_[b].head != 0) b = (b + 1) & mask;
+    buckets_[b] = bucket;
+  }
+}
+
+// Empties bucket b and moves later buckets of its probe run back, so that no lookup stops early.
+void VisitTable::EraseBucket(size_t b) {
+  const size_t mask = buckets_.size() - 1;
+  size_t hole = b;
+  for (size_t next = (b + 1) & mask; buckets_[next].head != 0; next = (next + 1) & mask) {
+    const size_t home = buckets_[next].hash & mask;
+    // The bucket at `next` may fill the hole when its home is not between the hole and it.
+    const bool between = hole <= next ? (hole < home && home <= next) : (hole < home || home <= next);
+    if (between) continue;
+    buckets_[hole] = buckets_[next];
+    hole = next;
+  }
+  buckets_[hole] = Bucket{};
+  --bucketsUsed_;
+}
+
 void VisitTable::IndexAddress(int32_t i) {
-  const database::Visit& v = slots_[static_cast<size_t>(i)].visit;
-  if (v.siteIndex < 0) return;
-  const auto site = static_cast<size_t>(v.siteIndex);
-  if (byAddress_.size() <= site) byAddress_.resize(site + 1);
-  AddressIndex& index = byAddress_[site];
-  auto it = index.find(std::string_view(v.clientAddress));
-  if (it == index.end()) it = index.emplace(v.clientAddress, std::vector<int32_t>{}).first;
-  std::vector<int32_t>& list = it->second;
-  list.insert(std::upper_bound(list.begin(), list.end(), i), i);
+  Slot& s = slots_[static_cast<size_t>(i)];
+  s.nextSame = 0;
+  if (s.visit.siteIndex < 0) return;
+  if ((bucketsUsed_ + 1) * 2 > buckets_.size()) GrowBuckets();
+  const uint32_t hash = HashOf(s.visit.siteIndex, s.visit.clientAddress);
+  const size_t b = FindBucket(s.visit.siteIndex, s.visit.clientAddress, hash);
+  Bucket& bucket = buckets_[b];
+  if (bucket.head == 0) {
+    bucket = Bucket{hash, i};
+    ++bucketsUsed_;
+    return;
+  }
+  // Into the chain in table order (nearly always at its end, and the chain nearly always one long).
+  if (i < bucket.head) {
+    s.nextSame = bucket.head;
+    bucket.head = i;
+    return;
+  }
+  int32_t at = bucket.head;
+  while (slots_[static_cast<size_t>(at)].nextSame != 0 &&
+         slots_[static_cast<size_t>(at)].nextSame < i)
+    at = slots_[static_cast<size_t>(at)].nextSame;
+  s.nextSame = slots_[static_cast<size_t>(at)].nextSame;
+  slots_[static_cast<size_t>(at)].nextSame = i;
 }
 
 void VisitTable::UnindexAddress(int32_t i) {
-  const database::Visit& v = slots_[static_cast<size_t>(i)].visit;
-  if (v.siteIndex < 0 || static_cast<size_t>(v.siteIndex) >= byAddress_.size()) return;
-  AddressIndex& index = byAddress_[static_cast<size_t>(v.siteIndex)];
-  auto it = index.find(std::string_view(v.clientAddress));
-  if (it == index.end()) return;
-  std::vector<int32_t>& list = it->second;
-  list.erase(std::remove(list.begin(), list.end(), i), list.end());
-  if (list.empty()) index.erase(it);
+  Slot& s = slots_[static_cast<size_t>(i)];
+  if (s.visit.siteIndex < 0) return;
+  const uint32_t hash = HashOf(s.visit.siteIndex, s.visit.clientAddress);
+  const size_t b = FindBucket(s.visit.siteIndex, s.visit.clientAddress, hash);
+  Bucket& bucket = buckets_[b];
+  if (bucket.head == 0) return;
+  if (bucket.head == i) {
+    if (s.nextSame != 0) bucket.head = s.nextSame;
+    else EraseBucket(b);
+  } else {
+    int32_t at = bucket.head;
+    while (at != 0 && slots_[static_cast<size_t>(at)].nextSame != i)
+      at = slots_[static_cast<size_t>(at)].nextSame;
+    if (at != 0) slots_[static_cast<size_t>(at)].nextSame = s.nextSame;
+  }
+  s.nextSame = 0;
 }
 
 void VisitTable::Index(int32_t i) {
@@ -97,10 +179,8 @@ void VisitTable::Unindex(int32_t i) {
 }
 
 int32_t VisitTable::FindByAddress(int32_t siteIndex, std::string_view address) const {
-  if (siteIndex < 0 || static_cast<size_t>(siteIndex) >= byAddress_.size()) return 0;
-  const AddressIndex& index = byAddress_[static_cast<size_t>(siteIndex)];
-  auto it = index.find(address);
-  return it == index.end() ? 0 : it->second.front();
+  if (siteIndex < 0) return 0;
+  return buckets_[FindBucket(siteIndex, address, HashOf(siteIndex, address))].head;
 }
 
 int32_t VisitTable::FirstWithHostMask(size_t maskSlot) const {
@@ -133,45 +213,66 @@ void VisitTable::Mark(int32_t i) {
   marked_.push_back(i);
 }
 
-int32_t VisitTable::RemoveMarked(const std::function<void(int32_t)>& writeOut) {
+const std::vector<int32_t>& VisitTable::TakeMarked() {
   // The marked visits that are still open and still ended, in table order.
   std::sort(marked_.begin(), marked_.end());
   marked_.erase(std::unique(marked_.begin(), marked_.end()), marked_.end());
-  std::vector<int32_t> gone;
-  gone.swap(marked_);
-  gone.erase(std::remove_if(gone.begin(), gone.end(),
-                            [&](int32_t i) {
-                              const Slot& s = slots_[static_cast<size_t>(i)];
-                              return !s.open || !s.visit.ended;
-                            }),
-             gone.end());
-  for (int32_t i : gone) writeOut(i);
-  for (int32_t i : gone) {
+  gone_.swap(marked_);
+  marked_.clear();
+  gone_.erase(std::remove_if(gone_.begin(), gone_.end(),
+                             [&](int32_t i) {
+                               const Slot& s = slots_[static_cast<size_t>(i)];
+                               return !s.open || !s.visit.ended;
+                             }),
+              gone_.end());
+  return gone_;
+}
+
+int32_t VisitTable::DropTaken() {
+  for (int32_t i : gone_) {
     Slot& s = slots_[static_cast<size_t>(i)];
     Unindex(i);
     s.open = false;
+    // Blanked by assignment from a blank visit: the strings keep their buffers.
     s.visit = database::Visit{};
     --open_;
   }
   // Vacant indexes at the end are given back at once; the others once they are the majority.
-  while (slots_.size() > 1 && !slots_.back().open) slots_.pop_back();
+  DropTail();
   if (static_cast<size_t>(open_) * 2 + 64 < slots_.size()) Compact();
-  const auto removed = static_cast<int32_t>(gone.size());
-  marked_.swap(gone);  // keep the buffer
+  const auto removed = static_cast<int32_t>(gone_.size());
+  gone_.clear();
+  // Marks made while the visits were written out are not kept.
   marked_.clear();
   return removed;
 }
 
+// Gives back the vacant slots at the end of the table; their visit records go to the pool.
+void VisitTable::DropTail() {
+  while (slots_.size() > 1 && !slots_.back().open) {
+    pool_.push_back(std::move(slots_.back().visit));
+    slots_.pop_back();
+  }
+}
+
 void VisitTable::Compact() {
+  // The open visits move down in order; the vacant records they leave go to the pool. The
+  // address index is rebuilt in place from the new numbers.
   size_t out = 1;
   for (size_t i = 1; i < slots_.size(); ++i) {
     if (!slots_[i].open) continue;
-    if (out != i) slots_[out] = std::move(slots_[i]);
+    if (out != i) {
+      std::swap(slots_[out].visit, slots_[i].visit);
+      slots_[out].maskBits = slots_[i].maskBits;
+      slots_[out].open = true;
+      slots_[i].open = false;
+    }
     ++out;
   }
-  slots_.resize(out);
+  DropTail();
   for (auto& s : byMask_) s.clear();
-  for (auto& m : byAddress_) m.clear();
+  std::fill(buckets_.begin(), buckets_.end(), Bucket{});
+  bucketsUsed_ = 0;
   for (int32_t i = First(); i != 0; i = Next(i)) Index(i);
 }
 

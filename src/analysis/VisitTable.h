@@ -12,16 +12,18 @@
 // half the indexes are vacant, RemoveMarked closes the gaps (renumbering the visits, in order).
 // Walk the open visits with First()/Next().
 //
+// In the steady state of a long scan nothing here allocates: the address index is one flat
+// open-addressing table whose size only grows, and a dropped visit's record goes to a pool with its
+// text buffers, from which the next Append takes it.
+//
 // Every change of a visit's client address or host name must go through SetClientAddress /
 // SetHostName so that the indexes stay right.
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <set>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "database/Visit.h"
@@ -73,7 +75,12 @@ class VisitTable {
   // Calls `writeOut(i)` for every visit marked since the last call whose ended flag is still set,
   // in table order, then drops them from the table, keeping the order of the rest. Returns the
   // number dropped. Every index taken before the call is invalid after it.
-  int32_t RemoveMarked(const std::function<void(int32_t)>& writeOut);
+  template <class WriteOut>
+  int32_t RemoveMarked(WriteOut&& writeOut) {
+    const std::vector<int32_t>& gone = TakeMarked();
+    for (int32_t i : gone) writeOut(i);
+    return DropTaken();
+  }
 
   // Empties the table (a new run).
   void Clear();
@@ -82,29 +89,44 @@ class VisitTable {
   struct Slot {
     database::Visit visit;
     uint64_t maskBits = 0;  // which host masks the host name matches
+    int32_t nextSame = 0;   // the next open visit with the same site and address, or 0
     bool open = false;
   };
-  struct Hash {
-    using is_transparent = void;
-    size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
+  // One bucket of the address index: the first open visit (in table order) of one site and
+  // address, and the hash of that pair. head 0 = empty bucket.
+  struct Bucket {
+    uint32_t hash = 0;
+    int32_t head = 0;
   };
-  // Per site: address -> the open visits with that address, in table order (nearly always one).
-  using AddressIndex =
-      std::unordered_map<std::string, std::vector<int32_t>, Hash, std::equal_to<>>;
 
+  // RemoveMarked in two halves: the marked visits that are still open and still ended, in table
+  // order; then dropping them (and closing the gaps when they are the majority).
+  const std::vector<int32_t>& TakeMarked();
+  int32_t DropTaken();
+  static uint32_t HashOf(int32_t siteIndex, std::string_view address);
+  // The bucket of (siteIndex, address), or the empty bucket where it would go.
+  size_t FindBucket(int32_t siteIndex, std::string_view address, uint32_t hash) const;
+  void GrowBuckets();
+  void EraseBucket(size_t b);
   uint64_t MatchMasks(std::string_view hostName) const;
   void IndexAddress(int32_t i);
   void UnindexAddress(int32_t i);
   void Index(int32_t i);
   void Unindex(int32_t i);
+  void DropTail();
   void Compact();
 
   std::vector<Slot> slots_;                 // slot 0 unused
   int32_t open_ = 0;
   std::vector<int32_t> marked_;             // marked since the last RemoveMarked
+  std::vector<int32_t> gone_;               // RemoveMarked's list, kept for its buffer
   std::vector<std::string> masks_;
   std::vector<std::set<int32_t>> byMask_;   // per mask: the open visits whose host name matches
-  std::vector<AddressIndex> byAddress_;     // per site index
+  // The address index: (site, address) -> the first open visit with them, the others chained
+  // through Slot::nextSame in table order. Linear probing; the size is a power of two.
+  std::vector<Bucket> buckets_;
+  size_t bucketsUsed_ = 0;
+  std::vector<database::Visit> pool_;       // dropped visits, blank, with their text buffers
 };
 
 }  // namespace analysis
