@@ -47,6 +47,26 @@ bool ClassMatches(std::string_view p, size_t i, size_t len, char c) {
   return found != negate;
 }
 
+// A quick necessary condition: the part of the pattern after its last "*" stands for exactly as
+// many characters at the end of the text, one each, so those characters are checked first (most
+// texts a mask is tried on fail here, e.g. an address against "*.example.com"). A tail with a
+// pattern with a class anywhere ("[]" stands for no character, "[*]" for a star) is not checked
+// here.
+bool TailFits(std::string_view text, std::string_view pattern) {
+  if (pattern.find('[') != std::string_view::npos) return true;
+  const size_t star = pattern.rfind('*');
+  const std::string_view tail =
+      star == std::string_view::npos ? pattern : pattern.substr(star + 1);
+  if (tail.size() > text.size()) return false;
+  const std::string_view end = text.substr(text.size() - tail.size());
+  for (size_t i = 0; i < tail.size(); ++i) {
+    const char pc = tail[i], c = end[i];
+    if (pc == '?') continue;
+    if (pc == '#' ? !(c >= '0' && c <= '9') : pc != c) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 bool IsValidLikePattern(std::string_view pattern) {
@@ -64,6 +84,7 @@ bool Like(std::string_view text, std::string_view pattern) {
   // A malformed pattern is an error for the run-time; here it simply matches nothing, so that a
   // bad exclusion or mask in a configuration file never stops a scan.
   if (!IsValidLikePattern(pattern)) return false;
+  if (!TailFits(text, pattern)) return false;
 
   const size_t n = text.size(), m = pattern.size();
   size_t t = 0, p = 0;
