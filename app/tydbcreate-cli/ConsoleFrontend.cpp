@@ -16,12 +16,27 @@ namespace cli {
 namespace {
 
 // The one piece of process-wide state here: a signal handler has nowhere else to leave word.
-std::atomic<bool> gInterrupted{false};
+std::atomic<bool> gInterrupted{false};  // SIGINT: the Cancel button
+std::atomic<bool> gTerminated{false};   // SIGTERM, SIGHUP: cancel without asking
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-extern "C" void OnInterrupt(int) { gInterrupted.store(true, std::memory_order_relaxed); }
+extern "C" void OnSignal(int sig) {
+  (sig == SIGINT ? gInterrupted : gTerminated).store(true, std::memory_order_relaxed);
+}
 
-struct sigaction gPreviousAction;
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+struct sigaction gPrevious[3];
+
+// Installs OnSignal for the three signals; `restart` lets interrupted system calls go on.
+bool InstallHandlers(bool restart, struct sigaction* previous) {
+  struct sigaction action {};
+  action.sa_handler = OnSignal;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = restart ? SA_RESTART : 0;
+  bool ok = true;
+  for (int i = 0; i < 3; ++i) ok = sigaction(kSignals[i], &action, previous ? &previous[i] : nullptr) == 0 && ok;
+  return ok;
+}
 
 constexpr auto kRedrawEvery = std::chrono::milliseconds(250);
 
@@ -62,17 +77,16 @@ ConsoleFrontend::ConsoleFrontend(ConsoleSettings settings) : settings_(settings)
 
 ConsoleFrontend::~ConsoleFrontend() {
   ClearStatus();
-  if (handlerInstalled_) sigaction(SIGINT, &gPreviousAction, nullptr);
+  if (handlerInstalled_)
+    for (int i = 0; i < 3; ++i) sigaction(kSignals[i], &gPrevious[i], nullptr);
 }
 
 void ConsoleFrontend::CatchInterrupts() {
   if (handlerInstalled_) return;
   gInterrupted.store(false);
-  struct sigaction action {};
-  action.sa_handler = OnInterrupt;
-  sigemptyset(&action.sa_mask);
-  action.sa_flags = SA_RESTART;
-  handlerInstalled_ = sigaction(SIGINT, &action, &gPreviousAction) == 0;
+  gTerminated.store(false);
+  // System calls of the scan (file reads and writes) go on after a signal.
+  handlerInstalled_ = InstallHandlers(true, gPrevious);
 }
 
 void ConsoleFrontend::SetCaption(platform::Label label, std::string_view text) {
@@ -119,11 +133,23 @@ platform::MsgResult ConsoleFrontend::Ask(std::string_view question) {
     return platform::MsgResult::Yes;
   }
   ClearStatus();
+  // At the prompt a Ctrl-C interrupts the read: it answers No to the start question and Yes to
+  // the cancel question ("cancel, really").
+  gInterrupted.store(false);
+  if (handlerInstalled_) InstallHandlers(false, nullptr);
   std::cerr << Lines(question) << " [y/N] ";
   std::cerr.flush();
   std::string answer;
-  if (!std::getline(std::cin, answer)) answer.clear();
-  gInterrupted.store(false);  // a Ctrl-C pressed at the prompt is answered by the prompt
+  const bool read = !gInterrupted.load() && static_cast<bool>(std::getline(std::cin, answer));
+  if (handlerInstalled_) InstallHandlers(true, nullptr);
+  if (!read) {
+    std::cin.clear();
+    answer.clear();
+  }
+  if (gInterrupted.exchange(false)) {
+    std::cerr << "\n";
+    return startQuestion ? platform::MsgResult::No : platform::MsgResult::Yes;
+  }
   answer = std::string(vb::Trim(answer));
   return (answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes" || answer == "YES")
              ? platform::MsgResult::Yes
@@ -131,6 +157,11 @@ platform::MsgResult ConsoleFrontend::Ask(std::string_view question) {
 }
 
 bool ConsoleFrontend::Yield() {
+  if (gTerminated.load() && !cancelled_) {
+    ClearStatus();
+    if (terminateHandler_) terminateHandler_();
+    cancelled_ = true;
+  }
   if (gInterrupted.exchange(false) && !cancelled_) {
     ClearStatus();
     cancelled_ = cancelHandler_ ? cancelHandler_() : true;

@@ -5,7 +5,8 @@
 //
 // Ctrl-C only sets a flag (the signal handler does nothing else); the flag is read at the scan's
 // next yield, which then runs the window's Cancel logic. Without a terminal on stdin questions
-// cannot be asked: the start question is refused, a cancel is confirmed at once.
+// cannot be asked: the start question is refused, a cancel is confirmed at once. A termination
+// signal (SIGTERM, SIGHUP) is a cancel that asks nothing: the tables are still closed properly.
 #pragma once
 
 #include <chrono>
@@ -39,11 +40,14 @@ class ConsoleFrontend final : public platform::Frontend {
   explicit ConsoleFrontend(ConsoleSettings settings);
   ~ConsoleFrontend() override;
 
-  // Installs the Ctrl-C handler (until destruction). The handler sets a flag that Yield reads.
+  // Installs the handlers of SIGINT, SIGTERM and SIGHUP (until destruction). They set flags that
+  // Yield reads.
   void CatchInterrupts();
-  // Runs the window's Cancel logic at a yield after Ctrl-C; returns true when the cancel is
+  // The window's Cancel logic, run at a yield after Ctrl-C; returns true when the cancel is
   // confirmed. Until set, Ctrl-C cancels at once.
   void SetCancelHandler(std::function<bool()> handler) { cancelHandler_ = std::move(handler); }
+  // The cancel without a question, run at a yield after SIGTERM or SIGHUP.
+  void SetTerminateHandler(std::function<void()> handler) { terminateHandler_ = std::move(handler); }
   void SetProgressSource(std::function<ScanProgress()> source) { progress_ = std::move(source); }
 
   void SetCaption(platform::Label label, std::string_view text) override;
@@ -75,6 +79,7 @@ class ConsoleFrontend final : public platform::Frontend {
   std::map<platform::Label, std::string> captions_;
   std::vector<std::string> messages_;
   std::function<bool()> cancelHandler_;
+  std::function<void()> terminateHandler_;
   std::function<ScanProgress()> progress_;
   bool cancelled_ = false;
   bool statusShown_ = false;

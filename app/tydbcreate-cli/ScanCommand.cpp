@@ -81,7 +81,8 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
     std::cerr << "tydbcreate-cli: " << error << "\n";
     return kExitUsage;
   }
-  // Ctrl-C is caught from here on: pressed before the first yield it cancels there.
+  // Ctrl-C (and SIGTERM, SIGHUP) are caught from here on: sent before the first yield, they
+  // cancel there.
   ConsoleSettings settings;
   settings.quiet = options.quiet;
   settings.statusLine = !options.quiet && isatty(STDERR_FILENO) == 1;
@@ -114,6 +115,7 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
 
     wizard::ScanDriver& driver = window.Driver();
     ui.SetCancelHandler([&window] { return window.Cancel(); });
+    ui.SetTerminateHandler([&window] { window.CancelNow(); });
     ui.SetProgressSource([&driver, &ui] {
       ScanProgress p;
       p.lines = driver.TotalLines();

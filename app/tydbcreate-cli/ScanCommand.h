@@ -16,7 +16,7 @@ inline constexpr int kExitAllFtp = 5;          // every site's logs come by FTP
 inline constexpr int kExitServiceRunning = 6;  // the monitoring product runs as a service
 inline constexpr int kExitNotConfirmed = 7;    // "Are you sure?" was not answered Yes
 inline constexpr int kExitDatabaseFailed = 8;  // the database could not be created
-inline constexpr int kExitCancelled = 9;       // Ctrl-C: the scan was cancelled
+inline constexpr int kExitCancelled = 9;       // Ctrl-C, SIGTERM or SIGHUP: cancelled
 
 struct ScanOptions {
   std::string appFolder;  // the optional APPFOLDER argument

@@ -18,7 +18,7 @@ int main(int argc, char** argv) {
       "Exit status: 0 done (scan completed), 1 start-up failed, 2 bad usage or option value, 3 "
       "another copy is running, 4 no sites are set up, 5 every site's logs come by FTP, 6 the "
       "monitoring product runs as a service, 7 \"Are you sure?\" not answered Yes, 8 the "
-      "database could not be created, 9 the scan was cancelled (Ctrl-C).");
+      "database could not be created, 9 the scan was cancelled (Ctrl-C, SIGTERM, SIGHUP).");
 
   cli::ClockOptions clock;
   cli::AddClockOptions(app, clock);

@@ -146,6 +146,11 @@ bool Wizard::Cancel() {
   return true;
 }
 
+void Wizard::CancelNow() {
+  if (driver_.Input().unzipping) driver_.Input().AbortUnzip();
+  cancelConfirmed_ = true;
+}
+
 void Wizard::Unload() {
   try {
     driver_.Database().CloseDatabase();

@@ -82,6 +82,9 @@ class Wizard {
   // aborted. 3. Returns true: the window is to close (during a scan: the front-end's Yield
   // returns false from now on, and the scan closes the database and ends).
   bool Cancel();
+  // The same without the question, for a cancel that is not the user's choice to make (the
+  // system is shutting the program down): an unpacking is aborted and the cancel is confirmed.
+  void CancelNow();
 
   // The shut-down: closes the database (failures ignored) and writes the robot list back when the
   // scan changed it. Safe to call more than once. Never throws.
