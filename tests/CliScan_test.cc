@@ -126,9 +126,9 @@ TEST(CliScan, DemoJsonParsesAndMatchesTheMessagesAndTheTables) {
   EXPECT_EQ(j["visitRecordsAdded"].number, Records(data, "Visits"));
   EXPECT_EQ(j["pageViewRecordsAdded"].number, Records(data, "Pages"));
   EXPECT_EQ(j["exceptionRecordsAdded"].number, Records(data, "Exceptions"));
-  EXPECT_NE(summary.find("\r\n" + std::to_string(Records(data, "Visits")) +
-                         " visit records added.\r\n"),
-            std::string::npos);
+  EXPECT_NE(
+      summary.find("\r\n" + std::to_string(Records(data, "Visits")) + " visit records added.\r\n"),
+      std::string::npos);
 
   // Without --json the summary itself is printed, with plain line ends; a second run rebuilds
   // the same tables from scratch.
@@ -175,9 +175,9 @@ TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {
     // The data folder's name is taken by a file: the database cannot be created.
     Demo demo;
     tytest::WriteFile(demo.dir.path() / "blocked", "x");
-    const Outcome o = RunCli({"--yes", "--json", demo.str()},
-                             "[Software\\Fenwright\\Tallyo \\Settings]\nDDFPath=" + demo.str() +
-                                 "blocked/\n");
+    const Outcome o =
+        RunCli({"--yes", "--json", demo.str()},
+               "[Software\\Fenwright\\Tallyo \\Settings]\nDDFPath=" + demo.str() + "blocked/\n");
     EXPECT_EQ(o.status, 8);
     EXPECT_NE(o.err.find("Failed to create database. Tallyo may still be running."),
               std::string::npos);
@@ -205,15 +205,15 @@ TEST(CliScan, CtrlCWithoutATerminalCancelsAtOnceAndClosesTheTables) {
   // A log long enough that the interrupt arrives while it is read.
   std::string log = "#Fields: date time c-ip cs-method cs-uri-stem sc-status\r\n";
   for (int i = 0; i < 1000000; ++i)
-    log += "2026-10-01 10:" + std::to_string(10 + i % 50) + ":00 10.2." +
-           std::to_string(i % 200) + "." + std::to_string(i % 7) + " GET /a" +
-           std::to_string(i % 900) + ".htm 200\r\n";
+    log += "2026-10-01 10:" + std::to_string(10 + i % 50) + ":00 10.2." + std::to_string(i % 200) +
+           "." + std::to_string(i % 7) + " GET /a" + std::to_string(i % 900) + ".htm 200\r\n";
   tytest::WriteFile(demo.dir.path() / "logs/w3c/ex999999.log", log);
   tytest::TempDir scratch;
   Cli cli({"--yes", "--json", demo.str()}, scratch);
   // Without a status line the program names each file on stderr as it starts reading it.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (tytest::ReadFile(scratch.path() / "stderr.txt").find("ex999999.log") == std::string::npos &&
+  while (tytest::ReadFile(scratch.path() / "stderr.txt").find("ex999999.log") ==
+             std::string::npos &&
          std::chrono::steady_clock::now() < deadline)
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   cli.Interrupt();

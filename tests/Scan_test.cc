@@ -96,7 +96,8 @@ std::vector<std::string> Defects(const std::string& folder) {
   return out;
 }
 
-bool WriteZip(const fs::path& path, const std::vector<std::pair<std::string, std::string>>& members) {
+bool WriteZip(const fs::path& path,
+              const std::vector<std::pair<std::string, std::string>>& members) {
   int err = 0;
   zip_t* z = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
   if (!z) return false;
@@ -167,7 +168,8 @@ TEST(Scan, BadInputNeverStopsTheRunNorWritesOutsideTheLogFolder) {
   std::string garbage;
   for (int i = 0; i < 300000; ++i) garbage += static_cast<char>(random() & 0xFF);
   tytest::WriteFile(app.dir.path() / "garbage/a.log", garbage);
-  tytest::WriteFile(app.dir.path() / "garbage/b.log", "#Fields: date time c-ip cs-uri-stem\r\n" + garbage);
+  tytest::WriteFile(app.dir.path() / "garbage/b.log",
+                    "#Fields: date time c-ip cs-uri-stem\r\n" + garbage);
   // A damaged archive beside a good log.
   tytest::WriteFile(app.dir.path() / "broken/ARCHIVE.ZIP", "PK\x03\x04" + garbage.substr(0, 5000));
   tytest::WriteFile(app.dir.path() / "broken/good.log", SmallW3c(10));

@@ -11,14 +11,13 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <string>
-
-#include <CLI/CLI.hpp>
 
 #include "dbase/Checker.h"
 #include "platform/Clock.h"
@@ -55,7 +54,8 @@ class HeadlessFrontend final : public platform::Frontend {
 fs::path DefaultGenerator() {
   std::error_code ec;
   const fs::path exe = fs::read_symlink("/proc/self/exe", ec);
-  for (fs::path dir = exe.parent_path(); !dir.empty() && dir != dir.root_path(); dir = dir.parent_path()) {
+  for (fs::path dir = exe.parent_path(); !dir.empty() && dir != dir.root_path();
+       dir = dir.parent_path()) {
     if (fs::exists(dir / "tools" / "gen-w3c-log.py")) return dir / "tools" / "gen-w3c-log.py";
   }
   return "tools/gen-w3c-log.py";
@@ -70,7 +70,8 @@ void WriteText(const fs::path& p, const std::string& text) {
 double CpuSeconds() {
   rusage ru{};
   getrusage(RUSAGE_SELF, &ru);
-  return ru.ru_utime.tv_sec + ru.ru_stime.tv_sec + (ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1e6;
+  return ru.ru_utime.tv_sec + ru.ru_stime.tv_sec +
+         (ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1e6;
 }
 
 long PeakRssKb() {
@@ -130,8 +131,8 @@ int main(int argc, char** argv) {
   // 3. Start-up, load checks, and the timed scan.
   const platform::IniRegistry registry = platform::IniRegistry::FromText("");
   const platform::SystemClock clock;
-  startup::MainResult started =
-      startup::Main(startup::MainArgs{root.string(), root.string(), registry, clock, root.string()});
+  startup::MainResult started = startup::Main(
+      startup::MainArgs{root.string(), root.string(), registry, clock, root.string()});
   if (started.status != startup::MainStatus::Ok) {
     std::cerr << "scanbench: start-up failed: " << started.failure << "\n";
     return 1;

@@ -34,7 +34,8 @@ bool InstallHandlers(bool restart, struct sigaction* previous) {
   sigemptyset(&action.sa_mask);
   action.sa_flags = restart ? SA_RESTART : 0;
   bool ok = true;
-  for (int i = 0; i < 3; ++i) ok = sigaction(kSignals[i], &action, previous ? &previous[i] : nullptr) == 0 && ok;
+  for (int i = 0; i < 3; ++i)
+    ok = sigaction(kSignals[i], &action, previous ? &previous[i] : nullptr) == 0 && ok;
   return ok;
 }
 
@@ -110,10 +111,14 @@ platform::MsgResult ConsoleFrontend::MessageBox(std::string_view text, platform:
   messages_.emplace_back(text);
   if (buttons == platform::MsgButtons::YesNo) return Ask(text);
   if (wizard::IsScanSummary(text)) return platform::MsgResult::Ok;
-  const bool warning = icon == platform::MsgIcon::Critical || icon == platform::MsgIcon::Exclamation;
+  const bool warning =
+      icon == platform::MsgIcon::Critical || icon == platform::MsgIcon::Exclamation;
   if (settings_.quiet && !warning) return platform::MsgResult::Ok;
   ClearStatus();
-  std::cerr << title << (icon == platform::MsgIcon::Critical ? " (error): " : warning ? " (warning): " : ": ")
+  std::cerr << title
+            << (icon == platform::MsgIcon::Critical ? " (error): "
+                : warning                           ? " (warning): "
+                                                    : ": ")
             << Lines(text) << "\n";
   std::cerr.flush();
   return platform::MsgResult::Ok;

@@ -22,10 +22,10 @@
 namespace cli {
 
 struct ConsoleSettings {
-  bool statusLine = false;   // draw the status line (stderr is a terminal and not --quiet)
-  bool quiet = false;        // only warnings and failures on stderr
+  bool statusLine = false;     // draw the status line (stderr is a terminal and not --quiet)
+  bool quiet = false;          // only warnings and failures on stderr
   bool askOnTerminal = false;  // stdin is a terminal: questions are asked there
-  bool assumeYes = false;    // --yes: the start question is answered Yes
+  bool assumeYes = false;      // --yes: the start question is answered Yes
 };
 
 // What the status line shows besides the captions; asked at most at each redraw.
@@ -47,7 +47,9 @@ class ConsoleFrontend final : public platform::Frontend {
   // confirmed. Until set, Ctrl-C cancels at once.
   void SetCancelHandler(std::function<bool()> handler) { cancelHandler_ = std::move(handler); }
   // The cancel without a question, run at a yield after SIGTERM or SIGHUP.
-  void SetTerminateHandler(std::function<void()> handler) { terminateHandler_ = std::move(handler); }
+  void SetTerminateHandler(std::function<void()> handler) {
+    terminateHandler_ = std::move(handler);
+  }
   void SetProgressSource(std::function<ScanProgress()> source) { progress_ = std::move(source); }
 
   void SetCaption(platform::Label label, std::string_view text) override;

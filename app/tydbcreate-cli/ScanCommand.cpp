@@ -17,11 +17,16 @@ namespace {
 
 int ExitStatus(wizard::StartResult result) {
   switch (result) {
-    case wizard::StartResult::Completed: return kExitOk;
-    case wizard::StartResult::ServiceRunning: return kExitServiceRunning;
-    case wizard::StartResult::NotConfirmed: return kExitNotConfirmed;
-    case wizard::StartResult::DatabaseFailed: return kExitDatabaseFailed;
-    case wizard::StartResult::Cancelled: return kExitCancelled;
+    case wizard::StartResult::Completed:
+      return kExitOk;
+    case wizard::StartResult::ServiceRunning:
+      return kExitServiceRunning;
+    case wizard::StartResult::NotConfirmed:
+      return kExitNotConfirmed;
+    case wizard::StartResult::DatabaseFailed:
+      return kExitDatabaseFailed;
+    case wizard::StartResult::Cancelled:
+      return kExitCancelled;
   }
   return kExitCancelled;
 }
@@ -109,8 +114,9 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
     // without, so the summary gives the time and the rate.
     const bool dnsWanted = options.dns || (!options.noDns && world.settings.reverseDns);
     if (dnsWanted && (options.dns || !options.quiet))
-      ui.Note("tydbcreate-cli: reverse DNS lookups are not available in this build; scanning "
-              "without them.");
+      ui.Note(
+          "tydbcreate-cli: reverse DNS lookups are not available in this build; scanning "
+          "without them.");
     window.SetDns(false);
 
     wizard::ScanDriver& driver = window.Driver();

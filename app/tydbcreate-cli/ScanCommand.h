@@ -2,9 +2,8 @@
 // the summary, run from the command line with a terminal (or nothing) as the window.
 #pragma once
 
-#include <string>
-
 #include <CLI/CLI.hpp>
+#include <string>
 
 #include "CliCommon.h"
 

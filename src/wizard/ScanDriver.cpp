@@ -59,7 +59,8 @@ ScanOutcome ScanDriver::ScanAllSites() {
     s.downloadsToday = 0;
     s.exceptionsToday2 = 0;
     s.lastSweepTime = analysis::kFirstSweep;
-    if (static_cast<size_t>(i) < siteTimes_.size()) siteTimes_[static_cast<size_t>(i)].runFlag = true;
+    if (static_cast<size_t>(i) < siteTimes_.size())
+      siteTimes_[static_cast<size_t>(i)].runFlag = true;
   }
   // 4. The DNS flag as the box stands now; the current log date starts at the present time.
   dnsFlag_ = dnsChecked_;
@@ -218,7 +219,8 @@ void ScanDriver::UpdateFileProgress(int32_t position) {
   const double max = bar.Max();
   // 2. The scale follows the bar's Max, not the file's size: a small file (Max below 10,000) is
   //    shown in units of 10,000 bytes and barely moves, and a file of 100,000,000 bytes or more is
-  //    shown in bytes and runs past Max. The bar refuses those values; kept as the product shows it.
+  //    shown in bytes and runs past Max. The bar refuses those values; kept as the product shows
+  //    it.
   const double value = max < kProgressUnit ? vb::RoundHalfEven(position / double(kProgressUnit))
                                            : static_cast<double>(position);
   // 3.

@@ -2,10 +2,9 @@
 // it reads, what it shows, how it fails, and how a Cancel ends it.
 #include "wizard/ScanDriver.h"
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include "loginput/LogInputTesting.h"
 #include "wizard/SiteAlerts.h"
@@ -87,11 +86,12 @@ TEST(ScanDriver, ProgressBarMaxFollowsTheFileSizeAndAZeroByteFileKeepsIt) {
   t.AddSite("Alpha", "a");
   t.Write("a/a.log", std::string(25000, '#') + "\r\n");  // 25,002 bytes: Max 2.5002
   t.Write("a/b.log", "");
-  t.Write("a/c.log", std::string(4998, '#') + "\r\n");   // 5,000 bytes: Max 5,000
+  t.Write("a/c.log", std::string(4998, '#') + "\r\n");  // 5,000 bytes: Max 5,000
   std::vector<std::pair<std::string, double>> maxAtFile;
   t.ui.onYield = [&](int) {
     const std::string& c = t.ui.captions[Label::Prog];
-    if (t.ui.grid.SelectedRow() > 0) maxAtFile.emplace_back(c.substr(c.size() - 5), t.ui.progress.Max());
+    if (t.ui.grid.SelectedRow() > 0)
+      maxAtFile.emplace_back(c.substr(c.size() - 5), t.ui.progress.Max());
     return true;
   };
   ScanDriver d(t.w(), t.ui, t.timer);
@@ -192,8 +192,8 @@ TEST(ScanDriver, ConfirmedCancelClosesTheDatabaseAndEndsTheRun) {
   ScanDriver& d = wizard.Driver();
   EXPECT_FALSE(d.Database().DatabaseOpen());
   EXPECT_EQ(d.TotalLines(), 500);
-  EXPECT_EQ(t.Messages(), (std::vector<std::string>{std::string(kAreYouSure),
-                                                    std::string(kCancelQuestion)}));
+  EXPECT_EQ(t.Messages(),
+            (std::vector<std::string>{std::string(kAreYouSure), std::string(kCancelQuestion)}));
   EXPECT_EQ(t.ui.CaptionsOf(Label::Site), std::vector<std::string>{"Scanning Site: Alpha"});
   // What was written before the Cancel is on disk and readable.
   EXPECT_GT(testing::RecordCount(t.Data(), "Visits"), 0);
@@ -282,7 +282,8 @@ TEST(ScanDriver, CancelDuringUnpackingAbortsItAndRemovesWhatWasUnpacked) {
   ScanWorld t;
   t.AddSite("Alpha", "a");
   std::vector<loginput::testing::Member> members;
-  for (int i = 0; i < 20; ++i) members.push_back({"ex" + std::to_string(10 + i) + ".log", W3cLog(50)});
+  for (int i = 0; i < 20; ++i)
+    members.push_back({"ex" + std::to_string(10 + i) + ".log", W3cLog(50)});
   ASSERT_TRUE(loginput::testing::WriteZip(t.dir.path() / "a" / "ARCHIVE.ZIP", members));
   Wizard wizard(t.w(), t.ui, t.timer);
   ASSERT_EQ(wizard.Load(), LoadResult::Ready);

@@ -20,7 +20,8 @@ void SetGridHeader(platform::Grid& grid) {
   for (size_t col = 0; col < 4 && !format.empty(); ++col) {
     size_t bar = format.find('|');
     std::string_view cell = format.substr(0, bar);
-    if (!cell.empty() && (cell[0] == '<' || cell[0] == '^' || cell[0] == '>')) cell.remove_prefix(1);
+    if (!cell.empty() && (cell[0] == '<' || cell[0] == '^' || cell[0] == '>'))
+      cell.remove_prefix(1);
     grid.Row(0).cells[col] = std::string(cell);
     format = bar == std::string_view::npos ? std::string_view() : format.substr(bar + 1);
   }

@@ -39,7 +39,7 @@ inline constexpr std::string_view kAllFtp =
 std::string NoSitesMessage(std::string_view appTitle);
 
 enum class LoadResult {
-  Ready,   // the window opens
+  Ready,    // the window opens
   NoSites,  // no site defined: message shown, window unloaded
   AllFtp,   // every site comes by FTP: message shown, window unloaded
 };

@@ -67,10 +67,14 @@ inline JsonValue ParseJson(const std::string& text) {
       for (int i = 0; i < 4; ++i) {
         char c = s[p++];
         v <<= 4;
-        if (c >= '0' && c <= '9') v |= static_cast<uint32_t>(c - '0');
-        else if (c >= 'a' && c <= 'f') v |= static_cast<uint32_t>(c - 'a' + 10);
-        else if (c >= 'A' && c <= 'F') v |= static_cast<uint32_t>(c - 'A' + 10);
-        else Fail("bad \\u escape");
+        if (c >= '0' && c <= '9')
+          v |= static_cast<uint32_t>(c - '0');
+        else if (c >= 'a' && c <= 'f')
+          v |= static_cast<uint32_t>(c - 'a' + 10);
+        else if (c >= 'A' && c <= 'F')
+          v |= static_cast<uint32_t>(c - 'A' + 10);
+        else
+          Fail("bad \\u escape");
       }
       return v;
     }
@@ -86,14 +90,30 @@ inline JsonValue ParseJson(const std::string& text) {
           if (p >= s.size()) Fail("unterminated escape");
           char e = s[p++];
           switch (e) {
-            case '"': out += '"'; break;
-            case '\\': out += '\\'; break;
-            case '/': out += '/'; break;
-            case 'b': out += '\b'; break;
-            case 'f': out += '\f'; break;
-            case 'n': out += '\n'; break;
-            case 'r': out += '\r'; break;
-            case 't': out += '\t'; break;
+            case '"':
+              out += '"';
+              break;
+            case '\\':
+              out += '\\';
+              break;
+            case '/':
+              out += '/';
+              break;
+            case 'b':
+              out += '\b';
+              break;
+            case 'f':
+              out += '\f';
+              break;
+            case 'n':
+              out += '\n';
+              break;
+            case 'r':
+              out += '\r';
+              break;
+            case 't':
+              out += '\t';
+              break;
             case 'u': {
               uint32_t cp = Hex4();
               if (cp >= 0xD800 && cp < 0xDC00) {
@@ -108,17 +128,22 @@ inline JsonValue ParseJson(const std::string& text) {
               Utf8(cp, out);
               break;
             }
-            default: Fail("bad escape");
+            default:
+              Fail("bad escape");
           }
         } else if (c < 0x80) {
           out += static_cast<char>(c);
         } else {
           // A UTF-8 sequence: its lead byte and continuation bytes must agree.
-          int extra = (c >= 0xF0 && c <= 0xF4) ? 3 : (c >= 0xE0) ? 2 : (c >= 0xC2 && c < 0xE0) ? 1 : -1;
+          int extra = (c >= 0xF0 && c <= 0xF4)  ? 3
+                      : (c >= 0xE0)             ? 2
+                      : (c >= 0xC2 && c < 0xE0) ? 1
+                                                : -1;
           if (extra < 0 || c > 0xF4) Fail("bad UTF-8");
           out += static_cast<char>(c);
           for (int i = 0; i < extra; ++i) {
-            if (p >= s.size() || (static_cast<unsigned char>(s[p]) & 0xC0) != 0x80) Fail("bad UTF-8");
+            if (p >= s.size() || (static_cast<unsigned char>(s[p]) & 0xC0) != 0x80)
+              Fail("bad UTF-8");
             out += s[p++];
           }
         }
@@ -133,14 +158,20 @@ inline JsonValue ParseJson(const std::string& text) {
         ++p;
         v.kind = JsonValue::Object;
         Blanks();
-        if (p < s.size() && s[p] == '}') { ++p; return v; }
+        if (p < s.size() && s[p] == '}') {
+          ++p;
+          return v;
+        }
         for (;;) {
           Blanks();
           std::string key = Str();
           Expect(':');
           v.members[key] = Value();
           Blanks();
-          if (p < s.size() && s[p] == ',') { ++p; continue; }
+          if (p < s.size() && s[p] == ',') {
+            ++p;
+            continue;
+          }
           Expect('}');
           return v;
         }
@@ -149,11 +180,17 @@ inline JsonValue ParseJson(const std::string& text) {
         ++p;
         v.kind = JsonValue::Array;
         Blanks();
-        if (p < s.size() && s[p] == ']') { ++p; return v; }
+        if (p < s.size() && s[p] == ']') {
+          ++p;
+          return v;
+        }
         for (;;) {
           v.items.push_back(Value());
           Blanks();
-          if (p < s.size() && s[p] == ',') { ++p; continue; }
+          if (p < s.size() && s[p] == ',') {
+            ++p;
+            continue;
+          }
           Expect(']');
           return v;
         }
@@ -163,9 +200,21 @@ inline JsonValue ParseJson(const std::string& text) {
         v.text = Str();
         return v;
       }
-      if (s.compare(p, 4, "true") == 0) { p += 4; v.kind = JsonValue::Bool; v.boolean = true; return v; }
-      if (s.compare(p, 5, "false") == 0) { p += 5; v.kind = JsonValue::Bool; return v; }
-      if (s.compare(p, 4, "null") == 0) { p += 4; return v; }
+      if (s.compare(p, 4, "true") == 0) {
+        p += 4;
+        v.kind = JsonValue::Bool;
+        v.boolean = true;
+        return v;
+      }
+      if (s.compare(p, 5, "false") == 0) {
+        p += 5;
+        v.kind = JsonValue::Bool;
+        return v;
+      }
+      if (s.compare(p, 4, "null") == 0) {
+        p += 4;
+        return v;
+      }
       // A number: -?(0|[1-9][0-9]*)(\.[0-9]+)?([eE][+-]?[0-9]+)?
       size_t start = p;
       if (s[p] == '-') ++p;
@@ -174,8 +223,14 @@ inline JsonValue ParseJson(const std::string& text) {
         while (p < s.size() && s[p] >= '0' && s[p] <= '9') ++p;
         if (p == d) Fail("bad number");
       };
-      if (p < s.size() && s[p] == '0') ++p; else digits();
-      if (p < s.size() && s[p] == '.') { ++p; digits(); }
+      if (p < s.size() && s[p] == '0')
+        ++p;
+      else
+        digits();
+      if (p < s.size() && s[p] == '.') {
+        ++p;
+        digits();
+      }
       if (p < s.size() && (s[p] == 'e' || s[p] == 'E')) {
         ++p;
         if (p < s.size() && (s[p] == '+' || s[p] == '-')) ++p;
