@@ -14,5 +14,8 @@ namespace analysis {
 // follows it, else the agent unchanged; "COMPATIBLE;" gives "OMPATIBLE;"; "TALLYO" gives "TY".
 // With no match the agent is returned exactly as given. Never fails.
 std::string SelectBrowser(std::string_view agent);
+// The same into `out` (its buffer reused), with `upper` the agent already upper-cased
+// (UpperAsciiInto): the hit processing shares that copy with the spider detection.
+void SelectBrowserInto(std::string_view agent, std::string_view upper, std::string& out);
 
 }  // namespace analysis

@@ -197,15 +197,18 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
   SiteRunState& state = run_.Site(siteIndex);
   const std::string& page = hits.page;
   // 15.1 Browser; a log without agents ("-") takes the method as browser code.
-  std::string browser = SelectBrowser(hits.userAgent);
+  UpperAsciiInto(hits.userAgent, upperAgent_);
+  std::string& browser = browser_;
+  SelectBrowserInto(hits.userAgent, upperAgent_, browser);
   if (browser == "-" && !hits.method.empty()) browser = hits.method;
   // 15.2 The product's own probe is not a visitor.
   if (browser == "TY") return 0;
   // 15.3 Spiders, unless the site's logs skip the check.
-  std::string spiderName;
+  std::string& spiderName = spiderName_;
+  spiderName.clear();
   if (!context.noSpiderCheck) {
     const bool robotsTxt = EqualsUpper(page, "ROBOTS.TXT");
-    spiderName = DetectSpider(hits.userAgent, hits.clientAddress, world_.robots);
+    DetectSpiderInto(hits.userAgent, upperAgent_, hits.clientAddress, world_.robots, spiderName);
     if (spiderName.empty() && robotsTxt) {
       // A robot that no rule names: learn its address once, and say so.
       spiderName = "Unknown";
@@ -237,17 +240,19 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
   v.startTime = v.lastHitTime = hitTime;
   v.processedAt = now_;
   v.visitNumber = state.visitCounter;
-  v.visitorKey = std::to_string(siteIndex);
+  char siteText[8];
+  const auto siteEnd = std::to_chars(siteText, siteText + sizeof siteText, siteIndex).ptr;
+  v.visitorKey.assign(siteText, static_cast<size_t>(siteEnd - siteText));
   v.visitorKey += ':';
   v.visitorKey += hits.clientAddress;
-  v.browser = std::move(browser);
+  v.browser = browser;
   v.agent = hits.userAgent;
   v.userName = hits.userName;
   v.visitorVisits = 1;
   // 16.4 Spider flag and name.
   if (!spiderName.empty()) {
     v.spider = true;
-    v.spiderName = std::move(spiderName);
+    v.spiderName = spiderName;
     ++state.spidersToday;
   }
   // 16.5 The referrer without its double quotes.

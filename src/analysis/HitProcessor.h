@@ -101,6 +101,9 @@ class HitProcessor {
   // Reused per hit, so that the steady state allocates nothing.
   loginput::SplitFields fields_;
   std::string extension_;
+  std::string upperAgent_;  // the agent upper-cased, for the browser and spider rules
+  std::string browser_;
+  std::string spiderName_;
   vb::Date now_ = 0;
   uint32_t hitCounter_ = 0;
 };

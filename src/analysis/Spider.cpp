@@ -2,6 +2,7 @@
 #include "analysis/Spider.h"
 
 #include <array>
+#include <cstdint>
 
 #include "analysis/Text.h"
 
@@ -41,9 +42,38 @@ constexpr Rule kLateRules[] = {
 // One whole agent, with real blanks, that a crawler of the Inktomi network sent.
 constexpr std::string_view kInktomiAgent = "MOZILLA/4.72 [EN] (X11; U; NETBSD 1.4.2 I386; NAV)";
 
-bool AnyWord(std::string_view u, const Rule& r) {
+// The pairs of neighbouring characters of an upper-cased agent, as a 512-bit set: a rule word
+// can only occur in the agent when all its pairs are in the set, so most words are ruled out
+// without a search.
+class PairSet {
+ public:
+  explicit PairSet(std::string_view u) {
+    for (size_t i = 1; i < u.size(); ++i) Add(u[i - 1], u[i]);
+  }
+  bool MayHold(std::string_view w) const {
+    for (size_t i = 1; i < w.size(); ++i)
+      if (!Has(w[i - 1], w[i])) return false;
+    return true;
+  }
+
+ private:
+  static unsigned Bit(char a, char b) {
+    return (static_cast<unsigned char>(a) * 31u + static_cast<unsigned char>(b)) & 511u;
+  }
+  void Add(char a, char b) {
+    const unsigned k = Bit(a, b);
+    bits_[k >> 6] |= uint64_t{1} << (k & 63);
+  }
+  bool Has(char a, char b) const {
+    const unsigned k = Bit(a, b);
+    return (bits_[k >> 6] >> (k & 63) & 1) != 0;
+  }
+  uint64_t bits_[8] = {};
+};
+
+bool AnyWord(std::string_view u, const PairSet& pairs, const Rule& r) {
   for (std::string_view w : r.words)
-    if (!w.empty() && u.find(w) != std::string_view::npos) return true;
+    if (!w.empty() && pairs.MayHold(w) && u.find(w) != std::string_view::npos) return true;
   return false;
 }
 
@@ -51,22 +81,40 @@ bool AnyWord(std::string_view u, const Rule& r) {
 
 std::string DetectSpider(std::string_view agent, std::string_view address,
                          const startup::RobotList& robots) {
-  const std::string u = UpperAscii(agent);
+  std::string name;
+  DetectSpiderInto(agent, UpperAscii(agent), address, robots, name);
+  return name;
+}
+
+void DetectSpiderInto(std::string_view agent, std::string_view u, std::string_view address,
+                      const startup::RobotList& robots, std::string& out) {
+  const PairSet pairs(u);
   for (const Rule& r : kRules)
-    if (AnyWord(u, r)) return std::string(r.result);
-  if (u == kInktomiAgent) return "Inktomi";
+    if (AnyWord(u, pairs, r)) {
+      out.assign(r.result);
+      return;
+    }
+  if (u == kInktomiAgent) {
+    out.assign("Inktomi");
+    return;
+  }
   for (const Rule& r : kLateRules)
-    if (AnyWord(u, r)) return r.result.empty() ? std::string(agent) : std::string(r.result);
+    if (AnyWord(u, pairs, r)) {
+      out.assign(r.result.empty() ? agent : r.result);
+      return;
+    }
+  out.clear();
   // The robot list: by address, or by a stored agent found in the upper-cased agent (a stored
   // agent with lower-case letters can therefore only match through its address). An entry with
   // an empty agent matches by address only: an empty text would be found in every agent.
-  if (agent.size() < 2) return {};
+  if (agent.size() < 2) return;
   for (int32_t i = 1; i <= robots.count && static_cast<size_t>(i) < robots.entries.size(); ++i) {
     const startup::RobotEntry& e = robots.entries[static_cast<size_t>(i)];
-    if (e.address == address || (!e.agent.empty() && u.find(e.agent) != std::string::npos))
-      return "Auto Detected";
+    if (e.address == address || (!e.agent.empty() && u.find(e.agent) != std::string::npos)) {
+      out.assign("Auto Detected");
+      return;
+    }
   }
-  return {};
 }
 
 }  // namespace analysis

@@ -16,5 +16,9 @@ namespace analysis {
 // upper-cased agent; else "". Named engines come before the generic words. Never fails.
 std::string DetectSpider(std::string_view agent, std::string_view address,
                          const startup::RobotList& robots);
+// The same into `out` (its buffer reused), with `upper` the agent already upper-cased
+// (UpperAsciiInto): the hit processing shares that copy with the browser classification.
+void DetectSpiderInto(std::string_view agent, std::string_view upper, std::string_view address,
+                      const startup::RobotList& robots, std::string& out);
 
 }  // namespace analysis

@@ -26,6 +26,12 @@ inline std::string UpperAscii(std::string_view s) {
 }
 
 // Writes `s` lower-cased into `out`, reusing its storage.
+// `s` upper-cased into `out`, reusing its buffer.
+inline void UpperAsciiInto(std::string_view s, std::string& out) {
+  out.resize(s.size());
+  for (size_t i = 0; i < s.size(); ++i) out[i] = UpperChar(s[i]);
+}
+
 inline void LowerAsciiInto(std::string_view s, std::string& out) {
   out.assign(s);
   for (char& c : out) c = LowerChar(c);
