@@ -1,5 +1,6 @@
 // The database form F: exception records. AddException composes the exception's message text,
 // counts it and caches the record; WriteEXCCache appends the cached records in one batch.
+#include <cstring>
 #include <variant>
 
 #include "database/F.h"
@@ -32,7 +33,13 @@ bool F::AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
     if (!hasValue) {
       defaultValue_.clear();
       if (const double* number = std::get_if<double>(&type->value)) {
-        defaultValue_ = vb::CStr(*number);
+        // The text of the last number converted is kept: the catalogue's defaults repeat.
+        if (!defaultNumberKnown_ || std::memcmp(number, &defaultNumber_, sizeof defaultNumber_) != 0) {
+          defaultNumberText_ = vb::CStr(*number);
+          defaultNumber_ = *number;
+          defaultNumberKnown_ = true;
+        }
+        defaultValue_ = defaultNumberText_;
         hasValue = true;
       } else if (const std::string* text = std::get_if<std::string>(&type->value)) {
         defaultValue_ = *text;

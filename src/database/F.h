@@ -197,6 +197,10 @@ class F {
   int exceptionCount_ = 0;
   std::string exceptionText_;
   std::string defaultValue_;
+  // The last catalogue default number converted to text, and its text.
+  double defaultNumber_ = 0;
+  bool defaultNumberKnown_ = false;
+  std::string defaultNumberText_;
 
   std::unique_ptr<Fields> fields_;  // field indexes, resolved once at open
 
