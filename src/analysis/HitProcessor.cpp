@@ -29,6 +29,10 @@ std::vector<std::string> HostMasksOf(const startup::AppSettings& s) {
   return masks;
 }
 
+// Dates from 1899-12-30 up to this day number are on the ordinary calendar of the date
+// arithmetic (see NoteHitTime).
+constexpr vb::Date kPlainDateLimit = 1e8;
+
 void RemoveQuotes(std::string& s) { s.erase(std::remove(s.begin(), s.end(), '"'), s.end()); }
 
 bool Contains(std::string_view s, std::string_view what) {
@@ -238,6 +242,7 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
   // 16.3 The new record.
   database::Visit& v = visits_[vi];
   v.startTime = v.lastHitTime = hitTime;
+  NoteHitTime(hitTime);
   v.processedAt = now_;
   v.visitNumber = state.visitCounter;
   char siteText[8];
@@ -289,6 +294,7 @@ void HitProcessor::CountPage(int32_t vi, int16_t siteIndex, const startup::Site&
   const std::string& page = hits.page;
   // 18.1 Any hit keeps the visit alive.
   v.lastHitTime = hitTime;
+  NoteHitTime(hitTime);
   // 18.2 A reload of the same page is not counted.
   if (page == v.currentPage) return;
   // 18.3 Nor a second page in the same second as the last one.
@@ -388,8 +394,25 @@ void HitProcessor::EndOfFile(int16_t siteIndex) {
   WriteDaySummary(siteIndex);
 }
 
+void HitProcessor::NoteHitTime(vb::Date t) {
+  if (!sweep_.anyHit || t < sweep_.earliestHit) sweep_.earliestHit = t;
+  sweep_.anyHit = true;
+  // Idle minutes only grow as a time moves back on the ordinary calendar; a time off it (before
+  // 1899-12-30, not finite, far beyond) reads otherwise, so it ends the skipping.
+  if (!(t >= 0 && t <= kPlainDateLimit)) sweep_.valid = false;
+}
+
 void HitProcessor::ScanToRemove(vb::Date fileDate) {
+  // Every visit left by the last sweep had been idle at most the time-out; a visit can have
+  // become idle since only through a hit time at least as early as the earliest one noted.
+  if (sweep_.valid && fileDate == sweep_.fileDate && Timeout() == sweep_.timeout &&
+      (!sweep_.anyHit || vb::DateDiffMinutes(sweep_.earliestHit, fileDate) <= Timeout()))
+    return;
   analysis::ScanToRemove(visits_, f_, run_, fileDate, Timeout());
+  sweep_.valid = fileDate >= 0 && fileDate <= kPlainDateLimit;
+  sweep_.fileDate = fileDate;
+  sweep_.timeout = Timeout();
+  sweep_.anyHit = false;
 }
 
 void HitProcessor::RemoveInactive() { analysis::RemoveInactive(visits_, f_, run_); }

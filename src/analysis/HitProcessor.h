@@ -60,6 +60,10 @@ class HitProcessor {
   void StartFile() { run_.currentLogDate = kNoDay; }
 
   // The inactive-visit sweep (see Sweep.h), against `fileDate`, with the run's time-out.
+  // A sweep against the same date and time-out as the one before, when no hit processed since
+  // then is old enough to be idle, has nothing to mark and does not walk the table: a visit is
+  // idle only through its last-hit time, and the hit processing is what sets that time. (Code
+  // that sets a visit's last-hit time itself between two such sweeps is not looked at again.)
   void ScanToRemove(vb::Date fileDate);
   // Writes out every visit whose ended flag is set and drops it from the table.
   void RemoveInactive();
@@ -105,6 +109,16 @@ class HitProcessor {
   std::string browser_;
   std::string spiderName_;
   vb::Date now_ = 0;
+  // What the last sweep was made against, and the earliest hit time given to a visit since.
+  struct SweepMemo {
+    bool valid = false;        // a sweep ran and nothing since prevents skipping the next
+    vb::Date fileDate = 0;
+    int32_t timeout = 0;
+    bool anyHit = false;       // a visit's last-hit time was set since
+    vb::Date earliestHit = 0;  // the earliest such time
+  } sweep_;
+  // A visit's last-hit time was set to `t` (see SweepMemo).
+  void NoteHitTime(vb::Date t);
   uint32_t hitCounter_ = 0;
 };
 
