@@ -197,7 +197,11 @@ void DbfFile::Remap() {
   mapLen_ = 0;
   size_t len = std::max<size_t>(need * 2, size_t(16) << 20);
   len = (len + 65535) & ~size_t(65535);
-  void* p = ::mmap(nullptr, len, PROT_READ, MAP_SHARED, fd_, 0);
+  // Writable for a table open for writing: a record on disk is then replaced by a copy into the
+  // mapping instead of a system call (the shared mapping is the file's own page cache, so reads
+  // of every kind see the change at once).
+  const int prot = readOnly_ ? PROT_READ : PROT_READ | PROT_WRITE;
+  void* p = ::mmap(nullptr, len, prot, MAP_SHARED, fd_, 0);
   if (p == MAP_FAILED) return;  // reads fall back to pread
   map_ = static_cast<char*>(p);
   mapLen_ = len;
@@ -262,6 +266,11 @@ int DbfFile::Write(uint32_t recno, const char* record) {
   headerDirty_ = true;  // the update date
   if (recno > onDisk_) {
     std::memcpy(buffer_.data() + size_t(recno - onDisk_ - 1) * rl, record, rl);
+    return kOk;
+  }
+  // Records on disk lie inside the file, so the mapping covers them wherever it reaches.
+  if (map_ && Offset(recno + 1) <= mapLen_) {
+    std::memcpy(map_ + Offset(recno), record, rl);
     return kOk;
   }
   return PwriteAll(fd_, record, rl, Offset(recno)) ? int(kOk) : int(kIoError);

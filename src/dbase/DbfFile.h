@@ -142,7 +142,9 @@ class DbfFile {
   uint32_t onDisk_ = 0;     // records written to the file
   std::vector<char> buffer_;  // records onDisk_+1 .. count_
   bool headerDirty_ = false;
-  char* map_ = nullptr;     // read-only view of the file's first mapLen_ bytes, or null
+  // Shared mapping of the file's first mapLen_ bytes (writable unless the table is read-only),
+  // or null. Only bytes of records on disk are read or written through it.
+  char* map_ = nullptr;
   size_t mapLen_ = 0;
 };
 
