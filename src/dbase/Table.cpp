@@ -772,15 +772,19 @@ int Table::AppendRecord() {
   int s = m.dbf.Append(m.buf.data());
   if (s != kOk) return s;
   const uint32_t r = m.dbf.RecordCount();
+  bool selectedKeyKnown = false;
   for (size_t i = 0; i < m.tags.size(); ++i) {
     Tag& t = m.tags[i];
     const bool now = t.eager && t.merged == r - 1 && ++t.appendsSinceUse <= kEagerRun;
-    if (!now) t.eager = false;
-    if (!now && i != size_t(m.selected)) continue;  // added at the next merge
-    std::string& key = i == size_t(m.selected) ? m.curKey : m.scratch;
+    if (!now) {
+      t.eager = false;
+      continue;  // added at the next merge; the current key is computed when it is asked for
+    }
+    const bool selected = i == size_t(m.selected);
+    std::string& key = selected ? m.curKey : m.scratch;
     key.resize(size_t(t.expr.KeyLength()));
     t.expr.Evaluate(m.buf.data(), key.data());
-    if (!now) continue;
+    selectedKeyKnown = selectedKeyKnown || selected;
     // A unique tag indexes only the first record of a key.
     if (t.unique) t.index->InsertUnique(key.data(), r);
     else t.index->Insert(key.data(), r);
@@ -789,7 +793,7 @@ int Table::AppendRecord() {
   if (!m.tags.empty()) m.indexDirty = true;
   m.recno = r;
   m.eof = false;
-  m.curKeyValid = m.selected >= 0;
+  m.curKeyValid = selectedKeyKnown;
   m.posVersion = ~uint64_t(0);
   m.loaded = true;
   return kOk;
