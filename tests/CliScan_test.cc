@@ -1,6 +1,8 @@
 // tydbcreate-cli run as a separate process on a copy of the bundled demo: the JSON it prints, the
 // summary, and one exit status for each way a run can end.
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -92,6 +94,16 @@ struct Demo {
   std::string str() const { return dir.str(); }
   void Sites(const std::string& text) { tytest::WriteFile(dir.path() / "TALLYO.INI", text); }
 };
+
+// A W3C log in which every line is a new visitor: slow enough to be interrupted while it is read.
+std::string SlowLog(int lines) {
+  std::string log = "#Fields: date time c-ip cs-method cs-uri-stem sc-status\r\n";
+  for (int i = 0; i < lines; ++i)
+    log += "2026-10-01 10:" + std::to_string(10 + (i / 30000) % 50) + ":00 172." +
+           std::to_string(16 + (i >> 16) % 16) + "." + std::to_string((i >> 8) & 255) + "." +
+           std::to_string(i & 255) + " GET /b" + std::to_string(i % 700) + ".htm 200\r\n";
+  return log;
+}
 
 long Records(const std::string& folder, const std::string& table) {
   dbase::Table t;
@@ -202,11 +214,7 @@ TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {
 
 TEST(CliScan, CtrlCWithoutATerminalCancelsAtOnceAndClosesTheTables) {
   Demo demo;
-  // A log long enough that the interrupt arrives while it is read.
-  std::string log = "#Fields: date time c-ip cs-method cs-uri-stem sc-status\r\n";
-  for (int i = 0; i < 1000000; ++i)
-    log += "2026-10-01 10:" + std::to_string(10 + i % 50) + ":00 10.2." + std::to_string(i % 200) +
-           "." + std::to_string(i % 7) + " GET /a" + std::to_string(i % 900) + ".htm 200\r\n";
+  const std::string log = SlowLog(1000000);
   tytest::WriteFile(demo.dir.path() / "logs/w3c/ex999999.log", log);
   tytest::TempDir scratch;
   Cli cli({"--yes", "--json", demo.str()}, scratch);
@@ -226,6 +234,94 @@ TEST(CliScan, CtrlCWithoutATerminalCancelsAtOnceAndClosesTheTables) {
             "Scanning still in progress. Are you sure you want to cancel?");
   // The tables were closed: they open, and hold what was counted.
   EXPECT_EQ(j["visitRecordsAdded"].number, Records(demo.str() + "Data/", "Visits"));
+}
+
+// The program on a pseudo-terminal: what it writes there, and keys typed at it.
+class Terminal {
+ public:
+  explicit Terminal(const std::vector<std::string>& args, const tytest::TempDir& scratch) {
+    const std::string program = std::string(TY_BIN_DIR) + "/tydbcreate-cli";
+    std::vector<std::string> env = {"TMPDIR=" + scratch.path().string(),
+                                    "TALLYO_REGISTRY=" + (scratch.path() / "none.ini").string(),
+                                    "PATH=/usr/bin:/bin", "TERM=dumb"};
+    pid_ = forkpty(&fd_, nullptr, nullptr, nullptr);
+    if (pid_ == 0) {
+      std::vector<char*> argv{const_cast<char*>(program.c_str())};
+      for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+      argv.push_back(nullptr);
+      std::vector<char*> envp;
+      for (auto& e : env) envp.push_back(e.data());
+      envp.push_back(nullptr);
+      execve(program.c_str(), argv.data(), envp.data());
+      _exit(127);
+    }
+  }
+  ~Terminal() {
+    if (pid_ > 0 && !exited_) {
+      kill(pid_, SIGKILL);
+      waitpid(pid_, nullptr, 0);
+    }
+    if (fd_ >= 0) close(fd_);
+  }
+  // Reads until `text` has appeared since the last call (true) or 30 seconds pass (false).
+  bool WaitFor(const std::string& text) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (seen_.find(text) == std::string::npos) {
+      if (std::chrono::steady_clock::now() > deadline) return false;
+      pollfd p{fd_, POLLIN, 0};
+      if (poll(&p, 1, 50) > 0) {
+        char buf[4096];
+        const ssize_t n = read(fd_, buf, sizeof buf);
+        if (n <= 0) return false;
+        seen_.append(buf, static_cast<size_t>(n));
+      }
+    }
+    seen_.erase(0, seen_.find(text) + text.size());
+    return true;
+  }
+  void Type(const std::string& keys) { (void)!write(fd_, keys.data(), keys.size()); }
+  int Wait() {
+    int raw = 0;
+    // Keep draining the terminal so the program never blocks writing to it.
+    for (;;) {
+      if (waitpid(pid_, &raw, WNOHANG) == pid_) break;
+      char buf[4096];
+      pollfd p{fd_, POLLIN, 0};
+      if (poll(&p, 1, 50) > 0 && read(fd_, buf, sizeof buf) < 0) {
+        waitpid(pid_, &raw, 0);
+        break;
+      }
+    }
+    exited_ = true;
+    return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  }
+
+ private:
+  int fd_ = -1;
+  pid_t pid_ = -1;
+  bool exited_ = false;
+  std::string seen_;
+};
+
+TEST(CliScan, OnATerminalItAsksAndCtrlCAsksBeforeCancelling) {
+  Demo demo;
+  const std::string log = SlowLog(1500000);
+  tytest::WriteFile(demo.dir.path() / "logs/w3c/ex999999.log", log);
+  tytest::TempDir scratch;
+  Terminal t({demo.str()}, scratch);
+  ASSERT_TRUE(t.WaitFor("Are you sure? [y/N] "));
+  t.Type("y\n");
+  ASSERT_TRUE(t.WaitFor("ex9999"));  // the status line shows the big file
+  t.Type("\x03");
+  ASSERT_TRUE(t.WaitFor("Scanning still in progress. Are you sure you want to cancel? [y/N] "));
+  t.Type("n\n");
+  ASSERT_TRUE(t.WaitFor("lines/s"));  // the scan goes on
+  t.Type("\x03");
+  ASSERT_TRUE(t.WaitFor("cancel? [y/N] "));
+  t.Type("y\n");
+  ASSERT_TRUE(t.WaitFor("scan cancelled"));
+  EXPECT_EQ(t.Wait(), 9);
+  EXPECT_GT(Records(demo.str() + "Data/", "Visits"), 0);  // closed, readable tables
 }
 
 }  // namespace
