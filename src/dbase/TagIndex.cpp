@@ -476,6 +476,11 @@ void TagIndex::SortEntries(char* entries, size_t n) const {
     if (c != 0) return c < 0;
     return RecnoOf(a, k) < RecnoOf(b, k);
   };
+  // Entries that are in order already (appends in key order, a tag whose keys are all equal)
+  // stay as they are.
+  bool sorted = true;
+  for (size_t i = 1; i < n && sorted; ++i) sorted = !less(entries + i * es, entries + (i - 1) * es);
+  if (sorted) return;
   // Runs of 16 by insertion sort, then merges of doubling width between two buffers.
   constexpr size_t kRun = 16;
   std::vector<char> tmpEntry(es);
