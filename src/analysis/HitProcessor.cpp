@@ -33,7 +33,11 @@ std::vector<std::string> HostMasksOf(const startup::AppSettings& s) {
 // arithmetic (see NoteHitTime).
 constexpr vb::Date kPlainDateLimit = 1e8;
 
-void RemoveQuotes(std::string& s) { s.erase(std::remove(s.begin(), s.end(), '"'), s.end()); }
+void RemoveQuotes(std::string& s) {
+  const size_t first = s.find('"');  // nearly always none: one library search
+  if (first == std::string::npos) return;
+  s.erase(std::remove(s.begin() + static_cast<std::ptrdiff_t>(first), s.end(), '"'), s.end());
+}
 
 bool Contains(std::string_view s, std::string_view what) {
   return s.find(what) != std::string_view::npos;
