@@ -66,9 +66,10 @@ void AddScanOptions(CLI::App& app, ScanOptions& options) {
   app.add_flag("-y,--yes", options.yes,
                "Answer \"Are you sure?\" with Yes. Without it the question is asked on the "
                "terminal, and refused when stdin is not a terminal.");
-  auto* dns = app.add_flag("--dns", options.dns,
-                           "Make reverse DNS lookups for unknown addresses (default: the "
-                           "REVERSEDNS setting).");
+  auto* dns = app.add_flag(
+      "--dns", options.dns,
+      "Make reverse DNS lookups for unknown addresses (default: the REVERSEDNS setting). This "
+      "build has no resolver: the scan then says so and runs without them.");
   auto* noDns = app.add_flag("--no-dns", options.noDns, "Make no reverse DNS lookups.");
   dns->excludes(noDns);
   app.add_flag("-q,--quiet", options.quiet,

@@ -2,6 +2,8 @@
 // log folders lie inside it, a W3C log writer, and readers for the tables a run leaves behind.
 #pragma once
 
+#include <cctype>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <string>
