@@ -804,7 +804,6 @@ int Table::ReplaceRecord() {
   if (int s = m.CheckWritable(); s != kOk) return s;
   if (m.recno == 0) return kNoRecord;
   m.EnsureLoaded();
-  if (int s = m.MergeAll(); s != kOk) return s;
   m.oldRec.resize(m.buf.size());
   int s = m.dbf.Read(m.recno, m.oldRec.data());
   if (s != kOk) return s;
@@ -815,7 +814,11 @@ int Table::ReplaceRecord() {
     m.scratch2.resize(k);
     t.expr.Evaluate(m.oldRec.data(), m.scratch.data());
     t.expr.Evaluate(m.buf.data(), m.scratch2.data());
+    // A tag whose key the change leaves as it was needs nothing, not even the records appended
+    // since its last merge: they enter it later from the file, as written now.
     if (std::memcmp(m.scratch.data(), m.scratch2.data(), k) == 0) continue;
+    // The key moves: the tag first takes every record up to this one (with its old key).
+    if (int ms = m.Merge(t); ms != kOk) return ms;
     m.indexDirty = true;
     if (!t.unique) {
       t.index->Erase(m.scratch.data(), r);
@@ -993,6 +996,16 @@ int Table::SeekKey(std::string_view key) {
   // The key as the tag holds it: cut or blank-padded to the key length.
   m.scratch.assign(key.substr(0, k));
   m.scratch.resize(k, ' ');
+  // Standing on the first entry of that key already (a near seek on part of it just before):
+  // no search.
+  if (m.posVersion == ix.Version() && m.pos.Valid() && m.recno != 0 &&
+      std::memcmp(ix.KeyAt(m.pos), m.scratch.data(), k) == 0) {
+    TagIndex::Pos before = m.pos;
+    if (!ix.Prev(before) || std::memcmp(ix.KeyAt(before), m.scratch.data(), k) != 0) {
+      m.SetAt(m.pos);
+      return kOk;
+    }
+  }
   TagIndex::Pos p = ix.LowerBound(m.scratch.data(), int(k), 0);
   if (!p.Valid()) {
     m.SetPastEnd();
