@@ -87,12 +87,11 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
   // per hit: it is a wall-clock stamp, and reading the clock costs a system call.
   if ((hitCounter_++ & 255) == 0) now_ = world_.clock.Now();
 
-  // 1. Split the line on the site's separator (as far as the map and the zone after the date
-  //    need) and copy the mapped columns into the hit variables.
-  int lastPlace = map.MaxPlace();
-  if (map.Has(loginput::kDate)) lastPlace = std::max(lastPlace, map[loginput::kDate] + 1);
-  fields_.Split(line, context.separator, lastPlace);
-  loginput::FillHitFields(fields_, map, hits);
+  // 1. Split the line on the site's separator (as far as the columns read here and the zone
+  //    after the date need) and copy the mapped columns into the hit variables (those that the
+  //    steps below read; nothing reads the others).
+  fields_.Split(line, context.separator, loginput::AnalysedMaxPlace(map));
+  loginput::FillAnalysedHitFields(fields_, map, hits);
 
   // 2.-3. Hit date and time by the site's TYPE.
   std::optional<std::string_view> dateField, timeField;

@@ -40,7 +40,8 @@ class HitProcessor {
 
   // Processes one data line of site `siteIndex`. `hits` holds the hit fields of the file being
   // read (cleared by the reader before the first line); a column that the map does not name keeps
-  // the value of the previous hit. Every rejection (a hit that is not a page, an excluded visitor,
+  // the value of the previous hit. Only the fields read here are filled (see
+  // loginput::FillAnalysedHitFields); the others keep whatever they held. Every rejection (a hit that is not a page, an excluded visitor,
   // a repeat of the same page, the product's own probe, ...) simply ends the call. A site index
   // outside the site list is ignored. Returns true. Never throws: a failure inside the database
   // form is that form's to log.

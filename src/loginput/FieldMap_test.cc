@@ -146,6 +146,43 @@ TEST(HitFields, FillingKeepsAbsentColumnsAndEmptiesMissingOnes) {
   EXPECT_EQ(hits.status, 0);
 }
 
+TEST(HitFields, AnalysedFillingMatchesTheFullFillOnTheFieldsItCopies) {
+  FieldMap map;
+  bool flag = false;
+  ApplyFieldsDirective(map, 0,
+                       "DATE TIME S-SITENAME C-IP CS-METHOD CS-URI-STEM CS-URI-QUERY SC-STATUS "
+                       "CS(USER-AGENT) CS(COOKIE) CS(REFERER) SC-BYTES TIME-TAKEN",
+                       flag);
+  // The split reaches the last column read: the referrer, not the bytes and time taken after it.
+  EXPECT_EQ(AnalysedMaxPlace(map), 10);
+  const char* line =
+      "2002-05-24 10:00:00 W3SVC1 10.0.0.1 GET /a.htm q=1 404 Agent/1.0 ID=7 http://x/ 512 9";
+  SplitFields fields;
+  fields.Split(line, ' ', map.MaxPlace());
+  HitFields full;
+  ClearHitFields(full);
+  FillHitFields(fields, map, full);
+  fields.Split(line, ' ', AnalysedMaxPlace(map));
+  HitFields analysed;
+  ClearHitFields(analysed);
+  analysed.cookie = "from an earlier hit";
+  FillAnalysedHitFields(fields, map, analysed);
+  EXPECT_EQ(analysed.clientAddress, full.clientAddress);
+  EXPECT_EQ(analysed.method, full.method);
+  EXPECT_EQ(analysed.page, full.page);
+  EXPECT_EQ(analysed.query, full.query);
+  EXPECT_EQ(analysed.status, full.status);
+  EXPECT_EQ(analysed.userAgent, full.userAgent);
+  EXPECT_EQ(analysed.referrer, "http://x/");
+  // The fields the hit processing never reads are left alone.
+  EXPECT_EQ(analysed.cookie, "from an earlier hit");
+  EXPECT_EQ(analysed.bytesSent, 0);
+  EXPECT_EQ(full.bytesSent, 512);
+  // A date column alone still needs the zone place after it.
+  ApplyFieldsDirective(map, 0, "C-IP DATE", flag);
+  EXPECT_EQ(AnalysedMaxPlace(map), 2);
+}
+
 TEST(HitFields, NumbersReadTheirLeadingWholeNumber) {
   EXPECT_EQ(ParseHitNumber("200"), 200);
   EXPECT_EQ(ParseHitNumber("-"), 0);

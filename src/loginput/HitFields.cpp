@@ -1,6 +1,7 @@
 // Clearing, splitting and filling of the hit fields.
 #include "loginput/HitFields.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -142,9 +143,35 @@ inline void Put(std::string& out, std::string_view v) {
   }
 }
 
+// The text fields that the hit processing reads, each with the slot that fills it.
+constexpr std::pair<int, std::string HitFields::*> kAnalysedText[] = {
+    {kClientAddress, &HitFields::clientAddress},
+    {kUserName, &HitFields::userName},
+    {kMethod, &HitFields::method},
+    {kPage, &HitFields::page},
+    {kQuery, &HitFields::query},
+    {kUserAgent, &HitFields::userAgent},
+    {kReferrer, &HitFields::referrer},
+};
+
 }  // namespace
 
+void FillAnalysedHitFields(const SplitFields& fields, const FieldMap& map, HitFields& hits) {
+  for (const auto& [slot, field] : kAnalysedText) {
+    const int place = map[slot];
+    if (place >= 0) Put(hits.*field, fields[place]);
+  }
+  if (const int place = map[kStatus]; place >= 0) hits.status = LeadingNumber(fields[place]);
+}
+
 int32_t ParseHitNumber(std::string_view text) { return LeadingNumber(text); }
+
+int AnalysedMaxPlace(const FieldMap& map) {
+  int last = std::max<int>(map[kTime], map[kStatus]);
+  if (map.Has(kDate)) last = std::max(last, map[kDate] + 1);
+  for (const auto& entry : kAnalysedText) last = std::max<int>(last, map[entry.first]);
+  return last;
+}
 
 void FillHitFields(const SplitFields& fields, const FieldMap& map, HitFields& hits) {
   // The text fields and the numeric fields, each with the slot that fills it.

@@ -77,6 +77,14 @@ class SplitFields {
 // non-number gives 0; values beyond 32 bits are cut to the nearest 32-bit limit).
 void FillHitFields(const SplitFields& fields, const FieldMap& map, HitFields& hits);
 
+// The same for the fields the hit processing reads: client address, user name, method, page,
+// query, status, user agent and referrer. The other fields are left as they were (the hit
+// processing never reads them, so copying them would be work for nobody).
+void FillAnalysedHitFields(const SplitFields& fields, const FieldMap& map, HitFields& hits);
+// The highest place that FillAnalysedHitFields and the hit processing read (those fields, the
+// date with the zone column after it, and the time), or -1 when none is mapped.
+int AnalysedMaxPlace(const FieldMap& map);
+
 // The leading whole number of `text` as FillHitFields reads it.
 int32_t ParseHitNumber(std::string_view text);
 
