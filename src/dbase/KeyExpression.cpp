@@ -145,7 +145,7 @@ void FormatStr(std::string_view fieldText, int width, int decimals, char* out) {
     if (neg) iv = -iv;
   }
   if (simple) {
-    n = std::snprintf(buf, sizeof buf, "%lld", static_cast<long long>(iv));
+    n = static_cast<int>(std::to_chars(buf, buf + sizeof buf, iv).ptr - buf);
   } else {
     double v = 0;
     if (!t.empty()) {
