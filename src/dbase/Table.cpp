@@ -76,6 +76,13 @@ struct Table::Impl {
   mutable bool loaded = true;
   mutable int loadStatus = kOk;
   std::string scratch, scratch2, oldRec;
+  // The last day written by SetDate and its text, and the last date text read by GetDate and
+  // its day: dates repeat from record to record.
+  int64_t setDay = INT64_MIN;
+  char setText[8] = {};
+  mutable char getText[8] = {};
+  mutable bool getKnown = false;
+  mutable vb::Date getDate = 0;
 
   void Notice(const std::string& m) const {
     if (sink) sink(m);
@@ -928,9 +935,18 @@ static bool ParseYmd(std::string_view t, int& y, int& m, int& d) {
 }
 
 vb::Date Table::GetDate(int field) const {
-  int y, m, d;
-  if (!ParseYmd(GetText(field), y, m, d)) return 0;
-  return vb::Date(DayCount(y, m, d));
+  const std::string_view text = GetText(field);
+  const Impl& m = *impl_;
+  if (text.size() == 8 && m.getKnown && std::memcmp(text.data(), m.getText, 8) == 0)
+    return m.getDate;
+  int y, mo, d;
+  const vb::Date date = ParseYmd(text, y, mo, d) ? vb::Date(DayCount(y, mo, d)) : 0;
+  if (text.size() == 8) {
+    std::memcpy(m.getText, text.data(), 8);
+    m.getDate = date;
+    m.getKnown = true;
+  }
+  return date;
 }
 
 bool Table::DateIsBlank(int field) const {
@@ -946,16 +962,22 @@ void Table::SetDate(int field, vb::Date date) {
     SetDateBlank(field);
     return;
   }
-  int y, m, d;
-  CivilDate(int64_t(std::trunc(date)), y, m, d);
-  if (y < 1 || y > 9999) {
-    SetDateBlank(field);
-    return;
+  const int64_t day = int64_t(std::trunc(date));
+  Impl& im = *impl_;
+  if (day != im.setDay) {
+    int y, m, d;
+    CivilDate(day, y, m, d);
+    if (y < 1 || y > 9999) {
+      SetDateBlank(field);
+      return;
+    }
+    const char text[8] = {char('0' + y / 1000), char('0' + y / 100 % 10), char('0' + y / 10 % 10),
+                          char('0' + y % 10),     char('0' + m / 10),       char('0' + m % 10),
+                          char('0' + d / 10),     char('0' + d % 10)};
+    std::memcpy(im.setText, text, 8);
+    im.setDay = day;
   }
-  char text[8] = {char('0' + y / 1000), char('0' + y / 100 % 10), char('0' + y / 10 % 10),
-                  char('0' + y % 10),     char('0' + m / 10),       char('0' + m % 10),
-                  char('0' + d / 10),     char('0' + d % 10)};
-  SetText(field, std::string_view(text, 8));
+  SetText(field, std::string_view(im.setText, 8));
 }
 
 void Table::SetDateBlank(int field) { SetText(field, ""); }
