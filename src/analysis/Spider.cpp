@@ -110,7 +110,8 @@ void DetectSpiderInto(std::string_view agent, std::string_view u, std::string_vi
   if (agent.size() < 2) return;
   for (int32_t i = 1; i <= robots.count && static_cast<size_t>(i) < robots.entries.size(); ++i) {
     const startup::RobotEntry& e = robots.entries[static_cast<size_t>(i)];
-    if (e.address == address || (!e.agent.empty() && u.find(e.agent) != std::string::npos)) {
+    if (e.address == address ||
+        (!e.agent.empty() && pairs.MayHold(e.agent) && u.find(e.agent) != std::string::npos)) {
       out.assign("Auto Detected");
       return;
     }

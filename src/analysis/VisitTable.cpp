@@ -198,6 +198,7 @@ void VisitTable::SetClientAddress(int32_t i, std::string_view address) {
 
 void VisitTable::SetHostName(int32_t i, std::string_view hostName) {
   Slot& s = slots_[static_cast<size_t>(i)];
+  if (s.visit.hostName == hostName) return;  // the same name fits the same masks
   s.visit.hostName.assign(hostName);
   const uint64_t bits = MatchMasks(s.visit.hostName);
   for (size_t k = 0; k < masks_.size(); ++k) {
