@@ -18,7 +18,10 @@ while [ $# -ge 2 ]; do
   out=$(setpriv --reuid=65534 --regid=65534 --clear-groups "$1" --gtest_filter="$2" 2>&1)
   rc=$?
   echo "$out" | grep -E '^\[ *(OK|FAILED|SKIPPED|PASSED) *\]'
-  if [ $rc -ne 0 ] || echo "$out" | grep -q '^\[  SKIPPED \]'; then status=1; fi
+  if [ $rc -ne 0 ] || echo "$out" | grep -q -e '^\[  SKIPPED \]' -e '^\[==========\] Running 0 tests'; then
+    echo "$1 --gtest_filter=$2: failed, skipped or found no test"
+    status=1
+  fi
   shift 2
 done
 exit $status
