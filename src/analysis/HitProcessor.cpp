@@ -204,9 +204,9 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
   SiteRunState& state = run_.Site(siteIndex);
   const std::string& page = hits.page;
   // 15.1 Browser; a log without agents ("-") takes the method as browser code.
-  UpperAsciiInto(hits.userAgent, upperAgent_);
+  const AgentFacts& facts = FactsOf(hits.userAgent);
   std::string& browser = browser_;
-  SelectBrowserInto(hits.userAgent, upperAgent_, browser);
+  browser = facts.browser;
   if (browser == "-" && !hits.method.empty()) browser = hits.method;
   // 15.2 The product's own probe is not a visitor.
   if (browser == "TY") return 0;
@@ -215,7 +215,10 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
   spiderName.clear();
   if (!context.noSpiderCheck) {
     const bool robotsTxt = EqualsUpper(page, "ROBOTS.TXT");
-    DetectSpiderInto(hits.userAgent, upperAgent_, hits.clientAddress, world_.robots, spiderName);
+    if (facts.ruleSpider)
+      spiderName = facts.spiderName;
+    else if (SpiderByRobotList(hits.userAgent, facts.upper, hits.clientAddress, world_.robots))
+      spiderName = "Auto Detected";
     if (spiderName.empty() && robotsTxt) {
       // A robot that no rule names: learn its address once, and say so.
       spiderName = "Unknown";
@@ -395,6 +398,22 @@ void HitProcessor::EndOfFile(int16_t siteIndex) {
   if (run_.currentLogDate == kNoDay && run_.clock.hitDate != 0)
     run_.currentLogDate = run_.clock.hitDate;
   WriteDaySummary(siteIndex);
+}
+
+const HitProcessor::AgentFacts& HitProcessor::FactsOf(std::string_view agent) {
+  uint64_t h = 0xcbf29ce484222325ull;
+  for (const char c : agent) {
+    h ^= static_cast<unsigned char>(c);
+    h *= 0x100000001b3ull;
+  }
+  AgentFacts& e = agents_[(h ^ (h >> 29)) & (kAgentMemo - 1)];
+  if (e.filled && e.agent == agent) return e;
+  e.agent.assign(agent);
+  UpperAsciiInto(agent, e.upper);
+  SelectBrowserInto(agent, e.upper, e.browser);
+  e.ruleSpider = SpiderByAgentRules(agent, e.upper, e.spiderName);
+  e.filled = true;
+  return e;
 }
 
 void HitProcessor::NoteHitTime(vb::Date t) {

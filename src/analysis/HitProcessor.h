@@ -6,6 +6,7 @@
 // hands records to the database form F. Everything runs on the scan's one thread.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -106,9 +107,21 @@ class HitProcessor {
   // Reused per hit, so that the steady state allocates nothing.
   loginput::SplitFields fields_;
   std::string extension_;
-  std::string upperAgent_;  // the agent upper-cased, for the browser and spider rules
   std::string browser_;
   std::string spiderName_;
+  // What the agent alone decides for a new visit, remembered for the agents seen last: a log
+  // has few distinct agents, and each new visit would otherwise run every rule again.
+  struct AgentFacts {
+    bool filled = false;
+    std::string agent;
+    std::string upper;       // the agent upper-cased
+    std::string browser;     // SelectBrowser
+    bool ruleSpider = false;  // SpiderByAgentRules found a name ...
+    std::string spiderName;  // ... this one
+  };
+  static constexpr size_t kAgentMemo = 64;  // a power of two
+  std::array<AgentFacts, kAgentMemo> agents_;
+  const AgentFacts& FactsOf(std::string_view agent);
   vb::Date now_ = 0;
   // What the last sweep was made against, and the earliest hit time given to a visit since.
   struct SweepMemo {

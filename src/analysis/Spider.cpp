@@ -88,34 +88,49 @@ std::string DetectSpider(std::string_view agent, std::string_view address,
 
 void DetectSpiderInto(std::string_view agent, std::string_view u, std::string_view address,
                       const startup::RobotList& robots, std::string& out) {
+  if (SpiderByAgentRules(agent, u, out)) return;
+  if (SpiderByRobotList(agent, u, address, robots)) out.assign("Auto Detected");
+}
+
+bool SpiderByAgentRules(std::string_view agent, std::string_view u, std::string& out) {
   const PairSet pairs(u);
   for (const Rule& r : kRules)
     if (AnyWord(u, pairs, r)) {
       out.assign(r.result);
-      return;
+      return true;
     }
   if (u == kInktomiAgent) {
     out.assign("Inktomi");
-    return;
+    return true;
   }
   for (const Rule& r : kLateRules)
     if (AnyWord(u, pairs, r)) {
       out.assign(r.result.empty() ? agent : r.result);
-      return;
+      return true;
     }
   out.clear();
+  return false;
+}
+
+bool SpiderByRobotList(std::string_view agent, std::string_view u, std::string_view address,
+                       const startup::RobotList& robots) {
   // The robot list: by address, or by a stored agent found in the upper-cased agent (a stored
   // agent with lower-case letters can therefore only match through its address). An entry with
   // an empty agent matches by address only: an empty text would be found in every agent.
-  if (agent.size() < 2) return;
+  if (agent.size() < 2) return false;
+  bool pairsMade = false;
+  PairSet pairs({});
   for (int32_t i = 1; i <= robots.count && static_cast<size_t>(i) < robots.entries.size(); ++i) {
     const startup::RobotEntry& e = robots.entries[static_cast<size_t>(i)];
-    if (e.address == address ||
-        (!e.agent.empty() && pairs.MayHold(e.agent) && u.find(e.agent) != std::string::npos)) {
-      out.assign("Auto Detected");
-      return;
+    if (e.address == address) return true;
+    if (e.agent.empty()) continue;
+    if (!pairsMade) {
+      pairs = PairSet(u);
+      pairsMade = true;
     }
+    if (pairs.MayHold(e.agent) && u.find(e.agent) != std::string::npos) return true;
   }
+  return false;
 }
 
 }  // namespace analysis

@@ -21,4 +21,13 @@ std::string DetectSpider(std::string_view agent, std::string_view address,
 void DetectSpiderInto(std::string_view agent, std::string_view upper, std::string_view address,
                       const startup::RobotList& robots, std::string& out);
 
+// DetectSpiderInto in its two halves. The rules on the agent alone (engine names, the generic
+// and the known crawler words): true with the name in `out`, else false and `out` empty. A
+// function of the agent only, so its answer may be remembered per agent.
+bool SpiderByAgentRules(std::string_view agent, std::string_view upper, std::string& out);
+// The robot list, when the rules gave nothing: true ("Auto Detected") for an agent of 2 or more
+// characters whose address or stored agent an entry has.
+bool SpiderByRobotList(std::string_view agent, std::string_view upper, std::string_view address,
+                       const startup::RobotList& robots);
+
 }  // namespace analysis
