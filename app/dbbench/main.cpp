@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "database/Schema.h"
 #include "dbase/Table.h"
 
 namespace {
@@ -43,19 +44,11 @@ long PeakRssKb() {
   return u.ru_maxrss;
 }
 
-const std::vector<std::string> kVisitsFields = {
-    "RecordNo|C|9", "IP|C|15",        "Site|C|20",      "Active|C|1",     "Alert|C|1",
-    "AlertNo|N|3",  "VisitNo|C|5",    "VisitDate|D|8",  "VisitTime|C|8",  "FirstPage|C|20",
-    "LastPage|C|20", "PagesSeen|N|5", "MinsOn|C|6",     "Browser|C|5",    "Spider|C|1",
-    "SpiderT|C|15", "Referrer|C|50",  "HackRaised|C|1", "Flags|C|10"};
-const std::vector<std::string> kVisitsTags = {"key0|IP + Site + DTOS(VisitDate) + VisitNo||U|",
-                                              "key1|Site + DTOS(VisitDate) + VisitNo|"};
-const std::vector<std::string> kVisitorFields = {
-    "RecordNo|C|9",  "IP|C|15",      "Site|C|20",       "DNS|C|50",       "Name|C|25",
-    "Visits|N|5",    "Country|C|2",  "FirstVDate|D|8",  "FirstVTime|C|8", "LastVDate|D|8",
-    "LastVTime|C|8", "Browser|C|5",  "Spider|C|1",      "SpiderT|C|15",   "HackCount|N|3",
-    "Flags|C|10"};
-const std::vector<std::string> kVisitorTags = {"key0|IP + Site||U"};
+// The product's own layouts of "Visits" and "Visitor".
+using database::schema::kVisitorFields;
+using database::schema::kVisitorTags;
+using database::schema::kVisitsFields;
+using database::schema::kVisitsTags;
 
 const char* kSites[] = {"www.tallyo-demo.net", "blog.example.org", "intranet", "support.widgets.co",
                         "www.alpha-shop.com", "shop.example.net", "docs.example.com", "mail.example"};

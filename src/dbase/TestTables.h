@@ -1,53 +1,9 @@
-// Field and tag definitions of the product's tables, as the database layer passes them,
-// for the engine's tests (the engine itself knows no table).
+// The product's table layouts, for the engine's tests. The engine itself knows no table, so the
+// tests borrow the database layer's definitions (a header of constants only, nothing to link).
 #pragma once
 
-#include <string>
-#include <vector>
+#include "database/Schema.h"
 
 namespace dbase::testing {
-
-inline const std::vector<std::string> kVisitsFields = {
-    "RecordNo|C|9", "IP|C|15",        "Site|C|20",      "Active|C|1",     "Alert|C|1",
-    "AlertNo|N|3",  "VisitNo|C|5",    "VisitDate|D|8",  "VisitTime|C|8",  "FirstPage|C|20",
-    "LastPage|C|20", "PagesSeen|N|5", "MinsOn|C|6",     "Browser|C|5",    "Spider|C|1",
-    "SpiderT|C|15", "Referrer|C|50",  "HackRaised|C|1", "Flags|C|10"};
-inline const std::vector<std::string> kVisitsTags = {"key0|IP + Site + DTOS(VisitDate) + VisitNo||U|",
-                                                     "key1|Site + DTOS(VisitDate) + VisitNo|"};
-
-inline const std::vector<std::string> kVisitorFields = {
-    "RecordNo|C|9",  "IP|C|15",     "Site|C|20",      "DNS|C|50",       "Name|C|25",
-    "Visits|N|5",    "Country|C|2", "FirstVDate|D|8", "FirstVTime|C|8", "LastVDate|D|8",
-    "LastVTime|C|8", "Browser|C|5", "Spider|C|1",     "SpiderT|C|15",   "HackCount|N|3",
-    "Flags|C|10"};
-inline const std::vector<std::string> kVisitorTags = {"key0|IP + Site||U"};
-
-inline const std::vector<std::string> kReferrersFields = {
-    "RecordNo|C|9", "Name|C|50", "Site|C|20", "FirstVDate|D|8", "FirstVTime|C|8",
-    "LastVDate|D|8", "LastVTime|C|8", "Visits|N|5"};
-inline const std::vector<std::string> kReferrersTags = {"key0|Name + Site||U|",
-                                                        "key1|Site + STR(Visits)||N|D"};
-
-inline const std::vector<std::string> kExceptionsFields = {
-    "RecordNo|C|9", "Site|C|20", "ExDate|D|8", "ExTime|C|8", "Number|N|3",
-    "Value|C|20",   "IP|C|15",   "VisitNo|C|5"};
-inline const std::vector<std::string> kExceptionsTags = {
-    "key0|Site + RecordNo||U|", "key1|Site + DTOS(ExDate)", "key2|Site + STR(Number,3)"};
-
-inline const std::vector<std::string> kPagesFields = {
-    "RecordNo|C|9", "IP|C|15",       "Site|C|20",      "VisitNo|C|5", "Page|C|40",
-    "PageDate|D|8", "PageTime|C|8",  "PageNo|C|4",     "Status|N|3"};
-inline const std::vector<std::string> kPagesTags = {"key0|IP + Site + VisitNo + PageNo||U|"};
-
-inline const std::vector<std::string> kDownloadsFields = {
-    "RecordNo|C|9",  "IP|C|15",       "Site|C|20",     "VisitNo|C|5",
-    "VisitDate|D|8", "VisitTime|C|8", "Download|C|30", "Status|N|3"};
-inline const std::vector<std::string> kDownloadsTags = {
-    "key0|IP + RecordNo||U|", "key1|IP + Site + VisitNo", "key2|Site + Download"};
-
-inline const std::vector<std::string> kDaySumFields = {
-    "RecordNo|C|9", "Site|C|20",  "Dated|D|8",      "Visitors|N|5",
-    "Alerts|N|5",   "Spiders|N|5", "Exceptions|N|5", "Downloads|N|5"};
-inline const std::vector<std::string> kDaySumTags = {"key0|Site + DTOS(Dated)||U|"};
-
+using namespace database::schema;
 }  // namespace dbase::testing
