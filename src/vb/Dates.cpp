@@ -47,7 +47,11 @@ DaySecond ToDaySecond(Date d) {
   const double whole = std::trunc(d);
   const double frac = std::fabs(d - whole);
   int64_t day = static_cast<int64_t>(whole);
-  int64_t sec = static_cast<int64_t>(std::llround(frac * kSecondsPerDay));
+  // Rounded half away from zero (as llround does) without a library call: the fraction of a
+  // non-negative number below 2^52 is exact.
+  const double seconds = frac * kSecondsPerDay;
+  int64_t sec = static_cast<int64_t>(seconds);
+  if (seconds - static_cast<double>(sec) >= 0.5) ++sec;
   if (sec >= kSecondsPerDay) {
     sec -= kSecondsPerDay;
     day += 1;
@@ -309,6 +313,8 @@ DateParts Split(Date d) {
   p.second = static_cast<int>(ds.second % 60);
   return p;
 }
+
+int32_t SecondOfDay(Date d) { return static_cast<int32_t>(ToDaySecond(d).second); }
 
 int Year(Date d) { return Split(d).year; }
 int Month(Date d) { return Split(d).month; }

@@ -28,6 +28,9 @@ struct DateParts {
 // Before the epoch the fraction is the time of day (-1.25 is 1899-12-29 06:00), as the run-time
 // reads such dates. NaN, infinities and values beyond +-1e8 days read as the epoch, 1899-12-30.
 DateParts Split(Date d);
+// The time of day of `d` in whole seconds (0..86399), exactly as Split gives hour, minute and
+// second, without the calendar.
+int32_t SecondOfDay(Date d);
 int Year(Date d);
 int Month(Date d);
 int Day(Date d);

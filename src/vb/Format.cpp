@@ -420,12 +420,12 @@ std::string FormatNumber(double x, std::string_view fmt) {
 }
 
 void FormatTimeTo(Date d, char out[8]) {
-  const DateParts p = Split(d);
-  Write2(out, p.hour);
+  const int32_t s = SecondOfDay(d);
+  Write2(out, s / 3600);
   out[2] = ':';
-  Write2(out + 3, p.minute);
+  Write2(out + 3, s / 60 % 60);
   out[5] = ':';
-  Write2(out + 6, p.second);
+  Write2(out + 6, s % 60);
 }
 
 void FormatYmdTo(Date d, char out[8]) {
