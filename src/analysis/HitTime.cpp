@@ -2,6 +2,7 @@
 #include "analysis/HitTime.h"
 
 #include <cmath>
+#include <cstring>
 
 #include "analysis/Text.h"
 #include "vb/Convert.h"
@@ -46,8 +47,19 @@ std::optional<vb::Date> DateFromParts(std::string_view y, std::string_view m, st
   }
 }
 
-bool ReadTime(std::string_view s, vb::Date& out) {
-  if (vb::ParseTimeOfDay(s, out)) return true;
+bool ReadTime(HitClock& clock, std::string_view s, vb::Date& out) {
+  if (s.size() == clock.timeLength && std::memcmp(s.data(), clock.timeText, s.size()) == 0) {
+    out = clock.timeValue;
+    return true;
+  }
+  if (vb::ParseTimeOfDay(s, out)) {
+    if (!s.empty() && s.size() <= sizeof clock.timeText) {
+      std::memcpy(clock.timeText, s.data(), s.size());
+      clock.timeLength = s.size();
+      clock.timeValue = out;
+    }
+    return true;
+  }
   vb::Date any;
   if (!vb::TryCDate(TrimBlanks(s), any)) return false;
   out = any - std::floor(any);
@@ -66,7 +78,7 @@ void ReadCombinedDate(HitClock& clock, std::string_view field, std::string_view 
   } else if (vb::TryCDate(TrimBlanks(date), d)) {
     clock.hitDate = std::floor(d);
   }
-  ReadTime(time, clock.timeOfDay);
+  ReadTime(clock, time, clock.timeOfDay);
   // The zone "-0700]" is cut to "-0700"; hours are rounded half to even, so "+0530" gives 5 hours
   // and "+0250" gives 2.
   if (zone.size() > 4) zone = zone.substr(0, 5);
@@ -93,14 +105,23 @@ vb::Date ReadHitTime(HitClock& clock, int16_t type, std::optional<std::string_vi
     clock.offsetSeconds = 0;
   } else {
     vb::Date d;
-    if (vb::ParseIsoDate(*dateField, d)) {
+    const std::string_view text = *dateField;
+    if (clock.dateKnown && text.size() == sizeof clock.dateText &&
+        std::memcmp(text.data(), clock.dateText, sizeof clock.dateText) == 0) {
+      clock.hitDate = clock.dateValue;
+    } else if (vb::ParseIsoDate(text, d)) {
       clock.hitDate = d;
+      if (text.size() == sizeof clock.dateText) {
+        std::memcpy(clock.dateText, text.data(), sizeof clock.dateText);
+        clock.dateKnown = true;
+        clock.dateValue = d;
+      }
     } else if (std::string_view p[3]; SplitThree(*dateField, '-', p)) {
       if (auto d2 = DateFromParts(p[0], p[1], p[2])) clock.hitDate = *d2;
     }
   }
   // 3. The time column, when there is one, gives the time of day.
-  if (timeField) ReadTime(*timeField, clock.timeOfDay);
+  if (timeField) ReadTime(clock, *timeField, clock.timeOfDay);
   // The offset is added in whole seconds to the time of day, so that a hit time is the same
   // number however it was reached (equal times compare equal).
   if (clock.offsetSeconds == 0) return clock.hitDate + clock.timeOfDay;

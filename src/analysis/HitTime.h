@@ -17,6 +17,14 @@ struct HitClock {
   vb::Date hitDate = 0;       // whole days: the date of the latest hit
   vb::Date timeOfDay = 0;     // fraction of a day: the latest time of day read
   int32_t offsetSeconds = 0;  // zone offset added to the hit time when not 0
+  // The last time text and year-month-day text read and their values: consecutive lines nearly
+  // always repeat them. Used only for texts that were read successfully.
+  char timeText[8] = {};
+  size_t timeLength = 0;  // 0 = nothing remembered
+  vb::Date timeValue = 0;
+  char dateText[10] = {};
+  bool dateKnown = false;
+  vb::Date dateValue = 0;
 };
 
 // Reads the hit's date and time into `clock` and returns the hit time (date + time of day, plus
