@@ -204,7 +204,7 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
   SiteRunState& state = run_.Site(siteIndex);
   const std::string& page = hits.page;
   // 15.1 Browser; a log without agents ("-") takes the method as browser code.
-  const AgentFacts& facts = FactsOf(hits.userAgent);
+  AgentFacts& facts = FactsOf(hits.userAgent);
   std::string& browser = browser_;
   browser = facts.browser;
   if (browser == "-" && !hits.method.empty()) browser = hits.method;
@@ -217,7 +217,7 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
     const bool robotsTxt = EqualsUpper(page, "ROBOTS.TXT");
     if (facts.ruleSpider)
       spiderName = facts.spiderName;
-    else if (SpiderByRobotList(hits.userAgent, facts.upper, hits.clientAddress, world_.robots))
+    else if (IsListedRobot(facts, hits.userAgent, hits.clientAddress))
       spiderName = "Auto Detected";
     if (spiderName.empty() && robotsTxt) {
       // A robot that no rule names: learn its address once, and say so.
@@ -400,7 +400,30 @@ void HitProcessor::EndOfFile(int16_t siteIndex) {
   WriteDaySummary(siteIndex);
 }
 
-const HitProcessor::AgentFacts& HitProcessor::FactsOf(std::string_view agent) {
+bool HitProcessor::IsListedRobot(AgentFacts& facts, std::string_view agent,
+                                 std::string_view address) {
+  // SpiderByRobotList, with the list's addresses in a set and the stored agents tried once per
+  // agent and length of the list.
+  const startup::RobotList& robots = world_.robots;
+  if (agent.size() < 2) return false;
+  const int32_t last =
+      std::min<int32_t>(robots.count, static_cast<int32_t>(robots.entries.size()) - 1);
+  if (last < robotAddressesOf_) {
+    robotAddresses_.clear();
+    robotAddressesOf_ = 0;
+  }
+  for (int32_t i = std::max(robotAddressesOf_, 0) + 1; i <= last; ++i)
+    robotAddresses_.insert(robots.entries[static_cast<size_t>(i)].address);
+  robotAddressesOf_ = last;
+  if (robotAddresses_.find(address) != robotAddresses_.end()) return true;
+  if (facts.robotsChecked != last) {
+    facts.robotAgent = RobotAgentIn(facts.upper, robots);
+    facts.robotsChecked = last;
+  }
+  return facts.robotAgent;
+}
+
+HitProcessor::AgentFacts& HitProcessor::FactsOf(std::string_view agent) {
   uint64_t h = 0xcbf29ce484222325ull;
   for (const char c : agent) {
     h ^= static_cast<unsigned char>(c);

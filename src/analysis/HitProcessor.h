@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 
 #include "analysis/HitServices.h"
 #include "analysis/HitTime.h"
@@ -118,10 +119,21 @@ class HitProcessor {
     std::string browser;     // SelectBrowser
     bool ruleSpider = false;  // SpiderByAgentRules found a name ...
     std::string spiderName;  // ... this one
+    int32_t robotsChecked = -1;  // the robot-list length the agent was last checked against ...
+    bool robotAgent = false;     // ... and whether an entry's stored agent occurs in it
   };
+  // The addresses of the robot list, for SpiderByRobotList without a walk of the list. The list
+  // only grows during a run (RobotList::Append), so its length tells whether this is current.
+  struct RobotAddressHash {
+    using is_transparent = void;
+    size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
+  };
+  std::unordered_set<std::string, RobotAddressHash, std::equal_to<>> robotAddresses_;
+  int32_t robotAddressesOf_ = -1;
+  bool IsListedRobot(AgentFacts& facts, std::string_view agent, std::string_view address);
   static constexpr size_t kAgentMemo = 64;  // a power of two
   std::array<AgentFacts, kAgentMemo> agents_;
-  const AgentFacts& FactsOf(std::string_view agent);
+  AgentFacts& FactsOf(std::string_view agent);
   vb::Date now_ = 0;
   // What the last sweep was made against, and the earliest hit time given to a visit since.
   struct SweepMemo {

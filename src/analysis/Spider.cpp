@@ -118,11 +118,16 @@ bool SpiderByRobotList(std::string_view agent, std::string_view u, std::string_v
   // agent with lower-case letters can therefore only match through its address). An entry with
   // an empty agent matches by address only: an empty text would be found in every agent.
   if (agent.size() < 2) return false;
+  for (int32_t i = 1; i <= robots.count && static_cast<size_t>(i) < robots.entries.size(); ++i)
+    if (robots.entries[static_cast<size_t>(i)].address == address) return true;
+  return RobotAgentIn(u, robots);
+}
+
+bool RobotAgentIn(std::string_view u, const startup::RobotList& robots) {
   bool pairsMade = false;
   PairSet pairs({});
   for (int32_t i = 1; i <= robots.count && static_cast<size_t>(i) < robots.entries.size(); ++i) {
     const startup::RobotEntry& e = robots.entries[static_cast<size_t>(i)];
-    if (e.address == address) return true;
     if (e.agent.empty()) continue;
     if (!pairsMade) {
       pairs = PairSet(u);

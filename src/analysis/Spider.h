@@ -29,5 +29,8 @@ bool SpiderByAgentRules(std::string_view agent, std::string_view upper, std::str
 // characters whose address or stored agent an entry has.
 bool SpiderByRobotList(std::string_view agent, std::string_view upper, std::string_view address,
                        const startup::RobotList& robots);
+// The agent half of SpiderByRobotList: whether a list entry's stored agent (not empty) occurs in
+// the upper-cased agent.
+bool RobotAgentIn(std::string_view upper, const startup::RobotList& robots);
 
 }  // namespace analysis
