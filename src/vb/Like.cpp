@@ -83,8 +83,10 @@ bool IsValidLikePattern(std::string_view pattern) {
 bool Like(std::string_view text, std::string_view pattern) {
   // A malformed pattern is an error for the run-time; here it simply matches nothing, so that a
   // bad exclusion or mask in a configuration file never stops a scan.
-  if (!IsValidLikePattern(pattern)) return false;
+  // (A pattern without "[" is always well-formed, and only such patterns are checked by
+  // TailFits, so testing the tail first answers the same.)
   if (!TailFits(text, pattern)) return false;
+  if (!IsValidLikePattern(pattern)) return false;
 
   const size_t n = text.size(), m = pattern.size();
   size_t t = 0, p = 0;

@@ -24,6 +24,19 @@ TEST(Like, WildcardsMatchTheWholeText) {
   EXPECT_FALSE(Like("ABC", "abc"));  // case-sensitive
 }
 
+TEST(Like, TheTailAfterTheLastStarDecidesTheEndOfTheText) {
+  EXPECT_TRUE(Like("crawl3.search1.inktomi.com", "*.search?.inktomi.com"));
+  EXPECT_FALSE(Like("crawl3.searchX.inktomi.com", "*.search#.inktomi.com"));
+  EXPECT_TRUE(Like("crawl3.search7.inktomi.com", "*.search#.inktomi.com"));
+  EXPECT_FALSE(Like("10.0.0.1", "*.proxy.aol.com"));
+  EXPECT_FALSE(Like("om", "*.com"));  // shorter than the tail
+  EXPECT_TRUE(Like(".com", "*.com"));
+  EXPECT_TRUE(Like("abc", "a?c"));    // no star: the whole pattern is the tail
+  EXPECT_FALSE(Like("abcc", "a?c"));
+  EXPECT_FALSE(Like("x.com", "*.com[")); // malformed still matches nothing
+  EXPECT_TRUE(Like("a.com", "*[.]com"));
+}
+
 TEST(Like, DigitsAndCharacterClasses) {
   EXPECT_TRUE(Like("page7.htm", "page#.htm"));
   EXPECT_FALSE(Like("pageX.htm", "page#.htm"));
