@@ -481,27 +481,73 @@ void TagIndex::SortEntries(char* entries, size_t n) const {
   bool sorted = true;
   for (size_t i = 1; i < n && sorted; ++i) sorted = !less(entries + i * es, entries + (i - 1) * es);
   if (sorted) return;
+  std::vector<char> other(n * es);
+  // A large batch is first dealt into buckets by the two key bytes that follow the longest
+  // prefix all its keys share (in a stable pass, so each bucket keeps record-number order among
+  // equal keys); each bucket is then sorted while it fits the cache.
+  size_t shared = size_t(k);
+  for (size_t i = 1; i < n && shared > 0; ++i) {
+    const char* e = entries + i * es;
+    size_t d = 0;
+    while (d < shared && e[d] == entries[d]) ++d;
+    shared = d;
+  }
+  constexpr size_t kBucketBatch = 4096;
+  if (n < kBucketBatch || shared + 2 > size_t(k)) {
+    MergeSortRange(entries, n, other.data());
+    return;
+  }
+  auto bucketOf = [&](const char* e) {
+    const unsigned b = unsigned(static_cast<unsigned char>(e[shared])) << 8 |
+                       static_cast<unsigned char>(e[shared + 1]);
+    return descending_ ? 65535u - b : b;
+  };
+  std::vector<uint32_t> start(65537, 0);
+  for (size_t i = 0; i < n; ++i) ++start[bucketOf(entries + i * es) + 1];
+  for (size_t b = 1; b < start.size(); ++b) start[b] += start[b - 1];
+  {
+    std::vector<uint32_t> at(start.begin(), start.end() - 1);
+    for (size_t i = 0; i < n; ++i) {
+      const char* e = entries + i * es;
+      std::memcpy(other.data() + size_t(at[bucketOf(e)]++) * es, e, es);
+    }
+  }
+  for (size_t b = 0; b + 1 < start.size(); ++b) {
+    const size_t first = start[b], count = start[b + 1] - start[b];
+    if (count > 1) MergeSortRange(other.data() + first * es, count, entries + first * es);
+  }
+  std::memcpy(entries, other.data(), n * es);
+}
+
+void TagIndex::MergeSortRange(char* entries, size_t n, char* scratch) const {
+  if (n < 2) return;
+  const size_t es = size_t(entrySize_);
+  const int k = keyLength_;
+  auto less = [&](const char* a, const char* b) {
+    int c = Compare(a, b, k);
+    if (c != 0) return c < 0;
+    return RecnoOf(a, k) < RecnoOf(b, k);
+  };
   // Runs of 16 by insertion sort, then merges of doubling width between two buffers.
   constexpr size_t kRun = 16;
-  std::vector<char> tmpEntry(es);
+  char tmpEntry[kMaxEntry];
   for (size_t start = 0; start < n; start += kRun) {
     size_t end = std::min(n, start + kRun);
     for (size_t i = start + 1; i < end; ++i) {
       char* cur = entries + i * es;
       if (!less(cur, cur - es)) continue;
-      std::memcpy(tmpEntry.data(), cur, es);
+      std::memcpy(tmpEntry, cur, es);
       size_t j = i;
-      while (j > start && less(tmpEntry.data(), entries + (j - 1) * es)) {
+      while (j > start && less(tmpEntry, entries + (j - 1) * es)) {
         std::memcpy(entries + j * es, entries + (j - 1) * es, es);
         --j;
       }
-      std::memcpy(entries + j * es, tmpEntry.data(), es);
+      std::memcpy(entries + j * es, tmpEntry, es);
     }
   }
   if (n <= kRun) return;
-  std::vector<char> other(n * es);
   char* src = entries;
-  char* dst = other.data();
+  char* dst = scratch;
   for (size_t width = kRun; width < n; width *= 2) {
     for (size_t lo = 0; lo < n; lo += 2 * width) {
       size_t mid = std::min(n, lo + width), hi = std::min(n, lo + 2 * width);

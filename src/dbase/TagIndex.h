@@ -73,7 +73,9 @@ class TagIndex {
 
   // Sorts n entries (key then uint32 record number, EntrySize() bytes each) into this index's
   // order, ties by record number. A stable merge sort over the flat bytes: it reads and
-  // writes memory in sequence, which on large batches is far faster than sorting pointers.
+  // writes memory in sequence, which on large batches is far faster than sorting pointers. A
+  // large batch is first dealt into buckets by two key bytes so that each merge sort runs in
+  // the cache.
   void SortEntries(char* entries, size_t n) const;
 
   // Three-way comparison of two keys' first len bytes in this index's order.
@@ -89,6 +91,9 @@ class TagIndex {
   char* LeafEntry(Leaf* l, int i) const;
   char* Sep(Inner* n, int i) const;
   bool EntryLess(const char* e, const char* key, int len, uint32_t recno) const;
+  // The merge sort of SortEntries over n entries, with `scratch` (n entries) to work in.
+  void MergeSortRange(char* entries, size_t n, char* scratch) const;
+  static constexpr int kMaxEntry = 104;  // the longest key (100) and its record number
   int ChildIndex(Inner* n, const char* key, int len, uint32_t recno) const;
   void InsertAt(Inner** path, int* idx, int depth, Leaf* leaf, int pos, const char* key,
                 uint32_t recno);

@@ -105,5 +105,38 @@ TEST(TagIndex, SortAndBulkLoadMatchOneByOneInserts) {
   ASSERT_TRUE(b.SelfCheck(&why)) << why;
 }
 
+TEST(TagIndex, LargeSortsWithASharedPrefixAgreeWithAStableSort) {
+  // Keys "SITE" + a date-like part drawn from few values: a prefix every key shares, buckets
+  // after it, many equal keys whose record numbers must stay in order; both orders, and a batch
+  // that is in order already.
+  for (const bool desc : {false, true}) {
+    for (const bool presorted : {false, true}) {
+      const int k = 10;
+      TagIndex ix(k, desc);
+      std::mt19937 rng(desc ? 3 : 4);
+      std::vector<std::pair<std::string, uint32_t>> model;
+      for (uint32_t r = 1; r <= 9000; ++r) {
+        std::string key = "SITE" + std::to_string(100000 + rng() % 300);
+        model.emplace_back(key, r);
+      }
+      if (presorted) std::stable_sort(model.begin(), model.end(), Model{desc});
+      std::vector<char> flat;
+      for (const auto& [key, r] : model) {
+        flat.insert(flat.end(), key.begin(), key.end());
+        flat.insert(flat.end(), reinterpret_cast<const char*>(&r),
+                    reinterpret_cast<const char*>(&r) + 4);
+      }
+      ix.SortEntries(flat.data(), model.size());
+      std::stable_sort(model.begin(), model.end(), Model{desc});
+      for (size_t i = 0; i < model.size(); ++i) {
+        uint32_t r;
+        std::memcpy(&r, &flat[i * 14 + 10], 4);
+        ASSERT_EQ(std::string(&flat[i * 14], 10), model[i].first) << i;
+        ASSERT_EQ(r, model[i].second) << i;
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace dbase
