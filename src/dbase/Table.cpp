@@ -76,6 +76,7 @@ struct Table::Impl {
   mutable bool loaded = true;
   mutable int loadStatus = kOk;
   std::string scratch, scratch2, oldRec;
+  std::string mergeRec, mergeKey;  // a small merge's record and key, reused
   // The last day written by SetDate and its text, and the last date text read by GetDate and
   // its day: dates repeat from record to record.
   int64_t setDay = INT64_MIN;
@@ -533,7 +534,10 @@ int Table::Impl::Merge(Tag& t) {
   const uint32_t first = t.merged + 1, count = n - t.merged;
   const size_t k = size_t(t.expr.KeyLength()), es = k + 4, rl = size_t(dbf.RecordLength());
   if (count <= kSmallBatch) {
-    std::string rec(rl, ' '), key(k, ' ');
+    std::string& rec = mergeRec;
+    std::string& key = mergeKey;
+    rec.resize(rl);
+    key.resize(k);
     for (uint32_t r = first; r <= n; ++r) {
       if (int s = dbf.Read(r, rec.data()); s != kOk) return s;
       t.expr.Evaluate(rec.data(), key.data());

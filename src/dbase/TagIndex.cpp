@@ -238,7 +238,11 @@ void TagIndex::InsertAt(Inner** path, int* idx, int depth, Leaf* leaf, int pos, 
 
 void TagIndex::InsertIntoParent(Inner** path, int* idx, int depth, Node* right, const char* sepIn) {
   const size_t es = size_t(entrySize_);
-  std::vector<char> sep(sepIn, sepIn + es);
+  // Working space on the stack: splitting allocates nothing but the new nodes.
+  char sep[kMaxEntry];
+  std::memcpy(sep, sepIn, es);
+  Node* ch[256];
+  char seps[256 * kMaxEntry];
   while (depth > 0) {
     --depth;
     Inner* in = path[depth];
@@ -249,35 +253,35 @@ void TagIndex::InsertIntoParent(Inner** path, int* idx, int depth, Node* right, 
       std::memmove(ch + p + 1, ch + p, size_t(n - p) * sizeof(Node*));
       ch[p] = right;
       std::memmove(Sep(in, p + 1), Sep(in, p), size_t(n - p) * es);
-      std::memcpy(Sep(in, p), sep.data(), es);
+      std::memcpy(Sep(in, p), sep, es);
       ++in->count;
       return;
     }
     // Split the inner node: gather n + 1 children and their separators, then share them out.
-    std::vector<Node*> ch(Children(in), Children(in) + n);
-    std::vector<char> seps(size_t(n + 1) * es);
-    std::memcpy(seps.data() + es, Sep(in, 1), size_t(n - 1) * es);
-    ch.insert(ch.begin() + p, right);
-    std::memmove(seps.data() + size_t(p + 1) * es, seps.data() + size_t(p) * es, size_t(n - p) * es);
-    std::memcpy(seps.data() + size_t(p) * es, sep.data(), es);
+    std::memcpy(ch, Children(in), size_t(p) * sizeof(Node*));
+    ch[p] = right;
+    std::memcpy(ch + p + 1, Children(in) + p, size_t(n - p) * sizeof(Node*));
+    std::memcpy(seps + es, Sep(in, 1), size_t(n - 1) * es);
+    std::memmove(seps + size_t(p + 1) * es, seps + size_t(p) * es, size_t(n - p) * es);
+    std::memcpy(seps + size_t(p) * es, sep, es);
     int total = n + 1;
     int keep = p == n ? n : total / 2;
     Inner* rin = static_cast<Inner*>(NewInner());
     for (int i = 0; i < keep; ++i) Children(in)[i] = ch[size_t(i)];
-    if (keep > 1) std::memcpy(Sep(in, 1), seps.data() + es, size_t(keep - 1) * es);
+    if (keep > 1) std::memcpy(Sep(in, 1), seps + es, size_t(keep - 1) * es);
     in->count = uint16_t(keep);
     for (int i = keep; i < total; ++i) Children(rin)[i - keep] = ch[size_t(i)];
     if (total - keep > 1)
-      std::memcpy(Sep(rin, 1), seps.data() + size_t(keep + 1) * es, size_t(total - keep - 1) * es);
+      std::memcpy(Sep(rin, 1), seps + size_t(keep + 1) * es, size_t(total - keep - 1) * es);
     rin->count = uint16_t(total - keep);
-    sep.assign(seps.data() + size_t(keep) * es, seps.data() + size_t(keep + 1) * es);
+    std::memcpy(sep, seps + size_t(keep) * es, es);
     right = rin;
   }
   // The root split: a new root over the two halves.
   Inner* root = static_cast<Inner*>(NewInner());
   Children(root)[0] = root_;
   Children(root)[1] = right;
-  std::memcpy(Sep(root, 1), sep.data(), es);
+  std::memcpy(Sep(root, 1), sep, es);
   root->count = 2;
   root_ = root;
   ++height_;
