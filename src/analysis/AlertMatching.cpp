@@ -13,9 +13,17 @@ namespace analysis {
 
 int16_t MatchAlert(const startup::World& world, int16_t siteIndex, const database::Visit& visit) {
   try {
-    // 1. The referrer, lower-cased.
+    // 1. The referrer, lower-cased (made when a definition of the site first needs it: a site
+    //    without alert definitions costs nothing per visit).
     std::string r;
-    LowerAsciiInto(visit.referrer, r);
+    bool referrerMade = false;
+    auto referrer = [&]() -> const std::string& {
+      if (!referrerMade) {
+        LowerAsciiInto(visit.referrer, r);
+        referrerMade = true;
+      }
+      return r;
+    };
     std::string phrase;
     bool phraseMade = false;
     // 2. Every definition in list order.
@@ -26,9 +34,9 @@ int16_t MatchAlert(const startup::World& world, int16_t siteIndex, const databas
       auto count = [](int16_t n) { return std::clamp<int>(n, 0, startup::kAlertListSlots); };
       // 2.2-2.3 Engine: all engines, or an engine entry in the referrer.
       bool engine = al.allEngines;
-      if (!engine && !r.empty()) {
+      if (!engine && !referrer().empty()) {
         for (int k = 1; k <= count(al.engineCount) && !engine; ++k)
-          engine = vb::InStr(r, al.engineList[static_cast<size_t>(k)]) > 0;
+          engine = vb::InStr(referrer(), al.engineList[static_cast<size_t>(k)]) > 0;
       }
       // 2.4 Page.
       bool page = al.pageCount == 0;
@@ -42,9 +50,9 @@ int16_t MatchAlert(const startup::World& world, int16_t siteIndex, const databas
       }
       // 2.6 Word: the k-th word followed by a blank, searched from position k of the phrase.
       bool word = al.wordCount == 0;
-      if (!word && r.find('?') != std::string::npos) {
+      if (!word && referrer().find('?') != std::string::npos) {
         if (!phraseMade) {
-          phrase = loginput::CleanSearchPhrase(r);
+          phrase = loginput::CleanSearchPhrase(referrer());
           phraseMade = true;
         }
         for (int k = 1; k <= count(al.wordCount) && !word; ++k)
