@@ -2,6 +2,7 @@
 #include "analysis/VisitTable.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "vb/Like.h"
 
@@ -84,9 +85,15 @@ size_t VisitTable::FindBucket(int32_t siteIndex, std::string_view address, uint3
   for (size_t b = hash & mask;; b = (b + 1) & mask) {
     const Bucket& bucket = buckets_[b];
     if (bucket.head == 0) return b;
-    if (bucket.hash != hash) continue;
+    if (bucket.hash != hash || bucket.site != siteIndex) continue;
+    if (bucket.length <= kInlineAddress) {
+      if (bucket.length == address.size() &&
+          std::memcmp(bucket.address, address.data(), address.size()) == 0)
+        return b;
+      continue;
+    }
     const database::Visit& v = slots_[static_cast<size_t>(bucket.head)].visit;
-    if (v.siteIndex == siteIndex && v.clientAddress == address) return b;
+    if (v.clientAddress == address) return b;
   }
 }
 
@@ -127,7 +134,11 @@ void VisitTable::IndexAddress(int32_t i) {
   const size_t b = FindBucket(s.visit.siteIndex, s.visit.clientAddress, hash);
   Bucket& bucket = buckets_[b];
   if (bucket.head == 0) {
-    bucket = Bucket{hash, i};
+    const std::string& address = s.visit.clientAddress;
+    bucket = Bucket{hash, i, s.visit.siteIndex,
+                    static_cast<uint8_t>(std::min<size_t>(address.size(), kInlineAddress + 1)), {}};
+    if (address.size() <= kInlineAddress)
+      std::memcpy(bucket.address, address.data(), address.size());
     ++bucketsUsed_;
     return;
   }

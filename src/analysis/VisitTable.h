@@ -93,10 +93,16 @@ class VisitTable {
     bool open = false;
   };
   // One bucket of the address index: the first open visit (in table order) of one site and
-  // address, and the hash of that pair. head 0 = empty bucket.
+  // address, and the hash of that pair. head 0 = empty bucket. An address of up to
+  // kInlineAddress characters is kept in the bucket too, so that a lookup compares it without
+  // reading the visit.
+  static constexpr size_t kInlineAddress = 15;
   struct Bucket {
     uint32_t hash = 0;
     int32_t head = 0;
+    int32_t site = 0;
+    uint8_t length = 0;  // of the address; above kInlineAddress: not kept here
+    char address[kInlineAddress] = {};
   };
 
   // RemoveMarked in two halves: the marked visits that are still open and still ended, in table
