@@ -39,8 +39,16 @@ void RemoveQuotes(std::string& s) {
   s.erase(std::remove(s.begin() + static_cast<std::ptrdiff_t>(first), s.end(), '"'), s.end());
 }
 
-bool Contains(std::string_view s, std::string_view what) {
-  return s.find(what) != std::string_view::npos;
+// Whether `page` holds "../", "..%2F" or ".%5c." (a way up the folder tree). Each starts with a
+// "." followed by "." or "%", so only those places are looked at: one search for most pages.
+bool HasParentStep(std::string_view page) {
+  for (size_t at = page.find('.'); at != std::string_view::npos; at = page.find('.', at + 1)) {
+    const std::string_view rest = page.substr(at);
+    if (rest.size() < 3 || (rest[1] != '.' && rest[1] != '%')) continue;
+    if (rest.starts_with("../") || rest.starts_with("..%2F") || rest.starts_with(".%5c."))
+      return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -351,8 +359,7 @@ void HitProcessor::CountPage(int32_t vi, int16_t siteIndex, const startup::Site&
     f_.AddDownload(v);
   }
   // 21. Suspicious requests and visit alerts, in this order.
-  if (Contains(v.currentPage, "../") || Contains(v.currentPage, "..%2F") ||
-      Contains(v.currentPage, ".%5c.")) {
+  if (HasParentStep(v.currentPage)) {
     Raise(siteIndex, 160, hitTime, v, std::string_view(page));
     ++v.hackScore;
   }
