@@ -183,6 +183,25 @@ struct Table::Impl {
   std::vector<bool> FieldMdxFlags() const;
 };
 
+// Copies n <= 16 bytes with at most two overlapping moves of a fixed size (no library call).
+static inline void CopyUpTo16(char* to, const char* from, size_t n) {
+  if (n >= 8) {
+    uint64_t a, b;
+    std::memcpy(&a, from, 8);
+    std::memcpy(&b, from + n - 8, 8);
+    std::memcpy(to, &a, 8);
+    std::memcpy(to + n - 8, &b, 8);
+  } else if (n >= 4) {
+    uint32_t a, b;
+    std::memcpy(&a, from, 4);
+    std::memcpy(&b, from + n - 4, 4);
+    std::memcpy(to, &a, 4);
+    std::memcpy(to + n - 4, &b, 4);
+  } else {
+    for (size_t k = 0; k < n; ++k) to[k] = from[k];
+  }
+}
+
 // ---- properties ----------------------------------------------------------------------------
 
 Table::Table() : impl_(std::make_unique<Impl>()) {}
@@ -866,9 +885,19 @@ void Table::SetText(int field, std::string_view v) {
   if (!f) return;
   impl_->EnsureLoaded();
   char* dst = impl_->buf.data() + f->offset;
-  size_t n = std::min(v.size(), size_t(f->width));
+  const size_t width = size_t(f->width);
+  const size_t n = std::min(v.size(), width);
+  if (width <= 16) {
+    // Most fields are short: the text is laid into sixteen blanks and the field's bytes copied
+    // from there, without a library call.
+    char padded[16];
+    std::memset(padded, ' ', sizeof padded);
+    CopyUpTo16(padded, v.data(), n);
+    CopyUpTo16(dst, padded, width);
+    return;
+  }
   std::memcpy(dst, v.data(), n);
-  std::memset(dst + n, ' ', size_t(f->width) - n);
+  std::memset(dst + n, ' ', width - n);
 }
 
 double Table::GetNumber(int field) const {
