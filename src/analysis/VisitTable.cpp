@@ -53,14 +53,16 @@ int32_t VisitTable::Append(int32_t siteIndex, std::string_view clientAddress) {
   const auto i = static_cast<int32_t>(slots_.size()) - 1;
   Slot& s = slots_.back();
   // A record from the pool brings the text buffers of a visit that ended.
-  if (!pool_.empty()) {
+  if (pool_.empty()) {
+    s.visit = std::make_unique<database::Visit>();
+  } else {
     s.visit = std::move(pool_.back());
     pool_.pop_back();
   }
-  s.visit.siteIndex = siteIndex;
-  s.visit.clientAddress.assign(clientAddress);
-  s.visit.hostName.assign(clientAddress);
-  s.maskBits = MatchMasks(s.visit.hostName);
+  s.visit->siteIndex = siteIndex;
+  s.visit->clientAddress.assign(clientAddress);
+  s.visit->hostName.assign(clientAddress);
+  s.maskBits = MatchMasks(s.visit->hostName);
   s.open = true;
   ++open_;
   Index(i);
@@ -92,7 +94,7 @@ size_t VisitTable::FindBucket(int32_t siteIndex, std::string_view address, uint3
         return b;
       continue;
     }
-    const database::Visit& v = slots_[static_cast<size_t>(bucket.head)].visit;
+    const database::Visit& v = *slots_[static_cast<size_t>(bucket.head)].visit;
     if (v.clientAddress == address) return b;
   }
 }
@@ -128,14 +130,14 @@ void VisitTable::EraseBucket(size_t b) {
 void VisitTable::IndexAddress(int32_t i) {
   Slot& s = slots_[static_cast<size_t>(i)];
   s.nextSame = 0;
-  if (s.visit.siteIndex < 0) return;
+  if (s.visit->siteIndex < 0) return;
   if ((bucketsUsed_ + 1) * 2 > buckets_.size()) GrowBuckets();
-  const uint32_t hash = HashOf(s.visit.siteIndex, s.visit.clientAddress);
-  const size_t b = FindBucket(s.visit.siteIndex, s.visit.clientAddress, hash);
+  const uint32_t hash = HashOf(s.visit->siteIndex, s.visit->clientAddress);
+  const size_t b = FindBucket(s.visit->siteIndex, s.visit->clientAddress, hash);
   Bucket& bucket = buckets_[b];
   if (bucket.head == 0) {
-    const std::string& address = s.visit.clientAddress;
-    bucket = Bucket{hash, i, s.visit.siteIndex,
+    const std::string& address = s.visit->clientAddress;
+    bucket = Bucket{hash, i, s.visit->siteIndex,
                     static_cast<uint8_t>(std::min<size_t>(address.size(), kInlineAddress + 1)), {}};
     if (address.size() <= kInlineAddress)
       std::memcpy(bucket.address, address.data(), address.size());
@@ -158,9 +160,9 @@ void VisitTable::IndexAddress(int32_t i) {
 
 void VisitTable::UnindexAddress(int32_t i) {
   Slot& s = slots_[static_cast<size_t>(i)];
-  if (s.visit.siteIndex < 0) return;
-  const uint32_t hash = HashOf(s.visit.siteIndex, s.visit.clientAddress);
-  const size_t b = FindBucket(s.visit.siteIndex, s.visit.clientAddress, hash);
+  if (s.visit->siteIndex < 0) return;
+  const uint32_t hash = HashOf(s.visit->siteIndex, s.visit->clientAddress);
+  const size_t b = FindBucket(s.visit->siteIndex, s.visit->clientAddress, hash);
   Bucket& bucket = buckets_[b];
   if (bucket.head == 0) return;
   if (bucket.head == i) {
@@ -200,7 +202,7 @@ int32_t VisitTable::FirstWithHostMask(size_t maskSlot) const {
 }
 
 void VisitTable::SetClientAddress(int32_t i, std::string_view address) {
-  database::Visit& v = slots_[static_cast<size_t>(i)].visit;
+  database::Visit& v = *slots_[static_cast<size_t>(i)].visit;
   if (v.clientAddress == address) return;
   UnindexAddress(i);
   v.clientAddress.assign(address);
@@ -209,9 +211,9 @@ void VisitTable::SetClientAddress(int32_t i, std::string_view address) {
 
 void VisitTable::SetHostName(int32_t i, std::string_view hostName) {
   Slot& s = slots_[static_cast<size_t>(i)];
-  if (s.visit.hostName == hostName) return;  // the same name fits the same masks
-  s.visit.hostName.assign(hostName);
-  const uint64_t bits = MatchMasks(s.visit.hostName);
+  if (s.visit->hostName == hostName) return;  // the same name fits the same masks
+  s.visit->hostName.assign(hostName);
+  const uint64_t bits = MatchMasks(s.visit->hostName);
   for (size_t k = 0; k < masks_.size(); ++k) {
     const bool was = s.maskBits >> k & 1, is = bits >> k & 1;
     if (was && !is) byMask_[k].erase(i);
@@ -221,7 +223,7 @@ void VisitTable::SetHostName(int32_t i, std::string_view hostName) {
 }
 
 void VisitTable::Mark(int32_t i) {
-  slots_[static_cast<size_t>(i)].visit.ended = true;
+  slots_[static_cast<size_t>(i)].visit->ended = true;
   marked_.push_back(i);
 }
 
@@ -234,7 +236,7 @@ const std::vector<int32_t>& VisitTable::TakeMarked() {
   gone_.erase(std::remove_if(gone_.begin(), gone_.end(),
                              [&](int32_t i) {
                                const Slot& s = slots_[static_cast<size_t>(i)];
-                               return !s.open || !s.visit.ended;
+                               return !s.open || !s.visit->ended;
                              }),
               gone_.end());
   return gone_;
@@ -246,7 +248,7 @@ int32_t VisitTable::DropTaken() {
     Unindex(i);
     s.open = false;
     // Blanked by assignment from a blank visit: the strings keep their buffers.
-    s.visit = database::Visit{};
+    *s.visit = database::Visit{};
     --open_;
   }
   // Vacant indexes at the end are given back at once; the others once they are the majority.
@@ -262,14 +264,15 @@ int32_t VisitTable::DropTaken() {
 // Gives back the vacant slots at the end of the table; their visit records go to the pool.
 void VisitTable::DropTail() {
   while (slots_.size() > 1 && !slots_.back().open) {
-    pool_.push_back(std::move(slots_.back().visit));
+    if (slots_.back().visit) pool_.push_back(std::move(slots_.back().visit));
     slots_.pop_back();
   }
 }
 
 void VisitTable::Compact() {
-  // The open visits move down in order; the vacant records they leave go to the pool. The
-  // address index is rebuilt in place from the new numbers.
+  // The open visits move down in order (their records stay where they are: only the pointers
+  // move); the vacant records they leave go to the pool. The address index is rebuilt in place
+  // from the new numbers.
   size_t out = 1;
   for (size_t i = 1; i < slots_.size(); ++i) {
     if (!slots_[i].open) continue;

@@ -21,6 +21,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
@@ -46,9 +47,9 @@ class VisitTable {
   int32_t Nth(int32_t k) const;
 
   // REQUIRES: i is the index of an open visit.
-  database::Visit& operator[](int32_t i) { return slots_[static_cast<size_t>(i)].visit; }
+  database::Visit& operator[](int32_t i) { return *slots_[static_cast<size_t>(i)].visit; }
   const database::Visit& operator[](int32_t i) const {
-    return slots_[static_cast<size_t>(i)].visit;
+    return *slots_[static_cast<size_t>(i)].visit;
   }
 
   // Appends a blank visit of `siteIndex` with `clientAddress` (and the address as host name, as a
@@ -86,8 +87,11 @@ class VisitTable {
   void Clear();
 
  private:
+  // A slot points to its visit record, so that compacting the table moves pointers, and a walk
+  // of the slots (open flags) stays in a few cache lines. A vacant slot keeps a blank record
+  // (slot 0 none).
   struct Slot {
-    database::Visit visit;
+    std::unique_ptr<database::Visit> visit;
     uint64_t maskBits = 0;  // which host masks the host name matches
     int32_t nextSame = 0;   // the next open visit with the same site and address, or 0
     bool open = false;
@@ -132,7 +136,7 @@ class VisitTable {
   // through Slot::nextSame in table order. Linear probing; the size is a power of two.
   std::vector<Bucket> buckets_;
   size_t bucketsUsed_ = 0;
-  std::vector<database::Visit> pool_;       // dropped visits, blank, with their text buffers
+  std::vector<std::unique_ptr<database::Visit>> pool_;  // dropped visits, blank, with their buffers
 };
 
 }  // namespace analysis
