@@ -86,8 +86,9 @@ class F {
 
   // The visit's first hit: appends its "Visits" record (referrer shortened to scheme://host,
   // "Active" = "Y", "PagesSeen" = 1, "FirstPage" = "LastPage" = entryPage) and caches its first
-  // page from the visit state. REQUIRES: the database is open.
-  void AddVisitToDatabase(const Visit& visit, std::string_view entryPage);
+  // page from the visit state. Writes the table's ticket for the new record into
+  // visit.visitsTicket (0 when there is none). REQUIRES: the database is open.
+  void AddVisitToDatabase(Visit& visit, std::string_view entryPage);
   // Caches one page view of the visit. The cache holds up to 5,000 pages; the call that would
   // take the 5,000th writes the batch instead and its own page is not recorded (kept on purpose:
   // the files the product reads were always written this way).

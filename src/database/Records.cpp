@@ -22,7 +22,8 @@ void SetFlag(dbase::Table& t, int field, bool value) { t.SetText(field, value ? 
 
 }  // namespace
 
-void F::AddVisitToDatabase(const Visit& visit, std::string_view entryPage) {
+void F::AddVisitToDatabase(Visit& visit, std::string_view entryPage) {
+  visit.visitsTicket = 0;
   try {
     // 1. Referrer, shortened to scheme://host.
     const std::string_view referrer = ShortenReferrer(visit.referrer);
@@ -49,7 +50,11 @@ void F::AddVisitToDatabase(const Visit& visit, std::string_view entryPage) {
     VAVISITS.SetNumber(f.pagesSeen, 1);
     VAVISITS.SetText(f.active, "Y");
     lastStatus_ = VAVISITS.AppendRecord();
-    if (lastStatus_ == dbase::kOk) ++totals_.visitRecordsAdded;
+    if (lastStatus_ == dbase::kOk) {
+      ++totals_.visitRecordsAdded;
+      // Kept so that the visit's end finds this record again without a search when it can.
+      visit.visitsTicket = VAVISITS.AppendTicket();
+    }
 
     // 3. The first page, from the visit state (not from entryPage).
     CachePage(visit);
@@ -154,8 +159,9 @@ void F::UpdateVisitInDatabase(const Visit& visit) {
     PadInto(key + schema::kIpWidth + schema::kSiteWidth + 8, 5,
             ZeroPadded(visit.visitNumber, 5, visitNo));
 
-    // 2. A visit without a record is simply not updated.
-    lastStatus_ = VAVISITS.SeekKey(detail::View(key, kKeyLength));
+    // 2. A visit without a record is simply not updated. The seek goes straight to the record
+    //    appended for the visit when the table can prove it is the one the key finds.
+    lastStatus_ = VAVISITS.SeekKeyAt(detail::View(key, kKeyLength), visit.visitsTicket);
     if (lastStatus_ != dbase::kOk) return;
 
     // 3. Duration.

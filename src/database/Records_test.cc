@@ -101,6 +101,50 @@ TEST(Records, VisitRecordIsWrittenAtStartAndCompletedAtEnd) {
   EXPECT_EQ(visits[1].at("ALERT"), "N");
 }
 
+TEST(Records, EndOfAVisitWithARepeatedKeyCompletesTheFirstRecordOfThatKey) {
+  DbRun run;
+  database::F f(run.world);
+  ASSERT_TRUE(f.InitDatabase());
+  f.SetCurrentSite("Alpha");
+  // Ends of visits between the starts, as in a scan: keys go into the index as they come.
+  database::Visit early = MakeVisit("10.0.0.0", At(8, 0, 0));
+  f.AddVisitToDatabase(early, "/early.htm");
+  database::Visit unknown = MakeVisit("10.9.9.9", At(8, 0, 0));
+  f.UpdateVisitInDatabase(unknown);
+  // Two visits of one address, day and number: the "Visits" key0 finds the first record only.
+  database::Visit first = MakeVisit("10.0.0.1", At(9, 0, 0));
+  first.visitNumber = 3;
+  f.AddVisitToDatabase(first, "/a.htm");
+  EXPECT_NE(first.visitsTicket, 0u);
+  database::Visit other = MakeVisit("10.0.0.2", At(9, 1, 0));
+  f.AddVisitToDatabase(other, "/b.htm");
+  EXPECT_NE(other.visitsTicket, 0u);
+  database::Visit repeat = MakeVisit("10.0.0.1", At(9, 2, 0));
+  repeat.visitNumber = 3;
+  f.AddVisitToDatabase(repeat, "/c.htm");
+  EXPECT_EQ(repeat.visitsTicket, 0u);  // nothing to prove: its record is not the key's entry
+  // Even a ticket taken from another visit cannot lead the end of this one astray.
+  repeat.visitsTicket = other.visitsTicket;
+  repeat.currentPage = "end-of-repeat.htm";
+  repeat.pageCount = 9;
+  f.UpdateVisitInDatabase(repeat);
+  EXPECT_EQ(f.LastStatus(), 0);
+  other.currentPage = "end-of-other.htm";
+  f.UpdateVisitInDatabase(other);
+  // A visit whose number changed after its record was written is not found by the old record.
+  first.visitNumber = 4;
+  f.UpdateVisitInDatabase(first);
+  EXPECT_NE(f.LastStatus(), 0);
+  f.CloseDatabase();
+  const auto visits = ReadTable(run.Data(), "Visits");
+  ASSERT_EQ(visits.size(), 4u);
+  EXPECT_EQ(visits[1].at("LASTPAGE"), "end-of-repeat.htm");
+  EXPECT_EQ(visits[1].at("PAGESSEEN"), "9");
+  EXPECT_EQ(visits[2].at("LASTPAGE"), "end-of-other.htm");
+  EXPECT_EQ(visits[3].at("LASTPAGE"), "/c.htm");
+  EXPECT_EQ(visits[3].at("ACTIVE"), "Y");
+}
+
 TEST(Records, PageCacheWritesOnTheFiveThousandthCallAndDropsItsPage) {
   DbRun run;
   database::F f(run.world);

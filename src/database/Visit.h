@@ -71,6 +71,10 @@ struct Visit {
   // Once-per-visit alerts of the hit analysis (the hacker alert uses hackRaised above).
   bool pagesAlertRaised = false;     // alert 131: the visit passed the site's page limit
   bool durationAlertRaised = false;  // alert 130: the visit lasted longer than the site's limit
+
+  // Written by AddVisitToDatabase: the "Visits" table's ticket for the record appended for the
+  // visit (0 = none), so that UpdateVisitInDatabase can find it again without a search.
+  uint64_t visitsTicket = 0;
 };
 
 }  // namespace database

@@ -84,6 +84,13 @@ struct Table::Impl {
   mutable char getText[8] = {};
   mutable bool getKnown = false;
   mutable vb::Date getDate = 0;
+  // Tickets for finding an appended record again (AppendTicket, SeekKeyAt). The epoch grows
+  // whenever an entry of a unique tag may have passed from one record to another, or the
+  // selected tag changed; a ticket is the epoch at its append and stays good while it is
+  // unchanged. A ticket is the epoch times 2^32 plus its record number; appendTicket is the
+  // last append's ticket, 0 when it has none.
+  uint64_t uniqueEpoch = 1;
+  uint64_t appendTicket = 0;
 
   void Notice(const std::string& m) const {
     if (sink) sink(m);
@@ -314,6 +321,9 @@ int Table::Impl::Open(bool ro) {
   std::string path = FindFileNoCase(location, DbfName());
   if (path.empty()) return kFileMissing;
   std::string why, notice;
+  // A fresh index: no ticket of an earlier open may match it.
+  ++uniqueEpoch;
+  appendTicket = 0;
   int s = dbf.Open(path, ro, &why, &notice);
   if (s != kOk) return s;
   if (!notice.empty()) Notice(dbf.Path() + ": " + notice);
@@ -716,6 +726,8 @@ int Table::SelectTag(std::string_view tag) {
   if (found == -2) return kNoSuchTag;
   if (found != m.selected) {
     m.selected = found;
+    ++m.uniqueEpoch;  // tickets are for the tag selected at their append
+    m.appendTicket = 0;
     m.curKeyValid = false;
     m.posVersion = ~uint64_t(0);
   }
@@ -803,6 +815,7 @@ int Table::AppendRecord() {
   if (s != kOk) return s;
   const uint32_t r = m.dbf.RecordCount();
   bool selectedKeyKnown = false;
+  m.appendTicket = 0;
   for (size_t i = 0; i < m.tags.size(); ++i) {
     Tag& t = m.tags[i];
     const bool now = t.eager && t.merged == r - 1 && ++t.appendsSinceUse <= kEagerRun;
@@ -816,8 +829,13 @@ int Table::AppendRecord() {
     t.expr.Evaluate(m.buf.data(), key.data());
     selectedKeyKnown = selectedKeyKnown || selected;
     // A unique tag indexes only the first record of a key.
-    if (t.unique) t.index->InsertUnique(key.data(), r);
-    else t.index->Insert(key.data(), r);
+    if (t.unique) {
+      // The new record is its key's entry when nobody held the key: a ticket can prove it later.
+      if (t.index->InsertUnique(key.data(), r) == 0 && selected)
+        m.appendTicket = (m.uniqueEpoch << 32) | r;
+    } else {
+      t.index->Insert(key.data(), r);
+    }
     t.merged = r;
   }
   if (!m.tags.empty()) m.indexDirty = true;
@@ -850,6 +868,11 @@ int Table::ReplaceRecord() {
     // The key moves: the tag first takes every record up to this one (with its old key).
     if (int ms = m.Merge(t); ms != kOk) return ms;
     m.indexDirty = true;
+    // A unique tag's entry may pass to another record: every ticket so far is void.
+    if (t.unique) {
+      ++m.uniqueEpoch;
+      m.appendTicket = 0;
+    }
     if (!t.unique) {
       t.index->Erase(m.scratch.data(), r);
       t.index->Insert(m.scratch2.data(), r);
@@ -1068,6 +1091,37 @@ int Table::SeekKey(std::string_view key) {
   }
   m.SetAt(p);
   return std::memcmp(ix.KeyAt(p), m.scratch.data(), k) == 0 ? kOk : kAfter;
+}
+
+uint64_t Table::AppendTicket() const { return impl_->open ? impl_->appendTicket : 0; }
+
+// Why the shortcut gives SeekKey's answer: the ticket says that at the append, record recno
+// became the selected unique tag's entry for its key. Entries of a unique tag pass from one
+// record to another only when a replace changes a key in it, or the index is loaded afresh
+// (an open), and a selection of another tag makes a ticket meaningless: each of these raises
+// the epoch. With the epoch unchanged, recno is still the entry of its key, and its key has not
+// changed (a change would have raised the epoch too). So if that key is the one sought,
+// recno is the entry SeekKey would find: a unique tag holds one entry per key.
+int Table::SeekKeyAt(std::string_view key, uint64_t ticket) {
+  Impl& m = *impl_;
+  // 1. A ticket that cannot prove anything: the ordinary seek.
+  const uint32_t recno = uint32_t(ticket & 0xffffffffu);
+  if (!m.open || m.selected < 0 || ticket == 0 || (ticket >> 32) != m.uniqueEpoch ||
+      recno < 1 || recno > m.dbf.RecordCount())
+    return SeekKey(key);
+  // 2. The tag's pending records go in as SeekKey would add them (it counts as a use too).
+  if (int s = m.MergeSelected(); s != kOk) return s;
+  // 3. The key as the tag holds it, and the ticket's record's key.
+  const size_t k = size_t(m.tags[size_t(m.selected)].expr.KeyLength());
+  m.scratch.assign(key.substr(0, k));
+  m.scratch.resize(k, ' ');
+  m.SetRecno(recno);
+  m.EnsureLoaded();
+  if (m.loadStatus != kOk) return SeekKey(key);
+  m.EnsureCurKey();
+  // 4. The same key: standing on its entry. Otherwise the ordinary seek.
+  if (std::memcmp(m.curKey.data(), m.scratch.data(), k) != 0) return SeekKey(key);
+  return kOk;
 }
 
 int Table::SeekNear(std::string_view key) {

@@ -195,6 +195,18 @@ class Table {
   // The key of the buffer in the selected tag ("" in record-number order).
   std::string CurrentKey() const;
 
+  // ---- finding an appended record again without a search ---------------------------------
+  // Right after a successful AppendRecord: a ticket (> 0) naming the new record when the
+  // selected tag is unique and the record became the entry of its key there at once (no other
+  // record held that key); 0 otherwise (no tag, a tag that is not unique, a duplicate key, or
+  // the key not yet added).
+  uint64_t AppendTicket() const;
+  // Exact seek with the same outcome as SeekKey(key). When `ticket` (from AppendTicket) is
+  // still good, i.e. no change since could have moved a unique tag's entry to another record,
+  // the tag is still selected and the ticket's record still has `key`, it positions on that
+  // record without a search; otherwise (ticket 0 included) it does SeekKey(key).
+  int SeekKeyAt(std::string_view key, uint64_t ticket);
+
  private:
   struct Impl;
   std::unique_ptr<Impl> impl_;

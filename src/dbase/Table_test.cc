@@ -273,6 +273,72 @@ TEST(Table, UniqueKeyPassesToTheNextRecordWhenItsHolderChanges) {
   EXPECT_TRUE(rep.Ok()) << rep.defects.front();
 }
 
+TEST(Table, SeekByTicketLandsWhereTheKeySeekLandsEvenAfterDuplicatesAndMovedKeys) {
+  tytest::TempDir dir;
+  Table t;
+  t.SetLocation(dir.str());
+  t.SetTableName("Visitor");
+  ASSERT_EQ(t.CreateTable(testing::kVisitorFields, testing::kVisitorTags), kOk);
+  ASSERT_EQ(t.OpenTable(), kOk);
+  auto add = [&](const char* ip) {
+    t.BlankRecord();
+    t.SetText("IP", ip);
+    t.SetText("Site", "intranet");
+    EXPECT_EQ(t.AppendRecord(), kOk);
+    return t.AppendTicket();
+  };
+  auto key = [](const char* ip) { return Pad(ip, 15) + Pad("intranet", 20); };
+  // Both seeks from the same place must agree on status and record.
+  auto agree = [&](const char* ip, uint64_t ticket, long expected) {
+    SCOPED_TRACE(ip);
+    ASSERT_EQ(t.SeekKey(key(ip)), kOk);
+    EXPECT_EQ(t.RecNo(), expected);
+    const int nextStatus = t.Skip();
+    const long next = t.RecNo();
+    t.GoTop();
+    ASSERT_EQ(t.SeekKeyAt(key(ip), ticket), kOk);
+    EXPECT_EQ(t.RecNo(), expected);
+    EXPECT_EQ(t.CurrentKey(), key(ip));
+    EXPECT_EQ(t.Skip(), nextStatus);  // moving on from there reaches the same record
+    EXPECT_EQ(t.RecNo(), next);
+  };
+  add("1.1.1.1");                         // 1
+  ASSERT_EQ(t.SeekKey(key("1.1.1.1")), kOk);  // seeks between appends: keys go in at once
+  const uint64_t t2 = add("2.2.2.2");     // 2
+  const uint64_t t3 = add("1.1.1.1");     // 3: a duplicate, not indexed
+  const uint64_t t4 = add("4.4.4.4");     // 4
+  EXPECT_NE(t2, 0u);
+  EXPECT_EQ(t3, 0u);
+  EXPECT_NE(t4, 0u);
+  agree("2.2.2.2", t2, 2);
+  agree("1.1.1.1", t3, 1);  // no ticket: the first record of the key, not the duplicate
+  agree("4.4.4.4", t2, 4);  // a ticket of another record's key: the ordinary seek
+  // Record 1 takes key 2.2.2.2, held by the later record 2: record 1 becomes its entry and
+  // record 2, still holding that key, loses it. Its ticket must not lead there any more.
+  ASSERT_EQ(t.GoTo(1), kOk);
+  t.SetText("IP", "2.2.2.2");
+  ASSERT_EQ(t.ReplaceRecord(), kOk);
+  agree("2.2.2.2", t2, 1);
+  agree("1.1.1.1", t3, 3);  // record 3 took over the old key
+  agree("4.4.4.4", t4, 4);
+  // A replace that leaves the key keeps tickets of later appends good.
+  const uint64_t t5 = add("5.5.5.5");
+  ASSERT_NE(t5, 0u);
+  ASSERT_EQ(t.GoTo(4), kOk);
+  t.SetText("Site", "intranet");
+  ASSERT_EQ(t.ReplaceRecord(), kOk);
+  agree("5.5.5.5", t5, 5);
+  // After closing and reopening, old tickets are plain seeks.
+  t.CloseTable();
+  ASSERT_EQ(t.OpenTable(), kOk);
+  agree("5.5.5.5", t5, 5);
+  agree("2.2.2.2", t2, 1);
+  EXPECT_EQ(t.SeekKeyAt(key("3.3.3.3"), t5), kAfter);
+  t.CloseTable();
+  CheckReport rep = CheckTable(dir.str() + "VISITOR.DBF");
+  EXPECT_TRUE(rep.Ok()) << rep.defects.front();
+}
+
 TEST(Table, DescendingTagKeepsEqualKeysInRecordOrderAcrossReopen) {
   tytest::TempDir dir;
   Table t;
