@@ -17,19 +17,19 @@ void PadInto(char* out, int width, std::string_view s) {
 }
 
 std::string_view ZeroPadded(int64_t value, int width, char (&buf)[24]) {
-  char digits[24];
-  int n = 0;
+  // The digits are written from the end of buf backwards (at most 20 digits and a sign fit),
+  // so no second pass turns them round; the text starts where the writing stopped.
+  char* const end = buf + sizeof buf;
+  char* p = end;
   const bool negative = value < 0;
   uint64_t v = negative ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
   do {
-    digits[n++] = static_cast<char>('0' + v % 10);
+    *--p = static_cast<char>('0' + v % 10);
     v /= 10;
   } while (v != 0);
-  while (n < width) digits[n++] = '0';
-  int len = 0;
-  if (negative) buf[len++] = '-';
-  while (n > 0) buf[len++] = digits[--n];
-  return {buf, static_cast<size_t>(len)};
+  while (end - p < width) *--p = '0';
+  if (negative) *--p = '-';
+  return {p, static_cast<size_t>(end - p)};
 }
 
 std::string_view ShortenReferrer(std::string_view referrer) {

@@ -1,6 +1,8 @@
 // Visit, page and download records, read back from the tables on disk.
 #include <gtest/gtest.h>
 
+#include <cstdint>
+
 #include "database/RecordText.h"
 #include "vb/Failure.h"
 #include "database/TestDatabase.h"
@@ -27,6 +29,10 @@ TEST(RecordText, NumbersDurationsAndCountryKeys) {
   char buf[24];
   EXPECT_EQ(database::ZeroPadded(42, 5, buf), "00042");
   EXPECT_EQ(database::ZeroPadded(123456, 5, buf), "123456");
+  EXPECT_EQ(database::ZeroPadded(0, 5, buf), "00000");
+  EXPECT_EQ(database::ZeroPadded(-7, 3, buf), "-007");
+  EXPECT_EQ(database::ZeroPadded(INT64_MIN, 20, buf), "-09223372036854775808");
+  EXPECT_EQ(database::ZeroPadded(INT64_MAX, 1, buf), "9223372036854775807");
   EXPECT_EQ(database::MinsOnText(0, buf), "0:00");
   EXPECT_EQ(database::MinsOnText(59, buf), "0:59");
   EXPECT_EQ(database::MinsOnText(60, buf), "0:60");  // the split only starts above 60
