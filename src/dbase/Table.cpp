@@ -18,6 +18,7 @@
 #include "dbase/MdxWriter.h"
 #include "dbase/TagIndex.h"
 #include "dbase/Util.h"
+#include "vb/ShortCopy.h"
 
 namespace dbase {
 
@@ -189,25 +190,6 @@ struct Table::Impl {
   int WriteIndex();
   std::vector<bool> FieldMdxFlags() const;
 };
-
-// Copies n <= 16 bytes with at most two overlapping moves of a fixed size (no library call).
-static inline void CopyUpTo16(char* to, const char* from, size_t n) {
-  if (n >= 8) {
-    uint64_t a, b;
-    std::memcpy(&a, from, 8);
-    std::memcpy(&b, from + n - 8, 8);
-    std::memcpy(to, &a, 8);
-    std::memcpy(to + n - 8, &b, 8);
-  } else if (n >= 4) {
-    uint32_t a, b;
-    std::memcpy(&a, from, 4);
-    std::memcpy(&b, from + n - 4, 4);
-    std::memcpy(to, &a, 4);
-    std::memcpy(to + n - 4, &b, 4);
-  } else {
-    for (size_t k = 0; k < n; ++k) to[k] = from[k];
-  }
-}
 
 // ---- properties ----------------------------------------------------------------------------
 
@@ -915,8 +897,8 @@ void Table::SetText(int field, std::string_view v) {
     // from there, without a library call.
     char padded[16];
     std::memset(padded, ' ', sizeof padded);
-    CopyUpTo16(padded, v.data(), n);
-    CopyUpTo16(dst, padded, width);
+    vb::CopyShort(padded, v.data(), n);
+    vb::CopyShort(dst, padded, width);
     return;
   }
   std::memcpy(dst, v.data(), n);

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <utility>
 
+#include "vb/ShortCopy.h"
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -100,26 +102,6 @@ inline int32_t LeadingNumber(std::string_view text) {
   return static_cast<int32_t>(v);
 }
 
-// Copies n bytes, n <= 16, without a library call: two overlapping moves of the widest size
-// that fits.
-inline void CopyShort(char* to, const char* from, size_t n) {
-  if (n >= 8) {
-    uint64_t a, b;
-    std::memcpy(&a, from, 8);
-    std::memcpy(&b, from + n - 8, 8);
-    std::memcpy(to, &a, 8);
-    std::memcpy(to + n - 8, &b, 8);
-  } else if (n >= 4) {
-    uint32_t a, b;
-    std::memcpy(&a, from, 4);
-    std::memcpy(&b, from + n - 4, 4);
-    std::memcpy(to, &a, 4);
-    std::memcpy(to + n - 4, &b, 4);
-  } else {
-    for (size_t k = 0; k < n; ++k) to[k] = from[k];
-  }
-}
-
 // out = v, reusing out's buffer: once the buffer has grown to the longest value seen, this
 // allocates nothing.
 inline void Put(std::string& out, std::string_view v) {
@@ -137,7 +119,7 @@ inline void Put(std::string& out, std::string_view v) {
     for (size_t k = had; k < n; ++k) out.push_back('\0');
   }
   if (n <= 16) {
-    CopyShort(out.data(), v.data(), n);
+    vb::CopyShort(out.data(), v.data(), n);
   } else {
     std::memcpy(out.data(), v.data(), n);
   }
