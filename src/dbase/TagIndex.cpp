@@ -291,22 +291,8 @@ bool TagIndex::Erase(const char* key, uint32_t recno) {
   Inner* path[64];
   int idx[64];
   int depth = 0;
-  Node* node = root_;
-  while (!node->leaf) {
-    Inner* in = static_cast<Inner*>(node);
-    int c = ChildIndex(in, key, keyLength_, recno);
-    path[depth] = in;
-    idx[depth] = c;
-    ++depth;
-    node = Children(in)[c];
-  }
-  Leaf* leaf = static_cast<Leaf*>(node);
-  int lo = 0, hi = leaf->count;
-  while (lo < hi) {
-    int mid = (lo + hi) / 2;
-    if (EntryLess(LeafEntry(leaf, mid), key, keyLength_, recno)) lo = mid + 1;
-    else hi = mid;
-  }
+  int lo = 0;
+  Leaf* leaf = Descend(key, recno, path, idx, depth, lo);
   // The entry sits here or, when the leaf's entries are all smaller, nowhere: separators
   // route an existing entry to its own leaf.
   if (lo >= leaf->count) return false;
