@@ -1,9 +1,9 @@
-// The layout of every table of the database: file stems, field specifications and index-tag
-// specifications, exactly as they are handed to the table engine. The monitoring product reads
+// The layout of every table of the database: file stems, field definitions and index-tag
+// definitions, exactly as they are handed to the table engine. The monitoring product reads
 // these tables with its own engine, so nothing here may change.
 //
-// A field specification is "name|type|width": type "C" (character, blank-padded), "N" (numeric,
-// no decimals) or "D" (date, 8 characters, yyyymmdd). A tag specification is
+// A field definition is "name|type|width": type "C" (character, blank-padded), "N" (numeric,
+// no decimals) or "D" (date, 8 characters, yyyymmdd). A tag definition is
 // "name|key expression|filter|U or N|D": trailing parts may be missing (missing = not unique,
 // ascending, no filter). Keys are the fixed-width field texts concatenated, so a key built by the
 // program pads each character field to its full width (IP to 15, Site to 20, Name to 50).
@@ -41,7 +41,7 @@ inline constexpr int kSiteWidth = 20;
 inline constexpr int kReferrerWidth = 50;
 
 // "Visits": one record per visit.
-// #  | SPEC              | DESCRIPTION
+// #  | DEFINITION        | DESCRIPTION
 // 1  | RecordNo|C|9      | record number (never written)
 // 2  | IP|C|15           | visitor IP address, dotted text
 // 3  | Site|C|20         | site name
@@ -70,7 +70,7 @@ inline const std::vector<std::string> kVisitsTags = {
     "key0|IP + Site + DTOS(VisitDate) + VisitNo||U|", "key1|Site + DTOS(VisitDate) + VisitNo|"};
 
 // "Visitor": one record per IP address and site; also the DNS and friendly-name cache.
-// #  | SPEC              | DESCRIPTION
+// #  | DEFINITION        | DESCRIPTION
 // 1  | RecordNo|C|9      | record number (never written)
 // 2  | IP|C|15           | visitor IP address
 // 3  | Site|C|20         | site name
@@ -96,7 +96,7 @@ inline const std::vector<std::string> kVisitorFields = {
 inline const std::vector<std::string> kVisitorTags = {"key0|IP + Site||U"};
 
 // "Referrers": one record per referrer and site.
-// #  | SPEC              | DESCRIPTION
+// #  | DEFINITION        | DESCRIPTION
 // 1  | RecordNo|C|9      | record number (never written)
 // 2  | Name|C|50         | referrer, shortened to scheme://host
 // 3  | Site|C|20         | site name
@@ -113,7 +113,7 @@ inline const std::vector<std::string> kReferrersTags = {"key0|Name + Site||U|",
                                                         "key1|Site + STR(Visits)||N|D"};
 
 // "Exceptions": one record per exception raised.
-// #  | SPEC              | DESCRIPTION
+// #  | DEFINITION        | DESCRIPTION
 // 1  | RecordNo|C|9      | record number (never written)
 // 2  | Site|C|20         | site name
 // 3  | ExDate|D|8        | date
@@ -129,7 +129,7 @@ inline const std::vector<std::string> kExceptionsTags = {
     "key0|Site + RecordNo||U|", "key1|Site + DTOS(ExDate)", "key2|Site + STR(Number,3)"};
 
 // "Pages": one record per page viewed within a visit.
-// #  | SPEC              | DESCRIPTION
+// #  | DEFINITION        | DESCRIPTION
 // 1  | RecordNo|C|9      | record number (never written)
 // 2  | IP|C|15           | visitor IP address
 // 3  | Site|C|20         | site name
@@ -145,7 +145,7 @@ inline const std::vector<std::string> kPagesFields = {
 inline const std::vector<std::string> kPagesTags = {"key0|IP + Site + VisitNo + PageNo||U|"};
 
 // "Downloads": one record per download.
-// #  | SPEC              | DESCRIPTION
+// #  | DEFINITION        | DESCRIPTION
 // 1  | RecordNo|C|9      | record number (never written)
 // 2  | IP|C|15           | visitor IP address
 // 3  | Site|C|20         | site name
@@ -161,7 +161,7 @@ inline const std::vector<std::string> kDownloadsTags = {
     "key0|IP + RecordNo||U|", "key1|IP + Site + VisitNo", "key2|Site + Download"};
 
 // "DaySum": one record per site per day (written by the daily summaries through VADAY).
-// #  | SPEC              | DESCRIPTION
+// #  | DEFINITION        | DESCRIPTION
 // 1  | RecordNo|C|9      | record number (never written)
 // 2  | Site|C|20         | site name
 // 3  | Dated|D|8         | the day
