@@ -36,7 +36,7 @@
 //
 // Appends go through a write buffer and reach the file in large writes; the header (record
 // count, date) and the end-of-file byte are written by Flush. Single records are read through
-// a read-only mapping of the file (no system call per record); large runs with pread.
+// a mapping of the file (no system call per record); large runs with pread.
 #pragma once
 
 #include <cstdint>
@@ -128,7 +128,8 @@ class DbfFile {
   int Flush(bool productionMdx, const std::vector<bool>& fieldMdxFlags);
 
  private:
-  int FlushBuffer();
+  // Writes the buffered records to the file except the newest `keep` ones.
+  int FlushBuffer(uint32_t keep = 0);
   void Remap();
   uint64_t Offset(uint32_t recno) const {
     return uint64_t(header_.headerLength) + uint64_t(recno - 1) * uint64_t(header_.recordLength);

@@ -495,5 +495,59 @@ TEST(Table, FieldValuesAreStoredAsDbaseWritesThem) {
   EXPECT_TRUE(std::filesystem::exists(dir.path() / "EXCEPTIONS.MDX"));
 }
 
+// Wide records fill the write buffer many times over: the older half of it goes to the file while
+// the newer half stays in memory. Records on both sides of that line are read back and replaced,
+// and every record must read back as last written, before and after reopening.
+TEST(Table, RecordsReadAndReplacedAcrossTheWriteBufferEdge) {
+  tytest::TempDir dir;
+  Table t;
+  t.SetLocation(dir.str());
+  t.SetTableName("Wide");
+  const std::vector<std::string> fields = {"A|C|254", "B|C|254", "C|C|254", "D|C|254", "K|C|8"};
+  ASSERT_EQ(t.CreateTable(fields, {"key0|K||U|"}), kOk);
+  ASSERT_EQ(t.OpenTable(), kOk);
+  const int a = t.FieldIndex("A"), d = t.FieldIndex("D"), k = t.FieldIndex("K");
+  auto keyOf = [](long r) {
+    std::string s = std::to_string(r);
+    return std::string(8 - s.size(), '0') + s;
+  };
+  constexpr long kRecords = 60000;  // about 61 MB of records
+  std::vector<std::string> expectD(kRecords + 1);
+  for (long r = 1; r <= kRecords; ++r) {
+    t.BlankRecord();
+    t.SetText(a, "rec" + std::to_string(r));
+    t.SetText(k, keyOf(r));
+    expectD[size_t(r)] = "first" + std::to_string(r);
+    t.SetText(d, expectD[size_t(r)]);
+    ASSERT_EQ(t.AppendRecord(), kOk);
+    // Now and then a record far back (on disk) and one just behind (still buffered) change.
+    if (r % 997 == 0) {
+      for (long back : {r - 1, r / 2}) {
+        ASSERT_EQ(t.GoTo(back), kOk);
+        ASSERT_EQ(TrimBlanks(t.GetText(a)), "rec" + std::to_string(back));
+        expectD[size_t(back)] = "changed" + std::to_string(r);
+        t.SetText(d, expectD[size_t(back)]);
+        ASSERT_EQ(t.ReplaceRecord(), kOk);
+      }
+    }
+  }
+  auto checkAll = [&](const char* when) {
+    for (long r = 1; r <= kRecords; ++r) {
+      ASSERT_EQ(t.GoTo(r), kOk) << when;
+      ASSERT_EQ(TrimBlanks(t.GetText(a)), "rec" + std::to_string(r)) << when;
+      ASSERT_EQ(TrimBlanks(t.GetText(d)), expectD[size_t(r)]) << when << " record " << r;
+    }
+  };
+  checkAll("open");
+  t.CloseTable();
+  ASSERT_EQ(t.OpenTableReadOnly(), kOk);
+  EXPECT_EQ(t.RecordCount(), kRecords);
+  checkAll("reopened");
+  ASSERT_EQ(t.SeekKey(keyOf(kRecords / 3)), kOk);
+  EXPECT_EQ(t.RecNo(), kRecords / 3);
+  t.CloseTable();
+  EXPECT_TRUE(CheckTable(dir.str() + "WIDE.DBF").Ok());
+}
+
 }  // namespace
 }  // namespace dbase
