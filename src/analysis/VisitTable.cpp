@@ -271,24 +271,35 @@ void VisitTable::DropTail() {
 
 void VisitTable::Compact() {
   // The open visits move down in order (their records stay where they are: only the pointers
-  // move); the vacant records they leave go to the pool. The address index is rebuilt in place
-  // from the new numbers.
+  // move); the vacant records they leave go to the pool. The renumbering keeps the table order,
+  // so the indexes keep their shape: bucket heads, chains and mask sets only take the new
+  // numbers, without hashing an address again.
+  std::vector<int32_t>& renumber = renumber_;
+  renumber.assign(slots_.size(), 0);
   size_t out = 1;
   for (size_t i = 1; i < slots_.size(); ++i) {
     if (!slots_[i].open) continue;
+    renumber[i] = static_cast<int32_t>(out);
     if (out != i) {
       std::swap(slots_[out].visit, slots_[i].visit);
       slots_[out].maskBits = slots_[i].maskBits;
+      slots_[out].nextSame = slots_[i].nextSame;
       slots_[out].open = true;
       slots_[i].open = false;
+      slots_[i].nextSame = 0;
     }
     ++out;
   }
   DropTail();
-  for (auto& s : byMask_) s.clear();
-  std::fill(buckets_.begin(), buckets_.end(), Bucket{});
-  bucketsUsed_ = 0;
-  for (int32_t i = First(); i != 0; i = Next(i)) Index(i);
+  for (Bucket& bucket : buckets_)
+    if (bucket.head != 0) bucket.head = renumber[static_cast<size_t>(bucket.head)];
+  for (size_t i = 1; i < slots_.size(); ++i)
+    slots_[i].nextSame = renumber[static_cast<size_t>(slots_[i].nextSame)];
+  for (auto& set : byMask_) {
+    std::set<int32_t> renumbered;
+    for (const int32_t i : set) renumbered.insert(renumbered.end(), renumber[static_cast<size_t>(i)]);
+    set.swap(renumbered);
+  }
 }
 
 }  // namespace analysis

@@ -137,6 +137,7 @@ class VisitTable {
   std::vector<Bucket> buckets_;
   size_t bucketsUsed_ = 0;
   std::vector<std::unique_ptr<database::Visit>> pool_;  // dropped visits, blank, with their buffers
+  std::vector<int32_t> renumber_;           // Compact's old -> new numbers, kept for its buffer
 };
 
 }  // namespace analysis

@@ -80,6 +80,36 @@ std::string ChurnAddress(int a) {
   return a < 30 ? "10.0.0." + std::to_string(a) : "2001:db8:85a3::8a2e:370:" + std::to_string(a);
 }
 
+// Several open visits of one address (the later ones continued through a changed address) stay
+// findable one after the other when most of the table ends and the gaps are closed.
+TEST(VisitTable, ClosingTheGapsKeepsVisitsOfOneAddressInOrder) {
+  VisitTable t({"*.example.net"});
+  std::vector<int32_t> same;
+  for (int n = 0; n < 200; ++n) {
+    const int32_t i = t.Append(1, "filler-" + std::to_string(n));
+    if (n == 50 || n == 120 || n == 190) {
+      t.SetClientAddress(i, "10.0.0.7");
+      t.SetHostName(i, "h" + std::to_string(n) + ".example.net");
+      same.push_back(i);
+    }
+  }
+  for (int32_t i = t.First(); i != 0; i = t.Next(i))
+    if (t[i].clientAddress != "10.0.0.7") t.Mark(i);
+  t.RemoveMarked([](int32_t) {});
+  ASSERT_EQ(t.Count(), 3);
+  // The three are renumbered 1, 2, 3 in their old order.
+  for (const std::string expected : {"h50", "h120", "h190"}) {
+    const int32_t first = t.FindByAddress(1, "10.0.0.7");
+    ASSERT_NE(first, 0);
+    EXPECT_EQ(t[first].hostName, expected + ".example.net");
+    EXPECT_EQ(t.FirstWithHostMask(0), first);
+    t.Mark(first);
+    t.RemoveMarked([](int32_t) {});
+  }
+  EXPECT_EQ(t.FindByAddress(1, "10.0.0.7"), 0);
+  EXPECT_EQ(t.FirstWithHostMask(0), 0);
+}
+
 TEST(VisitTable, IndexesAgreeWithATableWalkUnderRandomChurn) {
   const std::vector<std::string> masks = {"*.proxy.example.net", "crawl-#.bot.example.org",
                                           "*.example.*"};
