@@ -247,8 +247,7 @@ int32_t VisitTable::DropTaken() {
     Slot& s = slots_[static_cast<size_t>(i)];
     Unindex(i);
     s.open = false;
-    // Blanked by assignment from a blank visit: the strings keep their buffers.
-    *s.visit = database::Visit{};
+    s.visit->Reset();
     --open_;
   }
   // Vacant indexes at the end are given back at once; the others once they are the majority.

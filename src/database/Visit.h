@@ -75,6 +75,34 @@ struct Visit {
   // Written by AddVisitToDatabase: the "Visits" table's ticket for the record appended for the
   // visit (0 = none), so that UpdateVisitInDatabase can find it again without a search.
   uint64_t visitsTicket = 0;
+
+  // Every field back to its initial value, as in a new Visit, while the texts keep their buffers
+  // (a visit table reuses ended visits' records). A field added above must be added here too.
+  void Reset() {
+    for (std::string* text : {&clientAddress, &hostName, &groupMask, &friendlyName, &referrer,
+                              &browser, &agent, &currentPage, &query, &method, &visitorKey,
+                              &spiderName, &userName, &countryCode, &countryName})
+      text->clear();
+    siteIndex = 0;
+    status = 0;
+    processedAt = lastHitTime = lastPageTime = startTime = 0;
+    ended = false;
+    visitNumber = 0;
+    pageCount = notFoundCount = hackScore = 0;
+    spider = false;
+    visitorVisits = 0;
+    alert = false;
+    alertNumber = 0;
+    hackRaised = false;
+    firstVisitTime = 0;
+    hackCount = 0;
+    dnsRequest = 0;
+    resolved = false;
+    pagesAlertRaised = durationAlertRaised = false;
+    visitsTicket = 0;
+  }
+
+  bool operator==(const Visit&) const = default;
 };
 
 }  // namespace database
