@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstring>
 
 #include "analysis/AlertMatching.h"
 #include "analysis/Browser.h"
@@ -80,8 +81,15 @@ HitProcessor::HitProcessor(startup::World& world, database::F& f, HitServices* s
 bool HitProcessor::IsPageExtension(std::string_view ext) const {
   const startup::AppSettings& s = world_.settings;
   const int count = std::min<int>(s.pageExtensionCount, startup::kMaxPageExtensions);
-  for (int i = 1; i <= count; ++i)
-    if (s.pageExtensions[static_cast<size_t>(i)] == ext) return true;
+  // Most extensions differ from a listed one in length or in their first letter, so those two
+  // are compared before the text: the list is short, but every hit with a "." is tested.
+  const size_t n = ext.size();
+  for (int i = 1; i <= count; ++i) {
+    const std::string& listed = s.pageExtensions[static_cast<size_t>(i)];
+    if (listed.size() == n && (n == 0 || (listed[0] == ext[0] &&
+                                          std::memcmp(listed.data(), ext.data(), n) == 0)))
+      return true;
+  }
   return false;
 }
 
@@ -97,9 +105,23 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
 
   // 1. Split the line on the site's separator (as far as the columns read here and the zone
   //    after the date need) and copy the mapped columns into the hit variables (those that the
-  //    steps below read; nothing reads the others).
+  //    steps below read; nothing reads the others). A hit that the page filter will drop reads
+  //    none of them but the page, so while only the page can be adjusted before that filter
+  //    (every TYPE but 3 and 5) the page is copied first and the other columns after the filter
+  //    (or deferred, for a dropped hit: a column that a later map lacks keeps its value).
+  loginput::SettleHitFields(map, hits);
   fields_.Split(line, context.separator, loginput::AnalysedMaxPlace(map));
-  loginput::FillAnalysedHitFields(fields_, map, hits);
+  const bool pageFirst = map.Has(loginput::kPage) && site.type != 3 && site.type != 5;
+  if (pageFirst) {
+    loginput::FillHitPage(fields_, map, hits);
+  } else {
+    loginput::FillAnalysedHitFields(fields_, map, hits);
+  }
+  // A hit that stops at the page filter: its other columns are kept for later.
+  auto dropped = [&] {
+    if (pageFirst) loginput::DeferAnalysedHitFields(line, context.separator, map, hits);
+    return true;
+  };
 
   // 2.-3. Hit date and time by the site's TYPE.
   std::optional<std::string_view> dateField, timeField;
@@ -121,7 +143,7 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
   state.currentHitTime = hitTime;
   // 6. Sweep once the time-out has passed since the site's last sweep. The sweep measures idle
   //    time to the site's current file date (the log's own clock), as the product always has.
-  if (vb::DateDiffMinutes(state.lastSweepTime, hitTime) > Timeout()) {
+  if (MinutesExceed(state.lastSweepTime, hitTime, Timeout())) {
     ScanToRemove(context.currentFileDate);
     state.lastSweepTime = hitTime;
   }
@@ -165,7 +187,7 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
   extension_.clear();
   if (dot != std::string::npos) {
     LowerAsciiInto(std::string_view(page).substr(dot + 1), extension_);
-    if (!IsPageExtension(extension_)) return true;  // not a page: not counted at all
+    if (!IsPageExtension(extension_)) return dropped();  // not a page: not counted at all
     const std::string_view trimmed = TrimBlanks(page);
     const size_t lead =
         trimmed.empty() ? page.size() : static_cast<size_t>(trimmed.data() - page.data());
@@ -173,8 +195,9 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
     page.erase(0, lead);
     if (!page.empty() && page.front() == '/') page.erase(0, 1);
   } else if (page.size() < 2) {
-    return true;
+    return dropped();
   }
+  if (pageFirst) loginput::FillAnalysedHitFieldsButPage(fields_, map, hits);
 
   // 9. The other columns were read with the page; the agent loses its double quotes.
   RemoveQuotes(hits.userAgent);
@@ -190,7 +213,7 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
     vi = GetVisitorByGroup(hits.clientAddress);
   }
   // 13. Time-out: the visit ends and the hit opens a new one.
-  if (vi != 0 && vb::DateDiffMinutes(visits_[vi].lastHitTime, hitTime) > Timeout()) {
+  if (vi != 0 && MinutesExceed(visits_[vi].lastHitTime, hitTime, Timeout())) {
     visits_.Mark(vi);
     RemoveInactive();
     vi = 0;

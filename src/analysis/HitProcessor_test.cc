@@ -50,6 +50,27 @@ TEST(HitProcessor, ReloadAndNonPageHitsAddNothing) {
   EXPECT_EQ(run.Table("Visits").size(), 1u);
 }
 
+// A column that a later fields line drops keeps the value of the hit before, even when that hit
+// was not a page and so never got as far as reading its columns.
+TEST(HitProcessor, ColumnsOfANonPageHitCarryOverToAFieldsLineWithoutThem) {
+  antest::Run run;
+  ASSERT_TRUE(run.ok);
+  run.Hit(kDay, "10:00:00", "10.0.0.1", "/index.htm", 200, "First/1.0", "http://a/");
+  run.Hit(kDay, "10:00:05", "10.0.0.2", "/logo.gif", 200, "Dropped/2.0", "http://dropped/");
+  run.Fields(1, "date time c-ip cs-uri-stem sc-status");
+  run.Hit(kDay + " 10:00:09 10.0.0.3 /b.htm 200");
+  ASSERT_EQ(run.hits->Visits().Count(), 2);
+  EXPECT_EQ(Open(run, 1).agent, "First/1.0");
+  EXPECT_EQ(Open(run, 2).agent, "Dropped/2.0");
+  EXPECT_EQ(Open(run, 2).referrer, "http://dropped/");
+  EXPECT_EQ(Open(run, 2).method, "GET");
+  // With the same columns throughout, a dropped hit's values are simply replaced.
+  run.Hit(kDay + " 10:00:10 10.0.0.4 /c.gif 404");
+  run.Hit(kDay + " 10:00:11 10.0.0.5 /c.htm 200");
+  EXPECT_EQ(Open(run, 3).agent, "Dropped/2.0");
+  EXPECT_EQ(Open(run, 3).clientAddress, "10.0.0.5");
+}
+
 TEST(HitProcessor, TimeOutOfTwentyMinutesContinuesAtTwentyAndEndsAtTwentyOne) {
   antest::Run run;
   run.Hit(kDay, "10:00:00", "10.0.0.1", "/a.htm");

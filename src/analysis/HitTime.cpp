@@ -47,12 +47,27 @@ std::optional<vb::Date> DateFromParts(std::string_view y, std::string_view m, st
   }
 }
 
+// "hh:mm:ss" with two digits each, as nearly every log writes its times: the value the general
+// time reading gives for it (the same seconds over the same divisor), or false for any other
+// text, which then takes the general reading.
+bool ReadPlainTime(std::string_view s, vb::Date& out) {
+  if (s.size() != 8 || s[2] != ':' || s[5] != ':') return false;
+  auto digit = [&](size_t i) { return static_cast<unsigned>(s[i]) - unsigned{'0'}; };
+  for (size_t i : {0, 1, 3, 4, 6, 7})
+    if (digit(i) > 9) return false;
+  const unsigned h = digit(0) * 10 + digit(1), m = digit(3) * 10 + digit(4),
+                 sec = digit(6) * 10 + digit(7);
+  if (h > 23 || m > 59 || sec > 59) return false;
+  out = static_cast<double>(static_cast<int>(h * 3600 + m * 60 + sec)) / 86400;
+  return true;
+}
+
 bool ReadTime(HitClock& clock, std::string_view s, vb::Date& out) {
   if (s.size() == clock.timeLength && std::memcmp(s.data(), clock.timeText, s.size()) == 0) {
     out = clock.timeValue;
     return true;
   }
-  if (vb::ParseTimeOfDay(s, out)) {
+  if (ReadPlainTime(s, out) || vb::ParseTimeOfDay(s, out)) {
     if (!s.empty() && s.size() <= sizeof clock.timeText) {
       std::memcpy(clock.timeText, s.data(), s.size());
       clock.timeLength = s.size();
@@ -127,6 +142,18 @@ vb::Date ReadHitTime(HitClock& clock, int16_t type, std::optional<std::string_vi
   if (clock.offsetSeconds == 0) return clock.hitDate + clock.timeOfDay;
   const int64_t seconds = std::llround(clock.timeOfDay * 86400.0) + clock.offsetSeconds;
   return clock.hitDate + static_cast<double>(seconds) / 86400.0;
+}
+
+bool MinutesExceed(vb::Date from, vb::Date to, int64_t limit) {
+  // Each date is rounded to whole seconds before its minute is taken, so the whole minutes from
+  // `from` to `to` never exceed the real minutes between them plus one; the small margin covers
+  // the rounding of the subtraction. Dates before day 0 or far beyond the calendar count time
+  // their own way and take the full arithmetic.
+  constexpr vb::Date kPlainLimit = 1e8;
+  if (from >= 0 && to >= 0 && from <= kPlainLimit && to <= kPlainLimit &&
+      (to - from) * 1440.0 + 1.001 < static_cast<double>(limit))
+    return false;
+  return vb::DateDiffMinutes(from, to) > limit;
 }
 
 }  // namespace analysis

@@ -23,6 +23,7 @@ void ClearHitFields(HitFields& hits) {
   hits.computerName.push_back('2');
   hits.status = hits.systemStatus = hits.bytesSent = hits.bytesReceived = 0;
   hits.timeTaken = hits.serverPort = 0;
+  hits.deferred.pending = false;
 }
 
 void SplitFields::Split(std::string_view line, char separator, int lastPlace) {
@@ -125,12 +126,12 @@ inline void Put(std::string& out, std::string_view v) {
   }
 }
 
-// The text fields that the hit processing reads, each with the slot that fills it.
+// The text fields that the hit processing reads, each with the slot that fills it (the page
+// aside: it is copied first, see FillAnalysedHitFields).
 constexpr std::pair<int, std::string HitFields::*> kAnalysedText[] = {
     {kClientAddress, &HitFields::clientAddress},
     {kUserName, &HitFields::userName},
     {kMethod, &HitFields::method},
-    {kPage, &HitFields::page},
     {kQuery, &HitFields::query},
     {kUserAgent, &HitFields::userAgent},
     {kReferrer, &HitFields::referrer},
@@ -139,11 +140,43 @@ constexpr std::pair<int, std::string HitFields::*> kAnalysedText[] = {
 }  // namespace
 
 void FillAnalysedHitFields(const SplitFields& fields, const FieldMap& map, HitFields& hits) {
+  FillHitPage(fields, map, hits);
+  FillAnalysedHitFieldsButPage(fields, map, hits);
+}
+
+void FillHitPage(const SplitFields& fields, const FieldMap& map, HitFields& hits) {
+  if (const int place = map[kPage]; place >= 0) Put(hits.page, fields[place]);
+}
+
+void FillAnalysedHitFieldsButPage(const SplitFields& fields, const FieldMap& map,
+                                  HitFields& hits) {
   for (const auto& [slot, field] : kAnalysedText) {
     const int place = map[slot];
     if (place >= 0) Put(hits.*field, fields[place]);
   }
   if (const int place = map[kStatus]; place >= 0) hits.status = LeadingNumber(fields[place]);
+}
+
+void DeferAnalysedHitFields(std::string_view line, char separator, const FieldMap& map,
+                            HitFields& hits) {
+  HitFields::Deferred& d = hits.deferred;
+  d.line.assign(line.data(), line.size());
+  d.separator = separator;
+  d.map = map;
+  d.pending = true;
+}
+
+void SettleHitFields(const FieldMap& next, HitFields& hits) {
+  HitFields::Deferred& d = hits.deferred;
+  if (!d.pending) return;
+  d.pending = false;
+  bool same = next[kStatus] == d.map[kStatus];
+  for (const auto& entry : kAnalysedText) same = same && next[entry.first] == d.map[entry.first];
+  if (same) return;
+  // Rare (a fields line after a dropped hit): the one split of a settle keeps no state.
+  SplitFields fields;
+  fields.Split(d.line, d.separator, AnalysedMaxPlace(d.map));
+  FillAnalysedHitFieldsButPage(fields, d.map, hits);
 }
 
 int32_t ParseHitNumber(std::string_view text) { return LeadingNumber(text); }
@@ -152,7 +185,7 @@ int AnalysedMaxPlace(const FieldMap& map) {
   int last = std::max<int>(map[kTime], map[kStatus]);
   if (map.Has(kDate)) last = std::max(last, map[kDate] + 1);
   for (const auto& entry : kAnalysedText) last = std::max<int>(last, map[entry.first]);
-  return last;
+  return std::max<int>(last, map[kPage]);
 }
 
 void FillHitFields(const SplitFields& fields, const FieldMap& map, HitFields& hits) {

@@ -36,10 +36,19 @@ struct HitFields {
   std::string userAgent;
   std::string cookie;
   std::string referrer;
+
+  // A line whose analysed columns other than the page were not copied yet (see
+  // DeferAnalysedHitFields): its text, separator and the map it was read with.
+  struct Deferred {
+    bool pending = false;
+    char separator = ' ';
+    FieldMap map;
+    std::string line;
+  } deferred;
 };
 
-// Empties every text field, zeroes every number, and sets the computer name to "2".
-// Keeps the buffers' capacity.
+// Empties every text field, zeroes every number, sets the computer name to "2" and forgets a
+// deferred line. Keeps the buffers' capacity.
 void ClearHitFields(HitFields& hits);
 
 // A line split at every occurrence of a one-character separator, as views into the line: two
@@ -81,6 +90,27 @@ void FillHitFields(const SplitFields& fields, const FieldMap& map, HitFields& hi
 // query, status, user agent and referrer. The other fields are left as they were (the hit
 // processing never reads them, so copying them would be work for nobody).
 void FillAnalysedHitFields(const SplitFields& fields, const FieldMap& map, HitFields& hits);
+// The page alone, as FillAnalysedHitFields copies it (nothing when the map has no page).
+void FillHitPage(const SplitFields& fields, const FieldMap& map, HitFields& hits);
+// FillAnalysedHitFields without the page: for a hit whose page was copied (and adjusted) first.
+void FillAnalysedHitFieldsButPage(const SplitFields& fields, const FieldMap& map,
+                                  HitFields& hits);
+
+// A hit that the page filter drops reads none of its columns but the page, yet a column that a
+// later map lacks must keep this hit's value. Rather than copy those columns, this keeps the line
+// (its bytes are copied once, `line` need not outlive the call) with `separator` and `map`;
+// SettleHitFields copies them in only when a later hit will not overwrite them itself.
+// REQUIRES: the page was copied from this line already; the next hit's columns are settled by
+// SettleHitFields before anything else reads the fields.
+void DeferAnalysedHitFields(std::string_view line, char separator, const FieldMap& map,
+                            HitFields& hits);
+// Before a hit read with `next`: when a line is deferred and `next` maps the analysed columns
+// (the page aside) exactly as that line's map did, the coming hit overwrites each of them (or
+// defers them again), so the deferred line is dropped; otherwise its columns are copied in now,
+// as FillAnalysedHitFieldsButPage would have. Either way nothing is deferred afterwards.
+// Allocates nothing when it drops the line.
+void SettleHitFields(const FieldMap& next, HitFields& hits);
+
 // The highest place that FillAnalysedHitFields and the hit processing read (those fields, the
 // date with the zone column after it, and the time), or -1 when none is mapped.
 int AnalysedMaxPlace(const FieldMap& map);
