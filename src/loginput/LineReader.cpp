@@ -1,5 +1,6 @@
 // The line reader: large-block reads, line ends found with memchr, lines returned as views into
-// the block buffer (no copy, no allocation once the buffer has its size).
+// the block buffer (no copy, no allocation once the buffer has its size), or, when reading ahead,
+// into the batches of the helper thread.
 #include "loginput/LineReader.h"
 
 #include <fcntl.h>
@@ -7,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
@@ -18,101 +20,120 @@
 
 namespace loginput {
 
-// Reads the file block after block on a helper thread into a few slots; the reader takes the
-// bytes out in order. Only the slots and their queue are shared, under one mutex.
+// Reads the lines on a helper thread: a plain reader of its own finds the lines there (reads,
+// line ends, the Ctrl-Z end, cut long lines) and copies them into batches; the reader hands them
+// out in order. The main thread thus neither copies blocks nor searches for line ends; a batch
+// keeps each line's Position(), end and read-failure answers as the plain reader gave them after
+// that line, so the caller sees exactly what the plain reader would have given. Only the batch
+// queues are shared, under one mutex, once per batch.
 class LineReader::ReadAhead {
  public:
-  // With `stopAtEndOfText`, a Ctrl-Z byte ends the data (text mode), found here on the helper.
-  ReadAhead(int fd, size_t block, bool stopAtEndOfText)
-      : fd_(fd), block_(block), stopAtEndOfText_(stopAtEndOfText) {
-    for (int i = 0; i < kSlots; ++i) {
-      slots_[i] = std::make_unique<char[]>(block_);
-      free_.push_back(i);
-    }
+  // REQUIRES: `inner` is open and reads without a helper of its own.
+  explicit ReadAhead(std::unique_ptr<LineReader> inner, size_t batchBytes)
+      : inner_(std::move(inner)), batchBytes_(batchBytes) {
+    for (auto& b : batches_) free_.push_back(&b);
     thread_ = std::thread([this] { Produce(); });
   }
   ~ReadAhead() {
     {
       std::lock_guard<std::mutex> lock(mutex_);
-      stop_ = true;
+      stop_.store(true, std::memory_order_relaxed);
     }
     freed_.notify_all();
     thread_.join();
   }
 
-  ssize_t Take(char* to, size_t room) {
-    if (current_ < 0) {
+  // The next line and what the plain reader said after it; rethrows what the plain reader threw
+  // (and goes on rethrowing it).
+  std::string_view Next(int64_t& position, bool& last, bool& readFailed) {
+    while (current_ == nullptr || taken_ == current_->lines.size()) {
+      if (current_ != nullptr) {
+        if (current_->failure) std::rethrow_exception(current_->failure);
+        {
+          std::lock_guard<std::mutex> lock(mutex_);
+          free_.push_back(current_);
+        }
+        freed_.notify_one();
+      }
       std::unique_lock<std::mutex> lock(mutex_);
       filled_.wait(lock, [this] { return !ready_.empty(); });
       current_ = ready_.front();
       ready_.pop_front();
-      offset_ = 0;
+      taken_ = 0;
     }
-    const ssize_t length = length_[current_];
-    if (length < 0) errno = EIO;     // the end, or a failure, stays the answer
-    if (length <= 0) return length;
-    const size_t n = std::min(room, static_cast<size_t>(length) - offset_);
-    std::memcpy(to, slots_[current_].get() + offset_, n);
-    offset_ += n;
-    if (offset_ == static_cast<size_t>(length)) {
-      {
-        std::lock_guard<std::mutex> lock(mutex_);
-        free_.push_back(current_);
-      }
-      freed_.notify_one();
-      current_ = -1;
-    }
-    return static_cast<ssize_t>(n);
+    const Line& l = current_->lines[taken_++];
+    position = l.position;
+    last = l.last;
+    readFailed = l.readFailed;
+    return std::string_view(current_->text.data() + l.offset, l.length);
   }
 
  private:
-  static constexpr int kSlots = 4;
+  struct Line {
+    size_t offset, length;  // in the batch's text
+    int64_t position;       // the plain reader's Position() after the line
+    bool last, readFailed;  // its AtEnd() and ReadFailed() after the line
+  };
+  struct Batch {
+    std::string text;  // the lines' bytes one after the other; the capacity is kept
+    std::vector<Line> lines;
+    std::exception_ptr failure;  // what the plain reader threw after these lines, if anything
+  };
+  static constexpr int kBatches = 4;
+  static constexpr size_t kLinesPerBatch = 4096;
 
   void Produce() {
-    bool ended = false;  // a Ctrl-Z was found: nothing more is read, an empty slot follows
     for (;;) {
-      int slot;
+      Batch* b;
       {
         std::unique_lock<std::mutex> lock(mutex_);
-        freed_.wait(lock, [this] { return stop_ || !free_.empty(); });
-        if (stop_) return;
-        slot = free_.back();
+        freed_.wait(lock, [this] { return stop_.load(std::memory_order_relaxed) || !free_.empty(); });
+        if (stop_.load(std::memory_order_relaxed)) return;
+        b = free_.back();
         free_.pop_back();
       }
-      ssize_t n = 0;
-      if (!ended) {
-        do {
-          n = ::read(fd_, slots_[slot].get(), block_);
-        } while (n < 0 && errno == EINTR);
-        if (n > 0 && stopAtEndOfText_) {
-          if (const void* z = std::memchr(slots_[slot].get(), kEndOfText, static_cast<size_t>(n))) {
-            n = static_cast<const char*>(z) - slots_[slot].get();
+      b->text.clear();
+      b->lines.clear();
+      b->failure = nullptr;
+      bool ended = false;
+      try {
+        while (b->lines.size() < kLinesPerBatch && b->text.size() < batchBytes_) {
+          const std::string_view line = inner_->Next();
+          b->lines.push_back(Line{b->text.size(), line.size(), inner_->Position(),
+                                  inner_->AtEnd(), inner_->ReadFailed()});
+          b->text.append(line);
+          if (inner_->AtEnd()) {
             ended = true;
+            break;
           }
+          if (stop_.load(std::memory_order_relaxed)) break;
         }
+      } catch (...) {
+        // A line the memory does not hold: the reader gets the failure after the lines before.
+        if (!b->lines.empty() && b->text.size() < b->lines.back().offset + b->lines.back().length)
+          b->lines.pop_back();
+        b->failure = std::current_exception();
+        ended = true;
       }
       {
         std::lock_guard<std::mutex> lock(mutex_);
-        length_[slot] = n;
-        ready_.push_back(slot);
+        ready_.push_back(b);
       }
       filled_.notify_one();
-      if (n <= 0) return;
+      if (ended) return;
     }
   }
 
-  const int fd_;
-  const size_t block_;
-  std::unique_ptr<char[]> slots_[kSlots];
-  ssize_t length_[kSlots] = {};
+  std::unique_ptr<LineReader> inner_;  // used by the helper only
+  const size_t batchBytes_;
+  Batch batches_[kBatches];
   std::mutex mutex_;
   std::condition_variable filled_, freed_;
-  std::deque<int> ready_;
-  std::vector<int> free_;
-  const bool stopAtEndOfText_;
-  bool stop_ = false;
-  int current_ = -1;   // the slot being taken from (reader side only)
-  size_t offset_ = 0;  // bytes of it already taken
+  std::deque<Batch*> ready_;
+  std::vector<Batch*> free_;
+  std::atomic<bool> stop_{false};
+  Batch* current_ = nullptr;  // the batch being handed out (reader side only)
+  size_t taken_ = 0;          // lines of it already handed out
   std::thread thread_;
 };
 
@@ -139,18 +160,23 @@ bool LineReader::Open(const std::string& path, Mode mode) {
   fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   eof_ = fd_ < 0;
   if (fd_ >= 0) ::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
-  // Reading ahead pays for its thread only on files of several blocks; a thread that cannot be
+  // Reading ahead pays for its thread only on files of several blocks; a helper that cannot be
   // started leaves the plain reads.
   struct stat st {};
   if (fd_ >= 0 && readAhead_ && ::fstat(fd_, &st) == 0 &&
       static_cast<uint64_t>(st.st_size) >= 4 * static_cast<uint64_t>(block_)) {
     try {
-      ahead_ = std::make_unique<ReadAhead>(fd_, block_, mode_ == Mode::kText);
+      auto inner = std::make_unique<LineReader>(maxLine_, block_, false);
+      if (inner->Open(path, mode)) {
+        ahead_ = std::make_unique<ReadAhead>(std::move(inner), block_);
+        ::close(fd_);  // the helper's reader has the file open itself
+        fd_ = -1;
+      }
     } catch (const std::exception&) {
       ahead_.reset();
     }
   }
-  return fd_ >= 0;
+  return ahead_ != nullptr || fd_ >= 0;
 }
 
 void LineReader::Close() {
@@ -193,9 +219,8 @@ bool LineReader::Refill() {
   for (;;) {
     ssize_t n = ReadSome(base + end_, cap_ - end_);
     if (n > 0) {
-      // Text mode: a Ctrl-Z byte marks the end of the file; nothing after it is read. (The
-      // read-ahead helper has looked for it already.)
-      if (mode_ == Mode::kText && !ahead_) {
+      // Text mode: a Ctrl-Z byte marks the end of the file; nothing after it is read.
+      if (mode_ == Mode::kText) {
         if (const void* z = std::memchr(base + end_, kEndOfText, static_cast<size_t>(n))) {
           n = static_cast<const char*>(z) - (base + end_);
           eof_ = true;
@@ -211,10 +236,7 @@ bool LineReader::Refill() {
   }
 }
 
-ssize_t LineReader::ReadSome(char* to, size_t room) {
-  if (ahead_) return ahead_->Take(to, room);
-  return ::read(fd_, to, room);
-}
+ssize_t LineReader::ReadSome(char* to, size_t room) { return ::read(fd_, to, room); }
 
 std::string_view LineReader::Finish(size_t lineEnd, size_t terminatorLength, bool last) {
   const size_t length = lineEnd - begin_;
@@ -235,6 +257,12 @@ std::string_view LineReader::Finish(size_t lineEnd, size_t terminatorLength, boo
 
 std::string_view LineReader::Next() {
   if (atEnd_) return {};
+  if (ahead_) {
+    int64_t position = 1;
+    const std::string_view line = ahead_->Next(position, atEnd_, readFailed_);
+    consumed_ = position - 1;
+    return line;
+  }
   for (;;) {
     char* base = buf_.get();
     if (mode_ == Mode::kUnix) {

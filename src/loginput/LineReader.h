@@ -39,9 +39,11 @@ class LineReader {
   static constexpr size_t kDefaultMaxLine = size_t{64} << 20;
   static constexpr size_t kDefaultBlock = size_t{256} << 10;  // stays in the core's cache
 
-  // REQUIRES: maxLine >= 1, block >= 1. With `readAhead`, a file of four blocks or more is read
-  // by a helper thread, a few blocks ahead of the lines handed out (the read copy then overlaps
-  // the work on the lines); the lines are the same either way. The helper is stopped by Close.
+  // REQUIRES: maxLine >= 1, block >= 1. With `readAhead`, the lines of a file of four blocks or
+  // more are read and cut on a helper thread, a few batches ahead of the lines handed out (the
+  // reads, the search for line ends and the copies then overlap the work on the lines); the
+  // lines, positions and end and failure answers are the same either way. The helper is stopped
+  // by Close.
   explicit LineReader(size_t maxLine = kDefaultMaxLine, size_t block = kDefaultBlock,
                       bool readAhead = false);
   ~LineReader();

@@ -16,6 +16,8 @@ namespace {
 struct ReadBack {
   std::vector<std::string> lines;
   std::vector<int64_t> positions;  // Position() after each line
+  bool readFailed = false;
+  bool operator==(const ReadBack&) const = default;
 };
 
 ReadBack ReadAll(const std::string& path, LineReader::Mode mode, size_t maxLine = 1 << 20,
@@ -27,6 +29,7 @@ ReadBack ReadAll(const std::string& path, LineReader::Mode mode, size_t maxLine 
     out.lines.emplace_back(reader.Next());
     out.positions.push_back(reader.Position());
   }
+  out.readFailed = reader.ReadFailed();
   return out;
 }
 
@@ -163,9 +166,63 @@ TEST(LineReader, ReadingAheadGivesTheSameLinesOnALargeFile) {
   const ReadBack plain = ReadAll(path, LineReader::Mode::kText, 4096, 64 << 10, false);
   const ReadBack ahead = ReadAll(path, LineReader::Mode::kText, 4096, 64 << 10, true);
   EXPECT_EQ(plain.lines.size(), ahead.lines.size());
-  EXPECT_TRUE(plain.lines == ahead.lines);
+  EXPECT_TRUE(plain == ahead);
   EXPECT_EQ(ahead.lines.back(), std::string(4096, 'z'));
   EXPECT_EQ(ahead.positions.back(), static_cast<int64_t>(endMark) + 1);
+}
+
+// The helper thread's batches against the plain reader: random files of CRs, LFs, Ctrl-Zs and
+// long lines, cut at small line limits, in blocks and batches of a few bytes, so that lines,
+// line ends and cut lines straddle every boundary. Lines, positions and the end are the same.
+TEST(LineReader, ReadingAheadMatchesThePlainReaderLineByLine) {
+  std::mt19937 rng(1234);
+  const char alphabet[] = {'a', 'b', 'c', ' ', '\r', '\n', '\r', 'x', 'y', 26};
+  for (int round = 0; round < 60; ++round) {
+    std::string bytes;
+    const int n = static_cast<int>(rng() % 3000);
+    for (int i = 0; i < n; ++i) {
+      // Ctrl-Z rarely, so that most files have lines after the first few blocks.
+      char c = alphabet[rng() % sizeof alphabet];
+      if (c == 26 && rng() % 8 != 0) c = 'z';
+      bytes.push_back(c);
+      if (rng() % 200 == 0) bytes += std::string(rng() % 700, 'L');
+    }
+    tytest::TempDir dir;
+    const std::string path = (dir.path() / "r.log").string();
+    tytest::WriteFile(path, bytes);
+    for (auto mode : {LineReader::Mode::kText, LineReader::Mode::kUnix}) {
+      for (size_t maxLine : {size_t{3}, size_t{64}, size_t{1} << 20}) {
+        for (size_t block : {1, 5, 64, 700}) {
+          const ReadBack plain = ReadAll(path, mode, maxLine, block, false);
+          const ReadBack ahead = ReadAll(path, mode, maxLine, block, true);
+          ASSERT_TRUE(plain == ahead) << "round " << round << " block " << block << " maxLine "
+                                      << maxLine << " lines " << plain.lines.size() << " vs "
+                                      << ahead.lines.size();
+        }
+      }
+    }
+  }
+}
+
+// Closing a reader part way stops its helper; the reader can open the next file at once.
+TEST(LineReader, ClosingPartWayThroughStopsReadingAhead) {
+  std::string bytes;
+  for (int i = 0; i < 20000; ++i) bytes += "line " + std::to_string(i) + "\r\n";
+  tytest::TempDir dir;
+  const std::string path = (dir.path() / "big.log").string();
+  tytest::WriteFile(path, bytes);
+  LineReader reader(1 << 20, 4096, true);
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_TRUE(reader.Open(path, LineReader::Mode::kText));
+    for (int i = 0; i < 10 * round; ++i)
+      EXPECT_EQ(reader.Next(), "line " + std::to_string(i));
+    reader.Close();
+    EXPECT_TRUE(reader.AtEnd());
+    EXPECT_EQ(reader.Next(), "");
+  }
+  EXPECT_FALSE(reader.Open((dir.path() / "missing.log").string(), LineReader::Mode::kText));
+  EXPECT_EQ(reader.Next(), "");
+  EXPECT_TRUE(reader.AtEnd());
 }
 
 }  // namespace
