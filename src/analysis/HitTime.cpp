@@ -2,6 +2,7 @@
 #include "analysis/HitTime.h"
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 #include "analysis/Text.h"
@@ -53,19 +54,31 @@ std::optional<vb::Date> DateFromParts(std::string_view y, std::string_view m, st
 bool ReadPlainTime(std::string_view s, vb::Date& out) {
   if (s.size() != 8 || s[2] != ':' || s[5] != ':') return false;
   auto digit = [&](size_t i) { return static_cast<unsigned>(s[i]) - unsigned{'0'}; };
-  for (size_t i : {0, 1, 3, 4, 6, 7})
-    if (digit(i) > 9) return false;
-  const unsigned h = digit(0) * 10 + digit(1), m = digit(3) * 10 + digit(4),
-                 sec = digit(6) * 10 + digit(7);
+  const unsigned h1 = digit(0), h2 = digit(1), m1 = digit(3), m2 = digit(4), s1 = digit(6),
+                 s2 = digit(7);
+  if (h1 > 9 || h2 > 9 || m1 > 9 || m2 > 9 || s1 > 9 || s2 > 9) return false;
+  const unsigned h = h1 * 10 + h2, m = m1 * 10 + m2, sec = s1 * 10 + s2;
   if (h > 23 || m > 59 || sec > 59) return false;
   out = static_cast<double>(static_cast<int>(h * 3600 + m * 60 + sec)) / 86400;
   return true;
 }
 
 bool ReadTime(HitClock& clock, std::string_view s, vb::Date& out) {
-  if (s.size() == clock.timeLength && std::memcmp(s.data(), clock.timeText, s.size()) == 0) {
-    out = clock.timeValue;
-    return true;
+  if (s.size() == clock.timeLength) {
+    // The usual eight characters compare as one word.
+    bool same;
+    if (s.size() == sizeof(uint64_t)) {
+      uint64_t a, b;
+      std::memcpy(&a, s.data(), sizeof a);
+      std::memcpy(&b, clock.timeText, sizeof b);
+      same = a == b;
+    } else {
+      same = std::memcmp(s.data(), clock.timeText, s.size()) == 0;
+    }
+    if (same) {
+      out = clock.timeValue;
+      return true;
+    }
   }
   if (ReadPlainTime(s, out) || vb::ParseTimeOfDay(s, out)) {
     if (!s.empty() && s.size() <= sizeof clock.timeText) {

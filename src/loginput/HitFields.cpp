@@ -170,8 +170,12 @@ void SettleHitFields(const FieldMap& next, HitFields& hits) {
   HitFields::Deferred& d = hits.deferred;
   if (!d.pending) return;
   d.pending = false;
-  bool same = next[kStatus] == d.map[kStatus];
-  for (const auto& entry : kAnalysedText) same = same && next[entry.first] == d.map[entry.first];
+  // Nearly always the very same map (one compare of the whole map); else slot by slot.
+  bool same = next.place == d.map.place;
+  if (!same) {
+    same = next[kStatus] == d.map[kStatus];
+    for (const auto& entry : kAnalysedText) same = same && next[entry.first] == d.map[entry.first];
+  }
   if (same) return;
   // Rare (a fields line after a dropped hit): the one split of a settle keeps no state.
   SplitFields fields;
