@@ -4,6 +4,7 @@
 
 #include <exception>
 #include <filesystem>
+#include <mutex>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -267,32 +268,46 @@ void F::FlushDatabase() {
   VAPG.FlushTable();
 }
 
+// Brings every tag of an open, writable table up to date (the keys of records appended since
+// the tag was last used are sorted in): going to the top of a tag's order does that. Closing
+// the table afterwards only writes.
+void F::SortPendingKeys(dbase::Table& t) {
+  if (!t.IsOpen() || t.IsReadOnly()) return;
+  for (const dbase::TagInfo& tag : t.Tags()) {
+    t.SelectTag(tag.name);
+    t.GoTop();
+  }
+}
+
 void F::CloseDatabase() {
   if (!open_) return;
   // 1. and 2. The page views and exceptions still waiting in their caches.
   WritePageCache();
   WriteEXCCache();
   // 3. Closing a table that was never opened is harmless. Closing sorts the keys still to add
-  //    and writes each table's files; the tables share nothing, so "Pages", the largest, is
-  //    closed on a second thread while this one closes the others. Each table writes the same
-  //    bytes whichever thread closes it, and every file is complete before this returns.
+  //    and writes each table's files. The sorting is work for the processor and runs on two
+  //    threads: "Pages", the largest, on a second one while this one sorts the others. The
+  //    writing is work for the file system, where two writers at once slow each other down by
+  //    more than they gain, so the tables write one at a time. Each table writes the same bytes
+  //    whichever thread closes it, and every file is complete before this returns.
+  std::mutex writing;
   std::exception_ptr pagesFailure;
-  std::thread pagesCloser([this, &pagesFailure] {
+  std::thread pagesCloser([this, &pagesFailure, &writing] {
     try {
+      SortPendingKeys(VAPG);
+      const std::lock_guard<std::mutex> one(writing);
       VAPG.CloseTable();
     } catch (...) {
       pagesFailure = std::current_exception();
     }
   });
   try {
-    VAREF.CloseTable();
-    VAVIS.CloseTable();
-    VAVISITS.CloseTable();
-    VAEXP.CloseTable();
-    IPCC.CloseTable();
-    VADL.CloseTable();
-    VADAY.CloseTable();
-    VAOLD.CloseTable();
+    dbase::Table* const others[] = {&VAREF, &VAVIS, &VAVISITS, &VAEXP, &IPCC, &VADL, &VADAY, &VAOLD};
+    for (dbase::Table* t : others) SortPendingKeys(*t);
+    for (dbase::Table* t : others) {
+      const std::lock_guard<std::mutex> one(writing);
+      t->CloseTable();
+    }
   } catch (...) {
     pagesCloser.join();
     throw;

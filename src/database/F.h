@@ -176,6 +176,7 @@ class F {
   void ResolveFields();
   void CachePage(const Visit& visit);
   void LogFailure(const char* location, const std::exception& e);
+  static void SortPendingKeys(dbase::Table& t);
 
   startup::World& world_;
   RecordHooks defaultHooks_;
