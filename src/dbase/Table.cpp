@@ -13,6 +13,7 @@
 #include "dbase/DbfFile.h"
 #include "dbase/FieldSpec.h"
 #include "dbase/KeyExpression.h"
+#include "dbase/KeyFingerprints.h"
 #include "dbase/MdxFormat.h"
 #include "dbase/MdxReader.h"
 #include "dbase/MdxWriter.h"
@@ -36,6 +37,14 @@ struct Tag {
   // instead of being read back later. Dropped after a long run of appends without a use.
   bool eager = false;
   uint32_t appendsSinceUse = 0;
+  // Fingerprints of this unique tag's keys while its appends are deferred: a new record's key
+  // is found new or repeated here, without the tree, and waits for the next merge with the
+  // other pending records. Present only on the selected unique tag, and only while its order
+  // is mostly used through tickets (SeekKeyAt), which need no tree. Holds every entry of the
+  // tree and, for each pending record whose key no earlier record has, that record.
+  std::unique_ptr<KeyFingerprints> fingerprints;
+  uint32_t ticketHits = 0;   // seeks proved by a ticket since the fingerprints were last dropped
+  uint32_t shortMerges = 0;  // merges in a row that found only a few deferred records
 };
 
 // Record numbers are read in chunks of this many records when all of them are needed.
@@ -44,6 +53,12 @@ constexpr uint32_t kScanChunk = 4096;
 constexpr uint32_t kSmallBatch = 64;
 // Appends without a use of the order after which an eager tag goes back to batches.
 constexpr uint32_t kEagerRun = 4096;
+// A merge of fewer deferred records than this is short: the tree was needed soon after.
+constexpr uint32_t kShortMerge = 16;
+// Deferred keys waiting for the tree after which they are merged without being asked for.
+constexpr uint32_t kDeferredBatch = 32768;
+// Short merges in a row after which deferring gives way to adding each key at once.
+constexpr uint32_t kShortMergesToStop = 8;
 
 }  // namespace
 
@@ -78,6 +93,7 @@ struct Table::Impl {
   mutable int loadStatus = kOk;
   std::string scratch, scratch2, oldRec;
   std::string mergeRec, mergeKey;  // a small merge's record and key, reused
+  std::string deferKey;            // the key of an append to the tag that defers its keys
   // The last day written by SetDate and its text, and the last date text read by GetDate and
   // its day: dates repeat from record to record.
   int64_t setDay = INT64_MIN;
@@ -184,6 +200,10 @@ struct Table::Impl {
   int Merge(Tag& t);
   int MergeAll();
   int MergeSelected() { return selected >= 0 ? Merge(tags[size_t(selected)]) : int(kOk); }
+  void StartFingerprints(Tag& t);
+  void DropFingerprints(Tag& t);
+  int SameKeyAs(const Tag& t, uint32_t holder, const char* key);
+  bool DeferKey(Tag& t, uint32_t r, uint64_t h);
   bool SpotCheck(const Tag& t, std::string* why);
   bool FullCheck(const Tag& t, std::string* why);
   uint32_t FirstOtherHolder(const Tag& t, const char* key, uint32_t except);
@@ -536,14 +556,21 @@ int Table::Impl::RebuildIndex() {
 // Adds the records appended since the last merge to tag t. The appends themselves only store
 // the records: the keys are computed, sorted and added here, when the tag's order is first
 // needed (a seek, a move, a replace, a flush). A few records go in one by one; a large batch
-// is sorted in one go and, into an empty tag, built bottom up. Ties are ordered by record
-// number, and a unique tag keeps only the first record of a key.
+// is sorted in one go and, when the tag holds fewer entries than the batch, merged with them
+// and built bottom up. Ties are ordered by record number, and a unique tag keeps only the
+// first record of a key.
 int Table::Impl::Merge(Tag& t) {
   const uint32_t n = dbf.RecordCount();
   t.appendsSinceUse = 0;
   if (t.merged >= n) return kOk;
   const uint32_t first = t.merged + 1, count = n - t.merged;
   const size_t k = size_t(t.expr.KeyLength()), es = k + 4, rl = size_t(dbf.RecordLength());
+  // Deferred keys are wanted by the tree again soon after each merge, time after time: the
+  // deferring costs more than it saves, so each key goes in at its append again.
+  if (t.fingerprints) {
+    t.shortMerges = count < kShortMerge ? t.shortMerges + 1 : 0;
+    if (t.shortMerges >= kShortMergesToStop) DropFingerprints(t);
+  }
   if (count <= kSmallBatch) {
     std::string& rec = mergeRec;
     std::string& key = mergeKey;
@@ -559,26 +586,56 @@ int Table::Impl::Merge(Tag& t) {
     t.eager = true;
     return kOk;
   }
-  std::vector<char> flat(size_t(count) * es);
+  // A tree smaller than the batch is rebuilt with it: its entries (room for them is left in
+  // front of the batch) and the sorted batch are merged into one order and loaded bottom up.
+  const size_t held = t.index->Size();
+  const bool rebuild = held < count;
+  const size_t front = rebuild ? held : 0;
+  std::vector<char> flat((front + count) * es);
+  char* const batch = flat.data() + front * es;
   {
     std::vector<char> chunk(size_t(std::min(kScanChunk, count)) * rl);
     for (uint32_t at = first; at <= n; at += kScanChunk) {
       uint32_t cnt = std::min(kScanChunk, n - at + 1);
       if (int s = dbf.ReadRange(at, cnt, chunk.data()); s != kOk) return s;
       for (uint32_t i = 0; i < cnt; ++i) {
-        char* e = &flat[size_t(at - first + i) * es];
+        char* e = batch + size_t(at - first + i) * es;
         t.expr.Evaluate(chunk.data() + size_t(i) * rl, e);
         uint32_t r = at + i;
         std::memcpy(e + k, &r, 4);
       }
     }
   }
-  t.index->SortEntries(flat.data(), count);
-  if (t.index->Size() == 0) {
-    size_t kept = count;
+  t.index->SortEntries(batch, count);
+  if (rebuild) {
+    size_t total = count;
+    if (front > 0) {
+      // Every record of the tree comes before every record of the batch, so on equal keys the
+      // tree's entry goes first, as an insert would have put it. The output never overtakes
+      // the batch: after i tree entries and j batch entries it writes entry i + j, and the
+      // batch's next unread one is entry front + j.
+      std::vector<char> old(front * es);
+      size_t i = 0;
+      for (TagIndex::Pos p = t.index->First(); p.Valid(); t.index->Next(p), ++i) {
+        std::memcpy(&old[i * es], t.index->KeyAt(p), k);
+        const uint32_t r = t.index->RecnoAt(p);
+        std::memcpy(&old[i * es + k], &r, 4);
+      }
+      size_t a = 0, b = 0, out = 0;
+      while (a < front || b < count) {
+        const char* pick;
+        if (b == count) pick = &old[a++ * es];
+        else if (a == front) pick = batch + b++ * es;
+        else if (t.index->Compare(&old[a * es], batch + b * es, int(k)) <= 0) pick = &old[a++ * es];
+        else pick = batch + b++ * es;
+        std::memmove(&flat[out++ * es], pick, es);
+      }
+      total = out;
+    }
+    size_t kept = total;
     if (t.unique) {  // keep the first entry of every run of equal keys
       kept = 0;
-      for (size_t i = 0; i < count; ++i) {
+      for (size_t i = 0; i < total; ++i) {
         const char* e = &flat[i * es];
         if (kept > 0 && std::memcmp(&flat[(kept - 1) * es], e, k) == 0) continue;
         if (kept != i) std::memcpy(&flat[kept * es], e, es);
@@ -602,6 +659,49 @@ int Table::Impl::Merge(Tag& t) {
   t.merged = n;
   t.eager = false;
   return kOk;
+}
+
+// Fingerprints of every entry of tag t. REQUIRES: every record is merged into t.
+void Table::Impl::StartFingerprints(Tag& t) {
+  auto fp = std::make_unique<KeyFingerprints>();
+  const TagIndex& ix = *t.index;
+  for (TagIndex::Pos p = ix.First(); p.Valid(); ix.Next(p))
+    fp->Insert(KeyFingerprints::Hash(ix.KeyAt(p), ix.KeyLength()), ix.RecnoAt(p));
+  t.fingerprints = std::move(fp);
+  t.shortMerges = 0;
+}
+
+// Back to adding keys at their appends; the records appended meanwhile wait for the next merge.
+void Table::Impl::DropFingerprints(Tag& t) {
+  if (!t.fingerprints) return;
+  t.fingerprints.reset();
+  t.ticketHits = 0;
+  t.shortMerges = 0;
+}
+
+// 1 when record `holder`'s key in tag t is `key`, 0 when not, -1 when it cannot be read.
+int Table::Impl::SameKeyAs(const Tag& t, uint32_t holder, const char* key) {
+  mergeRec.resize(size_t(dbf.RecordLength()));
+  mergeKey.resize(size_t(t.expr.KeyLength()));
+  if (dbf.Read(holder, mergeRec.data()) != kOk) return -1;
+  t.expr.Evaluate(mergeRec.data(), mergeKey.data());
+  return std::memcmp(mergeKey.data(), key, mergeKey.size()) == 0 ? 1 : 0;
+}
+
+// The append of record r to the selected tag, which has fingerprints: its key (in deferKey,
+// hash h) is looked up there; a new key makes r its holder and earns a ticket. The key enters
+// the tree at the next merge, as any pending record's does, where it meets the same decision:
+// the first record of a key holds it. False when a record could not be read to tell keys
+// apart: the fingerprints are dropped, and r simply waits for the next merge.
+bool Table::Impl::DeferKey(Tag& t, uint32_t r, uint64_t h) {
+  const uint32_t holder = t.fingerprints->InsertUnique(
+      h, r, [&](uint32_t rec) { return SameKeyAs(t, rec, deferKey.data()); });
+  if (holder == UINT32_MAX) {
+    DropFingerprints(t);
+    return false;
+  }
+  if (holder == 0) appendTicket = (uniqueEpoch << 32) | r;
+  return true;
 }
 
 int Table::Impl::MergeAll() {
@@ -683,6 +783,8 @@ int Table::FlushTable() {
 void Table::CloseTable() {
   Impl& m = *impl_;
   if (!m.open) return;
+  // The fingerprints are of no more use: their memory goes before the last merges need theirs.
+  for (Tag& t : m.tags) m.DropFingerprints(t);
   FlushTable();
   m.dbf.Close();
   m.tags.clear();
@@ -707,6 +809,8 @@ int Table::SelectTag(std::string_view tag) {
     if (EqualsNoCase(m.tags[i].name, tag)) found = int(i);
   if (found == -2) return kNoSuchTag;
   if (found != m.selected) {
+    // Only the selected tag defers its keys (tickets are for it alone).
+    if (m.selected >= 0) m.DropFingerprints(m.tags[size_t(m.selected)]);
     m.selected = found;
     ++m.uniqueEpoch;  // tickets are for the tag selected at their append
     m.appendTicket = 0;
@@ -793,6 +897,17 @@ int Table::AppendRecord() {
   Impl& m = *impl_;
   if (int s = m.CheckWritable(); s != kOk) return s;
   m.EnsureLoaded();
+  // Only the selected tag defers its keys. Its key is hashed first, so that the fingerprint
+  // slot it needs comes from memory while the record is being stored.
+  Tag* const deferring =
+      m.selected >= 0 && m.tags[size_t(m.selected)].fingerprints ? &m.tags[size_t(m.selected)] : nullptr;
+  uint64_t hash = 0;
+  if (deferring) {
+    m.deferKey.resize(size_t(deferring->expr.KeyLength()));
+    deferring->expr.Evaluate(m.buf.data(), m.deferKey.data());
+    hash = KeyFingerprints::Hash(m.deferKey.data(), deferring->expr.KeyLength());
+    deferring->fingerprints->Prefetch(hash);
+  }
   int s = m.dbf.Append(m.buf.data());
   if (s != kOk) return s;
   const uint32_t r = m.dbf.RecordCount();
@@ -800,6 +915,14 @@ int Table::AppendRecord() {
   m.appendTicket = 0;
   for (size_t i = 0; i < m.tags.size(); ++i) {
     Tag& t = m.tags[i];
+    if (&t == deferring && m.DeferKey(t, r, hash)) {
+      m.curKey.assign(m.deferKey);
+      selectedKeyKnown = true;
+      // Deferred keys go into the tree in sorted batches of a bounded size, so that the batch
+      // left for the close needs little memory beyond the tree's own.
+      if (r - t.merged >= kDeferredBatch) m.Merge(t);
+      continue;
+    }
     const bool now = t.eager && t.merged == r - 1 && ++t.appendsSinceUse <= kEagerRun;
     if (!now) {
       t.eager = false;
@@ -861,16 +984,26 @@ int Table::ReplaceRecord() {
       continue;
     }
     // Unique tag: if this record held its old key, the next record with that key takes over.
+    // The fingerprints follow every change of holder.
+    KeyFingerprints* fp = t.fingerprints.get();
+    const int kl = int(k);
+    bool fpKept = true;
     if (t.index->Erase(m.scratch.data(), r)) {
       uint32_t other = m.FirstOtherHolder(t, m.scratch.data(), r);
       if (other) t.index->Insert(m.scratch.data(), other);
+      if (fp) fpKept = fp->Replace(KeyFingerprints::Hash(m.scratch.data(), kl), r, other);
     }
     // The new key belongs to the first record that has it.
     uint32_t holder = t.index->InsertUnique(m.scratch2.data(), r);
     if (holder > r) {
       t.index->Erase(m.scratch2.data(), holder);
       t.index->Insert(m.scratch2.data(), r);
+      if (fp) fpKept = fp->Replace(KeyFingerprints::Hash(m.scratch2.data(), kl), holder, r) && fpKept;
+    } else if (holder == 0 && fp) {
+      fp->Insert(KeyFingerprints::Hash(m.scratch2.data(), kl), r);
     }
+    // Cannot happen while they hold every entry; if it did, they could no longer be trusted.
+    if (!fpKept) m.DropFingerprints(t);
   }
   s = m.dbf.Write(r, m.buf.data());
   m.curKeyValid = false;
@@ -1083,7 +1216,9 @@ uint64_t Table::AppendTicket() const { return impl_->open ? impl_->appendTicket 
 // (an open), and a selection of another tag makes a ticket meaningless: each of these raises
 // the epoch. With the epoch unchanged, recno is still the entry of its key, and its key has not
 // changed (a change would have raised the epoch too). So if that key is the one sought,
-// recno is the entry SeekKey would find: a unique tag holds one entry per key.
+// recno is the entry SeekKey would find: a unique tag holds one entry per key. A deferred key
+// (see DeferKey) is no different: its record was found the first with that key, and the merge
+// that puts it into the tree makes the first record of a key its entry.
 int Table::SeekKeyAt(std::string_view key, uint64_t ticket) {
   Impl& m = *impl_;
   // 1. A ticket that cannot prove anything: the ordinary seek.
@@ -1091,10 +1226,14 @@ int Table::SeekKeyAt(std::string_view key, uint64_t ticket) {
   if (!m.open || m.selected < 0 || ticket == 0 || (ticket >> 32) != m.uniqueEpoch ||
       recno < 1 || recno > m.dbf.RecordCount())
     return SeekKey(key);
-  // 2. The tag's pending records go in as SeekKey would add them (it counts as a use too).
-  if (int s = m.MergeSelected(); s != kOk) return s;
+  // 2. The tag's pending records go in as SeekKey would add them (it counts as a use too),
+  //    unless the tag defers its keys: then the ticket's record is its key's holder whether its
+  //    key is in the tree yet or not, and the tree is not needed.
+  Tag& t = m.tags[size_t(m.selected)];
+  if (!t.fingerprints)
+    if (int s = m.Merge(t); s != kOk) return s;
   // 3. The key as the tag holds it, and the ticket's record's key.
-  const size_t k = size_t(m.tags[size_t(m.selected)].expr.KeyLength());
+  const size_t k = size_t(t.expr.KeyLength());
   m.scratch.assign(key.substr(0, k));
   m.scratch.resize(k, ' ');
   m.SetRecno(recno);
@@ -1103,6 +1242,12 @@ int Table::SeekKeyAt(std::string_view key, uint64_t ticket) {
   m.EnsureCurKey();
   // 4. The same key: standing on its entry. Otherwise the ordinary seek.
   if (std::memcmp(m.curKey.data(), m.scratch.data(), k) != 0) return SeekKey(key);
+  // 5. The tag's order is used through tickets: its later appends may defer their keys. After
+  //    fingerprints were dropped they come back only when the ticket seeks since then
+  //    outnumber an eighth of the tag's entries, which pays for building them.
+  if (!t.fingerprints && t.unique && t.merged == m.dbf.RecordCount() &&
+      ++t.ticketHits > t.index->Size() / 8)
+    m.StartFingerprints(t);
   return kOk;
 }
 

@@ -5,8 +5,10 @@
 // How it works, in short: records are appended to the .DBF through a write buffer and read back
 // on demand, so a large table costs no memory for its records. Every index tag lives in memory
 // as a B+tree of fixed-size keys; records appended since a tag was last used enter it when its
-// order is next needed (one by one after a few appends, sorted in one batch after many). The
-// .MDX is written whole (B-trees built bottom up, pages full) when the table is flushed or
+// order is next needed (one by one after a few appends, sorted in one batch after many). A
+// unique tag whose order is used through tickets (SeekKeyAt) keeps fingerprints of its keys, so
+// an append learns whether its key is new without a tree search and its key waits for a batch
+// too. The .MDX is written whole (B-trees built bottom up, pages full) when the table is flushed or
 // closed, and read whole when it is opened.
 //
 // No operation throws; those that can fail or miss return a dbase::Status (0 = success/found).
@@ -197,9 +199,9 @@ class Table {
 
   // ---- finding an appended record again without a search ---------------------------------
   // Right after a successful AppendRecord: a ticket (> 0) naming the new record when the
-  // selected tag is unique and the record became the entry of its key there at once (no other
-  // record held that key); 0 otherwise (no tag, a tag that is not unique, a duplicate key, or
-  // the key not yet added).
+  // selected tag is unique and the record became the entry of its key there (no other record
+  // held that key), known at the append from the tag's tree or its key fingerprints; 0
+  // otherwise (no tag, a tag that is not unique, a duplicate key, or the key not yet added).
   uint64_t AppendTicket() const;
   // Exact seek with the same outcome as SeekKey(key). When `ticket` (from AppendTicket) is
   // still good, i.e. no change since could have moved a unique tag's entry to another record,

@@ -339,6 +339,209 @@ TEST(Table, SeekByTicketLandsWhereTheKeySeekLandsEvenAfterDuplicatesAndMovedKeys
   EXPECT_TRUE(rep.Ok()) << rep.defects.front();
 }
 
+// The scan's way with "Visits": appends whose keys the selected unique tag learns to be new from
+// its key fingerprints and merges later, seeks by ticket that need no tree. A table used that
+// way ("fast") runs beside one that is only ever sought by key ("plain"); both take the same
+// appends (many repeated keys), replaces that move keys or not, seeks, near seeks, skips,
+// flushes, reopens and changes of the selected tag, in phases that make the fast table defer
+// its keys, give up deferring (the tree is wanted after every few appends) and start again.
+// Every answer must be the same, and so must the files written.
+TEST(Table, TicketSeeksWithDeferredKeysMatchPlainSeeksThroughEveryChange) {
+  tytest::TempDir fastDir, plainDir;
+  Table fast, plain;
+  for (auto [t, d] : {std::pair{&fast, &fastDir}, std::pair{&plain, &plainDir}}) {
+    t->SetLocation(d->str());
+    t->SetTableName("Visits");
+    ASSERT_EQ(t->CreateTable(testing::kVisitsFields, testing::kVisitsTags), kOk);
+    ASSERT_EQ(t->OpenTable(), kOk);
+  }
+  std::mt19937 rng(2024);
+  std::vector<Visit> model;  // the records as they stand
+  struct Ticketed {
+    uint64_t ticket;
+    long recno;
+  };
+  std::vector<Ticketed> tickets;
+  std::map<std::string, int> held;  // records per key0
+  auto random = [&](int ips) {
+    Visit v;
+    v.ip = "10.1." + std::to_string(rng() % 7) + "." + std::to_string(rng() % unsigned(ips));
+    v.site = rng() % 2 ? "shop.example" : "blog.example";
+    v.date = "2004010" + std::to_string(1 + rng() % 3);
+    v.no = "0000" + std::to_string(rng() % 3);
+    return v;
+  };
+  auto same = [&](int fs, int ps, const std::string& what) {
+    ASSERT_EQ(fs, ps) << what;
+    ASSERT_EQ(fast.RecNo(), plain.RecNo()) << what;
+    ASSERT_EQ(fast.Eof(), plain.Eof()) << what;
+  };
+  auto both = [&](auto&& op, const std::string& what) { same(op(fast), op(plain), what); };
+  auto append = [&](const Visit& v) {
+    for (Table* t : {&fast, &plain}) {
+      t->BlankRecord();
+      t->SetText("IP", v.ip);
+      t->SetText("Site", v.site);
+      t->SetText("VisitDate", v.date);
+      t->SetText("VisitNo", v.no);
+      ASSERT_EQ(t->AppendRecord(), kOk);
+    }
+    model.push_back(v);
+    tickets.push_back({fast.AppendTicket(), long(model.size())});
+    // Never a ticket for a key another record has.
+    if (tickets.back().ticket != 0) {
+      ASSERT_EQ(held[v.Key0()], 0) << model.size();
+    }
+    ++held[v.Key0()];
+  };
+  bool skips = true;  // now and then a move in the order after the end of a visit
+  size_t window = 50;  // most visits that end are among the last this many
+  unsigned oldEvery = 5;  // one visit in this many that end is any earlier one
+  // The end of a visit: found again by its ticket (fast) or by its key (plain), then updated.
+  auto endVisit = [&](const Ticketed& tk, bool moveKey) {
+    const std::string key = model[size_t(tk.recno - 1)].Key0();
+    same(fast.SeekKeyAt(key, tk.ticket), plain.SeekKey(key), "seek " + key);
+    if (fast.Eof()) return;
+    Visit& v = model[size_t(fast.RecNo() - 1)];
+    const double pages = double(rng() % 100);
+    for (Table* t : {&fast, &plain}) {
+      t->SetNumber("PagesSeen", pages);
+      if (moveKey) t->SetText("VisitNo", "00009");
+    }
+    if (moveKey) {
+      --held[v.Key0()];
+      v.no = "00009";
+      ++held[v.Key0()];
+    }
+    same(fast.ReplaceRecord(), plain.ReplaceRecord(), "replace");
+    if (skips && rng() % 100 == 0) {
+      const long n = long(rng() % 7) - 3;
+      both([&](Table& t) { return t.Skip(n); }, "skip after the end of a visit");
+    }
+  };
+  // Record r takes the IP and visit number of v, in both tables.
+  auto moveKey = [&](long r, const Visit& v) {
+    for (Table* t : {&fast, &plain}) {
+      ASSERT_EQ(t->GoTo(r), kOk);
+      t->SetText("IP", v.ip);
+      t->SetText("VisitNo", v.no);
+    }
+    Visit& m = model[size_t(r - 1)];
+    --held[m.Key0()];
+    m.ip = v.ip;
+    m.no = v.no;
+    ++held[m.Key0()];
+    same(fast.ReplaceRecord(), plain.ReplaceRecord(), "moved key");
+  };
+  auto moveOp = [&](int ips) {
+    // A record takes another key: a new one or one that another record has (the holder
+    // may be before or after it), often while a later record has its old key too. Then
+    // the record that gave the new key may move on as well, and new visits come with the
+    // key given up and the key taken: whoever holds each now decides about their tickets.
+    const long r = long(1 + rng() % model.size());
+    const bool copied = rng() % 2;
+    const size_t q = rng() % model.size();
+    const Visit v = copied ? model[q] : random(ips);
+    const Visit old = model[size_t(r - 1)];
+    if (rng() % 2) append(old);
+    moveKey(r, v);
+    if (copied && rng() % 2 && long(q + 1) != r) moveKey(long(q + 1), random(ips));
+    append(old);
+    append(v);
+    endVisit(tickets[tickets.size() - 2], false);
+    endVisit(tickets.back(), false);
+  };
+  // One step in 1,000 + extraSeeks: mostly appends (one in copyEvery with a key that another
+  // record has) and ends of visits; now and then something that needs the tree (a near seek, a
+  // move to the top or bottom, a key that moves, a flush, another order) and, with extraSeeks,
+  // many key seeks.
+  auto step = [&](int ips, unsigned extraSeeks, unsigned copyEvery) {
+    const unsigned op = rng() % (1000 + extraSeeks);
+    if (op < 520 || model.empty()) {
+      append(rng() % copyEvery == 0 && !model.empty() ? model[rng() % model.size()] : random(ips));
+    } else if (op < 980) {
+      // Mostly the newest visits end, as in a scan; now and then an old ticket or none.
+      const size_t n = tickets.size();
+      const size_t at = rng() % oldEvery ? n - 1 - rng() % std::min<size_t>(n, window) : rng() % n;
+      Ticketed tk = tickets[at];
+      if (rng() % (4 * copyEvery) == 0) tk.ticket = tickets[rng() % n].ticket;  // someone else's
+      endVisit(tk, rng() % 500 == 0);
+    } else if (op < 986) {
+      const std::string pre = random(ips).Key0().substr(0, 10 + rng() % 20);
+      both([&](Table& t) { return t.SeekNear(pre); }, "near " + pre);
+    } else if (op < 992) {
+      const bool top = rng() % 2;
+      both([&](Table& t) { return top ? t.GoTop() : t.GoBottom(); }, "top/bottom");
+    } else if (op < 995) {
+      moveOp(ips);
+    } else if (op < 997) {
+      ASSERT_EQ(fast.FlushTable(), kOk);
+      ASSERT_EQ(plain.FlushTable(), kOk);
+    } else if (op < 998) {
+      // Another order for a while: tickets of the other tag prove nothing.
+      for (Table* t : {&fast, &plain}) ASSERT_EQ(t->SelectTag("key1"), kOk);
+      const std::string key = model[rng() % model.size()].Key1();
+      both([&](Table& t) { return t.SeekKey(key); }, "key1 seek");
+      append(random(ips));
+      const Ticketed& tk = tickets[rng() % tickets.size()];
+      same(fast.SeekKeyAt(key, tk.ticket), plain.SeekKey(key), "key1 seek by ticket");
+      for (Table* t : {&fast, &plain}) ASSERT_EQ(t->SelectTag("key0"), kOk);
+    } else {
+      const std::string key = rng() % 3 ? model[rng() % model.size()].Key0() : random(ips).Key0();
+      both([&](Table& t) { return t.SeekKey(key); }, "seek " + key);
+    }
+  };
+  auto verify = [&](const std::string& when) {
+    std::vector<Entry> k0;
+    for (size_t i = 0; i < model.size(); ++i) k0.push_back({model[i].Key0(), long(i + 1)});
+    ASSERT_EQ(fast.SelectTag("key0"), kOk);
+    ASSERT_EQ(plain.SelectTag("key0"), kOk);
+    VerifyTag(fast, Expected(k0, true, false), 15, rng, when);
+  };
+  ASSERT_EQ(fast.SelectTag("key0"), kOk);
+  ASSERT_EQ(plain.SelectTag("key0"), kOk);
+  // 1. A scan's pattern: key seeks are rare, the fast table defers its keys.
+  for (int i = 0; i < 6000; ++i) ASSERT_NO_FATAL_FAILURE(step(250, 1, 6));
+  ASSERT_NO_FATAL_FAILURE(verify("deferring"));
+  // 2. Key seeks after every few appends: deferring no longer pays and stops.
+  for (int i = 0; i < 3000; ++i) ASSERT_NO_FATAL_FAILURE(step(250, 400, 6));
+  // 3. Tickets again, with few repeated keys and visits that end soon, so that the fast table
+  //    keeps deferring while keys move; then a close and reopen in the middle.
+  window = 3;
+  oldEvery = 500;
+  for (int i = 0; i < 6000; ++i) ASSERT_NO_FATAL_FAILURE(step(2000, 0, 60));
+  // Keys that move among runs of visits that end at once: the fingerprints follow each move.
+  for (int i = 0; i < 300; ++i) {
+    for (int j = 0; j < 40; ++j) {
+      ASSERT_NO_FATAL_FAILURE(append(random(2000)));
+      ASSERT_NO_FATAL_FAILURE(endVisit(tickets.back(), false));
+    }
+    ASSERT_NO_FATAL_FAILURE(moveOp(2000));
+  }
+  fast.CloseTable();
+  plain.CloseTable();
+  ASSERT_EQ(fast.OpenTable(), kOk);
+  ASSERT_EQ(plain.OpenTable(), kOk);
+  for (int i = 0; i < 3000; ++i) ASSERT_NO_FATAL_FAILURE(step(2000, 0, 60));
+  // 4. A long run of new visits that end at once: the deferred keys are merged in batches
+  //    without being asked for.
+  skips = false;
+  for (int i = 0; i < 40000; ++i) {
+    Visit v = random(250);
+    v.ip = "172.16." + std::to_string(i / 250) + "." + std::to_string(i % 250);
+    ASSERT_NO_FATAL_FAILURE(append(v));
+    ASSERT_NE(tickets.back().ticket, 0u) << "a new key in a table used through tickets";
+    ASSERT_NO_FATAL_FAILURE(endVisit(tickets.back(), false));
+  }
+  ASSERT_NO_FATAL_FAILURE(verify("after the long run"));
+  fast.CloseTable();
+  plain.CloseTable();
+  for (const char* name : {"VISITS.DBF", "VISITS.MDX"})
+    EXPECT_TRUE(tytest::ReadFile(fastDir.str() + name) == tytest::ReadFile(plainDir.str() + name)) << name;
+  CheckReport rep = CheckTable(fastDir.str() + "VISITS.DBF");
+  EXPECT_TRUE(rep.Ok()) << rep.defects.front();
+}
+
 TEST(Table, DescendingTagKeepsEqualKeysInRecordOrderAcrossReopen) {
   tytest::TempDir dir;
   Table t;
