@@ -58,6 +58,9 @@ int32_t VisitTable::Append(int32_t siteIndex, std::string_view clientAddress) {
   } else {
     s.visit = std::move(pool_.back());
     pool_.pop_back();
+    // Reset here rather than when its visit ended: the record's memory is about to be written
+    // anyway, so it is brought into the cache once instead of twice.
+    s.visit->Reset();
   }
   s.visit->siteIndex = siteIndex;
   s.visit->clientAddress.assign(clientAddress);
@@ -247,7 +250,6 @@ int32_t VisitTable::DropTaken() {
     Slot& s = slots_[static_cast<size_t>(i)];
     Unindex(i);
     s.open = false;
-    s.visit->Reset();
     --open_;
   }
   // Vacant indexes at the end are given back at once; the others once they are the majority.

@@ -88,8 +88,8 @@ class VisitTable {
 
  private:
   // A slot points to its visit record, so that compacting the table moves pointers, and a walk
-  // of the slots (open flags) stays in a few cache lines. A vacant slot keeps a blank record
-  // (slot 0 none).
+  // of the slots (open flags) stays in a few cache lines. A vacant slot keeps the record of the
+  // visit that ended there until the record goes to the pool (slot 0 none).
   struct Slot {
     std::unique_ptr<database::Visit> visit;
     uint64_t maskBits = 0;  // which host masks the host name matches
@@ -136,7 +136,7 @@ class VisitTable {
   // through Slot::nextSame in table order. Linear probing; the size is a power of two.
   std::vector<Bucket> buckets_;
   size_t bucketsUsed_ = 0;
-  std::vector<std::unique_ptr<database::Visit>> pool_;  // dropped visits, blank, with their buffers
+  std::vector<std::unique_ptr<database::Visit>> pool_;  // dropped visits with their buffers, reset when taken
   std::vector<int32_t> renumber_;           // Compact's old -> new numbers, kept for its buffer
 };
 
