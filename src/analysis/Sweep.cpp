@@ -49,12 +49,14 @@ void ScanToRemove(VisitTable& visits, database::F& f, RunState& run, vb::Date fi
 }
 
 void RemoveInactive(VisitTable& visits, database::F& f, RunState& run) {
-  visits.RemoveMarked([&](int32_t i) {
-    const database::Visit& v = visits[i];
-    SiteRunState& site = run.Site(v.siteIndex);
-    if (site.visitorTotal > 0) --site.visitorTotal;
-    f.UpdateVisitInDatabase(v);
-  });
+  visits.RemoveMarked(
+      [&](int32_t i) {
+        const database::Visit& v = visits[i];
+        SiteRunState& site = run.Site(v.siteIndex);
+        if (site.visitorTotal > 0) --site.visitorTotal;
+        f.UpdateVisitInDatabase(v);
+      },
+      [&](int32_t i) { f.PrefetchVisitUpdate(visits[i]); });
 }
 
 }  // namespace analysis

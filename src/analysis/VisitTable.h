@@ -78,8 +78,20 @@ class VisitTable {
   // number dropped. Every index taken before the call is invalid after it.
   template <class WriteOut>
   int32_t RemoveMarked(WriteOut&& writeOut) {
+    return RemoveMarked(writeOut, [](int32_t) {});
+  }
+  // The same, calling `prepare(i)` a few visits before `writeOut(i)`: a place to ask for the
+  // memory that writeOut(i) will read, while earlier visits are written out. Many visits end at
+  // once (at a day's first hit, most of the day before), and each one's memory is cold by then.
+  template <class WriteOut, class Prepare>
+  int32_t RemoveMarked(WriteOut&& writeOut, Prepare&& prepare) {
     const std::vector<int32_t>& gone = TakeMarked();
-    for (int32_t i : gone) writeOut(i);
+    const size_t n = gone.size();
+    for (size_t k = 0; k < n; ++k) {
+      if (k + kFetchAhead < n) FetchVisit(gone[k + kFetchAhead]);
+      if (k + kPrepareAhead < n) prepare(gone[k + kPrepareAhead]);
+      writeOut(gone[k]);
+    }
     return DropTaken();
   }
 
@@ -108,6 +120,16 @@ class VisitTable {
     uint8_t length = 0;  // of the address; above kInlineAddress: not kept here
     char address[kInlineAddress] = {};
   };
+
+  // How far ahead RemoveMarked fetches a visit's record (its own memory) and calls `prepare`
+  // (which reads the record, so it comes after the fetch).
+  static constexpr size_t kFetchAhead = 8;
+  static constexpr size_t kPrepareAhead = 4;
+  // Asks the processor to fetch the record of visit `i` into its cache.
+  void FetchVisit(int32_t i) const {
+    const char* p = reinterpret_cast<const char*>(slots_[static_cast<size_t>(i)].visit.get());
+    for (size_t at = 0; at < sizeof(database::Visit); at += 64) __builtin_prefetch(p + at);
+  }
 
   // RemoveMarked in two halves: the marked visits that are still open and still ended, in table
   // order; then dropping them (and closing the gaps when they are the majority).

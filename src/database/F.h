@@ -102,6 +102,9 @@ class F {
   // The visit ended: updates its "Visits" record ("LastPage", "PagesSeen", "MinsOn", "Active" =
   // "N", "HackRaised", "Flags"). A visit without a record is left alone.
   void UpdateVisitInDatabase(const Visit& visit);
+  // A hint, changing nothing: UpdateVisitInDatabase(visit) comes soon, so the memory it will
+  // read (the visit's record when still in memory, its last page's text) is fetched now.
+  void PrefetchVisitUpdate(const Visit& visit) const;
 
   // ---- Visitor records, friendly names, hack counts ---------------------------------------------
 

@@ -147,6 +147,11 @@ void F::AddDownload(const Visit& visit) {
   }
 }
 
+void F::PrefetchVisitUpdate(const Visit& visit) const {
+  VAVISITS.PrefetchTicket(visit.visitsTicket);
+  __builtin_prefetch(visit.currentPage.data());
+}
+
 void F::UpdateVisitInDatabase(const Visit& visit) {
   try {
     // 1. Key of "Visits" key0: IP + Site + DTOS(VisitDate) + VisitNo.

@@ -246,6 +246,19 @@ int DbfFile::Append(const char* record) {
 
 int DbfFile::Read(uint32_t recno, char* out) const { return ReadRange(recno, 1, out); }
 
+void DbfFile::Prefetch(uint32_t recno) const {
+  if (fd_ < 0 || recno < 1 || recno > count_) return;
+  const size_t rl = size_t(header_.recordLength);
+  const char* p = nullptr;
+  if (recno > onDisk_)
+    p = buffer_.data() + size_t(recno - onDisk_ - 1) * rl;
+  else if (map_ && Offset(recno + 1) <= mapLen_)
+    p = map_ + Offset(recno);
+  if (!p) return;
+  for (size_t at = 0; at < rl; at += 64) __builtin_prefetch(p + at);
+  __builtin_prefetch(p + rl - 1);
+}
+
 int DbfFile::ReadRange(uint32_t first, uint32_t n, char* out) const {
   if (fd_ < 0) return kNotOpen;
   if (first < 1 || n == 0 || uint64_t(first) + n - 1 > count_) return kEof;

@@ -118,6 +118,9 @@ class DbfFile {
   int Append(const char* record);
   // Reads record recno (1-based) into out. Returns kOk, kEof (out of range), kIoError.
   int Read(uint32_t recno, char* out) const;
+  // Asks the processor to fetch record recno into its cache when it is in the write buffer or
+  // the mapping; does nothing otherwise.
+  void Prefetch(uint32_t recno) const;
   // Reads n records from first on into out (n x RecordLength bytes). Same statuses.
   int ReadRange(uint32_t first, uint32_t n, char* out) const;
   // Overwrites record recno. Returns kOk, kEof, kIoError.

@@ -1219,6 +1219,11 @@ uint64_t Table::AppendTicket() const { return impl_->open ? impl_->appendTicket 
 // recno is the entry SeekKey would find: a unique tag holds one entry per key. A deferred key
 // (see DeferKey) is no different: its record was found the first with that key, and the merge
 // that puts it into the tree makes the first record of a key its entry.
+void Table::PrefetchTicket(uint64_t ticket) const {
+  const Impl& m = *impl_;
+  if (m.open && ticket != 0) m.dbf.Prefetch(uint32_t(ticket & 0xffffffffu));
+}
+
 int Table::SeekKeyAt(std::string_view key, uint64_t ticket) {
   Impl& m = *impl_;
   // 1. A ticket that cannot prove anything: the ordinary seek.

@@ -208,6 +208,9 @@ class Table {
   // the tag is still selected and the ticket's record still has `key`, it positions on that
   // record without a search; otherwise (ticket 0 included) it does SeekKey(key).
   int SeekKeyAt(std::string_view key, uint64_t ticket);
+  // A hint, changing nothing: SeekKeyAt with this ticket comes soon, so the ticket's record is
+  // fetched into the processor's cache now (when it is in memory) while other work goes on.
+  void PrefetchTicket(uint64_t ticket) const;
 
  private:
   struct Impl;
