@@ -377,9 +377,10 @@ void TagIndex::BulkLoad(const char* entries, size_t n) {
   height_ = 1;
   while (level.size() > 1) {
     std::vector<Node*> up;
-    for (size_t i = 0; i < level.size(); i += size_t(innerCap_)) {
-      size_t take = std::min(level.size() - i, size_t(innerCap_));
-      // Never leave a single child alone in the last node.
+    for (size_t i = 0, take = 0; i < level.size(); i += take) {
+      take = std::min(level.size() - i, size_t(innerCap_));
+      // Never leave a single child alone in the last node (the next node starts after the
+      // children taken, not after a full node's worth).
       if (level.size() - i - take == 1 && take > 2) --take;
       Inner* in = static_cast<Inner*>(NewInner());
       for (size_t j = 0; j < take; ++j) {

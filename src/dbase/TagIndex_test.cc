@@ -105,6 +105,34 @@ TEST(TagIndex, SortAndBulkLoadMatchOneByOneInserts) {
   ASSERT_TRUE(b.SelfCheck(&why)) << why;
 }
 
+// A level of a bulk load whose node count is one more than an inner node holds: the last node
+// must not be left with a single child, and no node of the level may be skipped when the one
+// before takes a child less. Every entry must then be reached from the root.
+TEST(TagIndex, BulkLoadReachesEveryLeafWhenALevelEndsWithOneNodeOver) {
+  for (const int k : {5, 38}) {
+    TagIndex probe(k, false);
+    // Leaves hold 2048 / entry bytes entries, inner nodes 4096 / (entry bytes + 8) children.
+    const size_t leafCap = size_t(2048 / (k + 4)), innerCap = size_t(4096 / (k + 12));
+    std::vector<size_t> counts = {innerCap + 1, 2 * innerCap + 1};
+    if (k == 38) counts.push_back(innerCap * innerCap + 1);  // also a level above that
+    for (const size_t leaves : counts) {
+      const size_t n = leaves * leafCap;
+      std::vector<char> flat(n * size_t(k + 4), 0);
+      for (uint32_t i = 0; i < n; ++i) {
+        char* e = &flat[size_t(i) * size_t(k + 4)];
+        const uint32_t big = __builtin_bswap32(i), r = i + 1;  // ascending keys, byte-wise
+        std::memcpy(e + k - 4, &big, 4);
+        std::memcpy(e + k, &r, 4);
+      }
+      TagIndex ix(k, false);
+      ix.BulkLoad(flat.data(), n);
+      std::string why;
+      EXPECT_TRUE(ix.SelfCheck(&why)) << "key " << k << ", " << leaves << " leaves: " << why;
+      EXPECT_EQ(ix.Find(&flat[(n - 1) * size_t(k + 4)]), n);
+    }
+  }
+}
+
 TEST(TagIndex, LargeSortsWithASharedPrefixAgreeWithAStableSort) {
   // Keys "SITE" + a date-like part drawn from few values: a prefix every key shares, buckets
   // after it, many equal keys whose record numbers must stay in order; both orders, and a batch
