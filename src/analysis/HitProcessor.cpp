@@ -76,21 +76,13 @@ HitProcessor::HitProcessor(startup::World& world, database::F& f, HitServices* s
       run_(world.siteCount),
       visits_(HostMasksOf(world.settings)) {
   f_.SetHooks(run_);
+  pageExtensions_.Assign(world.settings.pageExtensions, world.settings.pageExtensionCount);
 }
 
-bool HitProcessor::IsPageExtension(std::string_view ext) const {
+void HitProcessor::StartFile() {
+  run_.currentLogDate = kNoDay;
   const startup::AppSettings& s = world_.settings;
-  const int count = std::min<int>(s.pageExtensionCount, startup::kMaxPageExtensions);
-  // Most extensions differ from a listed one in length or in their first letter, so those two
-  // are compared before the text: the list is short, but every hit with a "." is tested.
-  const size_t n = ext.size();
-  for (int i = 1; i <= count; ++i) {
-    const std::string& listed = s.pageExtensions[static_cast<size_t>(i)];
-    if (listed.size() == n && (n == 0 || (listed[0] == ext[0] &&
-                                          std::memcmp(listed.data(), ext.data(), n) == 0)))
-      return true;
-  }
-  return false;
+  pageExtensions_.Assign(s.pageExtensions, s.pageExtensionCount);
 }
 
 bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
@@ -110,7 +102,11 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
   //    (every TYPE but 3 and 5) the page is copied first and the other columns after the filter
   //    (or deferred, for a dropped hit: a column that a later map lacks keeps its value).
   loginput::SettleHitFields(map, hits);
-  fields_.Split(line, context.separator, loginput::AnalysedMaxPlace(map));
+  if (map.place != maxPlace_.map.place) {
+    maxPlace_.map = map;
+    maxPlace_.maxPlace = loginput::AnalysedMaxPlace(map);
+  }
+  fields_.Split(line, context.separator, maxPlace_.maxPlace);
   const bool pageFirst = map.Has(loginput::kPage) && site.type != 3 && site.type != 5;
   if (pageFirst) {
     loginput::FillHitPage(fields_, map, hits);
@@ -184,10 +180,11 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
 
   // 8. Page filter on the page-extension list.
   const size_t dot = page.rfind('.');
-  extension_.clear();
+  extension_ = ExtensionKey{};
   if (dot != std::string::npos) {
-    LowerAsciiInto(std::string_view(page).substr(dot + 1), extension_);
-    if (!IsPageExtension(extension_)) return dropped();  // not a page: not counted at all
+    const std::string_view ext = std::string_view(page).substr(dot + 1);
+    extension_ = ExtensionKey::Of(ext);
+    if (!pageExtensions_.Contains(extension_, ext)) return dropped();  // not a page: not counted
     const std::string_view trimmed = TrimBlanks(page);
     const size_t lead =
         trimmed.empty() ? page.size() : static_cast<size_t>(trimmed.data() - page.data());
@@ -369,16 +366,19 @@ void HitProcessor::CountPage(int32_t vi, int16_t siteIndex, const startup::Site&
     }
   }
   // 20. The file type of the request.
-  const std::string_view ext = extension_;
-  if (ext == "exe" || ext == "dll") {
-    Raise(siteIndex, ext == "exe" ? 150 : 151, hitTime, v, std::string_view(page));
+  constexpr ExtensionKey kExe = ExtensionKey::Literal("exe"), kDll = ExtensionKey::Literal("dll"),
+                         kBat = ExtensionKey::Literal("bat"), kVbs = ExtensionKey::Literal("vbs"),
+                         kZip = ExtensionKey::Literal("zip");
+  const ExtensionKey ext = extension_;
+  if (ext.Is(kExe) || ext.Is(kDll)) {
+    Raise(siteIndex, ext.Is(kExe) ? 150 : 151, hitTime, v, std::string_view(page));
     f_.AddDownload(v);
     if (v.status == 404) v.hackScore += 2;
-  } else if (ext == "bat") {
+  } else if (ext.Is(kBat)) {
     Raise(siteIndex, 152, hitTime, v, std::string_view(page));
-  } else if (ext == "vbs") {
+  } else if (ext.Is(kVbs)) {
     Raise(siteIndex, 153, hitTime, v, std::string_view(page));
-  } else if (ext == "zip") {
+  } else if (ext.Is(kZip)) {
     f_.AddDownload(v);
   }
   // 21. Suspicious requests and visit alerts, in this order.

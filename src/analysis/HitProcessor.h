@@ -14,6 +14,7 @@
 
 #include "analysis/HitServices.h"
 #include "analysis/HitTime.h"
+#include "analysis/PageExtensions.h"
 #include "analysis/RunState.h"
 #include "analysis/VisitTable.h"
 #include "database/F.h"
@@ -59,8 +60,10 @@ class HitProcessor {
   // The date of the last hit read (any site, any file), or kNoDay before the first: the date the
   // day summaries fall back on for a file in which no hit set the remembered date.
   vb::Date LastHitDate() const { return run_.clock.hitDate != 0 ? run_.clock.hitDate : kNoDay; }
-  // The scan driver calls this before each log file: the remembered date goes back to "no day".
-  void StartFile() { run_.currentLogDate = kNoDay; }
+  // The scan driver calls this before each log file: the remembered date goes back to "no day",
+  // and the page filter takes the settings' page-extension list as it stands now (it is read when
+  // this object is made and again here, not per hit).
+  void StartFile();
 
   // The inactive-visit sweep (see Sweep.h), against `fileDate`, with the run's time-out.
   // A sweep against the same date and time-out as the one before, when no hit processed since
@@ -91,7 +94,6 @@ class HitProcessor {
   // Steps 18 to 22 for visit `vi`.
   void CountPage(int32_t vi, int16_t siteIndex, const startup::Site& site,
                  loginput::HitFields& hits, vb::Date hitTime);
-  bool IsPageExtension(std::string_view lowerExtension) const;
   void Raise(int16_t siteIndex, int16_t number, vb::Date when, const database::Visit& v,
              std::optional<std::string_view> value);
   void Raise(int16_t siteIndex, int16_t number, vb::Date when, const database::Visit& v,
@@ -107,7 +109,15 @@ class HitProcessor {
 
   // Reused per hit, so that the steady state allocates nothing.
   loginput::SplitFields fields_;
-  std::string extension_;
+  // The page filter's list, and the extension of the hit's page (empty when it has no ".").
+  PageExtensionSet pageExtensions_;
+  ExtensionKey extension_;
+  // The highest place the hit processing reads, for the map it was last worked out for: the map
+  // of a file changes only at a fields line, so this is nearly always the map of the hit before.
+  struct MaxPlaceMemo {
+    loginput::FieldMap map;  // all slots absent: the answer below is right for it
+    int maxPlace = -1;
+  } maxPlace_;
   std::string browser_;
   std::string spiderName_;
   // What the agent alone decides for a new visit, remembered for the agents seen last: a log

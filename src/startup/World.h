@@ -16,6 +16,7 @@
 #include "startup/RobotList.h"
 #include "startup/Settings.h"
 #include "startup/Sites.h"
+#include "vb/Failure.h"
 
 namespace startup {
 
@@ -45,8 +46,13 @@ struct World {
   ErrorLog errors;
 
   // Site i, 1 <= i <= siteCount. Throws vb::Failure(9) "Subscript out of range" otherwise.
-  Site& site(int i);
-  const Site& site(int i) const;
+  // Inline: the hit processing asks for its site on every line.
+  Site& site(int i) {
+    if (i < 1 || i > siteCount || static_cast<size_t>(i) >= sites.size()) [[unlikely]]
+      vb::Raise(vb::kSubscript);
+    return sites[static_cast<size_t>(i)];
+  }
+  const Site& site(int i) const { return const_cast<World*>(this)->site(i); }
   // Alert i, 1 <= i <= alertCount. Throws vb::Failure(9) otherwise.
   Alert& alert(int i);
   const Alert& alert(int i) const;
