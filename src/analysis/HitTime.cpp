@@ -48,21 +48,6 @@ std::optional<vb::Date> DateFromParts(std::string_view y, std::string_view m, st
   }
 }
 
-// "hh:mm:ss" with two digits each, as nearly every log writes its times: the value the general
-// time reading gives for it (the same seconds over the same divisor), or false for any other
-// text, which then takes the general reading.
-bool ReadPlainTime(std::string_view s, vb::Date& out) {
-  if (s.size() != 8 || s[2] != ':' || s[5] != ':') return false;
-  auto digit = [&](size_t i) { return static_cast<unsigned>(s[i]) - unsigned{'0'}; };
-  const unsigned h1 = digit(0), h2 = digit(1), m1 = digit(3), m2 = digit(4), s1 = digit(6),
-                 s2 = digit(7);
-  if (h1 > 9 || h2 > 9 || m1 > 9 || m2 > 9 || s1 > 9 || s2 > 9) return false;
-  const unsigned h = h1 * 10 + h2, m = m1 * 10 + m2, sec = s1 * 10 + s2;
-  if (h > 23 || m > 59 || sec > 59) return false;
-  out = static_cast<double>(static_cast<int>(h * 3600 + m * 60 + sec)) / 86400;
-  return true;
-}
-
 bool ReadTime(HitClock& clock, std::string_view s, vb::Date& out) {
   if (s.size() == clock.timeLength) {
     // The usual eight characters compare as one word.
@@ -80,7 +65,7 @@ bool ReadTime(HitClock& clock, std::string_view s, vb::Date& out) {
       return true;
     }
   }
-  if (ReadPlainTime(s, out) || vb::ParseTimeOfDay(s, out)) {
+  if (vb::ParseTimeOfDay(s, out)) {  // reads "hh:mm:ss" at once
     if (!s.empty() && s.size() <= sizeof clock.timeText) {
       std::memcpy(clock.timeText, s.data(), s.size());
       clock.timeLength = s.size();

@@ -40,13 +40,22 @@ struct DaySecond {
   int64_t second;
 };
 
-DaySecond ToDaySecond(Date d) {
-  // Far outside the calendar (years 100..9999 are about +-3 million days) a value is garbage;
-  // it reads as the epoch rather than overflowing the integer arithmetic.
-  if (!std::isfinite(d) || std::fabs(d) > 1e8) return {0, 0};
-  const double whole = std::trunc(d);
-  const double frac = std::fabs(d - whole);
-  int64_t day = static_cast<int64_t>(whole);
+inline DaySecond ToDaySecond(Date d) {
+  double frac;
+  int64_t day;
+  if (d >= 0 && d <= 1e8) {
+    // The dates of the logs (day 0 onwards): the integer conversion is the truncation and the
+    // fraction is not negative, the same numbers as below without the library's truncation.
+    day = static_cast<int64_t>(d);
+    frac = d - static_cast<double>(day);
+  } else {
+    // Far outside the calendar (years 100..9999 are about +-3 million days) a value is garbage;
+    // it reads as the epoch rather than overflowing the integer arithmetic.
+    if (!std::isfinite(d) || std::fabs(d) > 1e8) return {0, 0};
+    const double whole = std::trunc(d);
+    frac = std::fabs(d - whole);
+    day = static_cast<int64_t>(whole);
+  }
   // Rounded half away from zero (as llround does) without a library call: the fraction of a
   // non-negative number below 2^52 is exact.
   const double seconds = frac * kSecondsPerDay;
@@ -66,6 +75,7 @@ int64_t LinearSeconds(Date d) {
 }
 
 int64_t FloorDiv(int64_t a, int64_t b) {
+  if (a >= 0 && b > 0) return a / b;  // the usual case: no rounding toward zero to undo
   int64_t q = a / b;
   if ((a % b != 0) && ((a < 0) != (b < 0))) --q;
   return q;
@@ -406,6 +416,21 @@ bool ParseIsoDate(std::string_view s, Date& out) {
 }
 
 bool ParseTimeOfDay(std::string_view s, Date& out) {
+  // "hh:mm:ss", as nearly every log and record writes its times: its digits are checked at once
+  // rather than read one by one. Anything else (including an out-of-range part, which the reading
+  // below rejects too) takes the general reading.
+  if (s.size() == 8 && s[2] == ':' && s[5] == ':') {
+    auto digit = [&](size_t i) { return static_cast<unsigned>(s[i]) - unsigned{'0'}; };
+    const unsigned h1 = digit(0), h2 = digit(1), m1 = digit(3), m2 = digit(4), s1 = digit(6),
+                   s2 = digit(7);
+    if (h1 <= 9 && h2 <= 9 && m1 <= 9 && m2 <= 9 && s1 <= 9 && s2 <= 9) {
+      const unsigned h = h1 * 10 + h2, m = m1 * 10 + m2, sec = s1 * 10 + s2;
+      if (h <= 23 && m <= 59 && sec <= 59) {
+        out = static_cast<double>(static_cast<int>(h * 3600 + m * 60 + sec)) / kSecondsPerDay;
+        return true;
+      }
+    }
+  }
   size_t i = 0;
   int h, m, sec = 0, digits;
   if (!ReadNumber(s, i, 2, h, digits)) return false;

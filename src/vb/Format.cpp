@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 namespace vb {
@@ -420,12 +421,18 @@ std::string FormatNumber(double x, std::string_view fmt) {
 }
 
 void FormatTimeTo(Date d, char out[8]) {
-  const int32_t s = SecondOfDay(d);
-  Write2(out, s / 3600);
+  // Every record writer stamps its times here: two-digit pairs from a table, and each part taken
+  // off the seconds once.
+  static constexpr char kPairs[] =
+      "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+      "4041424344454647484950515253545556575859";
+  const uint32_t s = static_cast<uint32_t>(SecondOfDay(d));  // 0..86399
+  const uint32_t h = s / 3600, rest = s - h * 3600, m = rest / 60, sec = rest - m * 60;
+  std::memcpy(out, kPairs + 2 * h, 2);
   out[2] = ':';
-  Write2(out + 3, s / 60 % 60);
+  std::memcpy(out + 3, kPairs + 2 * m, 2);
   out[5] = ':';
-  Write2(out + 6, s % 60);
+  std::memcpy(out + 6, kPairs + 2 * sec, 2);
 }
 
 void FormatYmdTo(Date d, char out[8]) {
