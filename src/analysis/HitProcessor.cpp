@@ -336,7 +336,9 @@ void HitProcessor::CountPage(int32_t vi, int16_t siteIndex, const startup::Site&
   // 18.4 A page view.
   ++state.pageViews;
   // 18.5 The previous page was viewed for longer than the site's limit.
-  if (v.pageCount > 1 && vb::DateDiffMinutes(v.lastPageTime, hitTime) >= site.pageMinutesLimit)
+  //      (Whole minutes >= the limit is more than the limit less one: the quick time-out test.)
+  if (v.pageCount > 1 &&
+      MinutesExceed(v.lastPageTime, hitTime, int64_t{site.pageMinutesLimit} - 1))
     Raise(siteIndex, 134, hitTime, v, std::string_view(v.currentPage));
   // 18.6 The visit's page fields.
   v.lastPageTime = hitTime;
@@ -391,8 +393,8 @@ void HitProcessor::CountPage(int32_t vi, int16_t siteIndex, const startup::Site&
     Raise(siteIndex, 131, hitTime, v, v.pageCount);
     v.pagesAlertRaised = true;
   }
-  if (vb::DateDiffMinutes(v.startTime, v.lastPageTime) > site.visitMinutesLimit &&
-      !v.durationAlertRaised) {
+  if (!v.durationAlertRaised &&
+      MinutesExceed(v.startTime, v.lastPageTime, site.visitMinutesLimit)) {
     Raise(siteIndex, 130, hitTime, v, site.visitMinutesLimit);
     v.durationAlertRaised = true;
   }
@@ -454,10 +456,30 @@ bool HitProcessor::IsListedRobot(AgentFacts& facts, std::string_view agent,
 }
 
 HitProcessor::AgentFacts& HitProcessor::FactsOf(std::string_view agent) {
-  uint64_t h = 0xcbf29ce484222325ull;
-  for (const char c : agent) {
-    h ^= static_cast<unsigned char>(c);
-    h *= 0x100000001b3ull;
+  // The agent picks its memo slot by a hash taken eight bytes at a time (agents are long; the
+  // slot only decides which memo is tried, the text compare below decides whether it fits).
+  const char* p = agent.data();
+  const size_t n = agent.size();
+  uint64_t h = 0x9E3779B97F4A7C15ull * (n + 1);
+  auto mix = [&h](uint64_t w) {
+    h = (h ^ w) * 0xFF51AFD7ED558CCDull;
+    h ^= h >> 32;
+  };
+  size_t i = 0;
+  for (; i + 8 <= n; i += 8) {
+    uint64_t w;
+    std::memcpy(&w, p + i, sizeof w);
+    mix(w);
+  }
+  if (i < n) {
+    uint64_t w = 0;
+    if (n >= 8) {
+      std::memcpy(&w, p + n - 8, sizeof w);  // the last eight bytes, overlapping the loop's
+    } else {
+      for (size_t k = 0; k < n; ++k)
+        w |= static_cast<uint64_t>(static_cast<unsigned char>(p[k])) << (8 * k);
+    }
+    mix(w);
   }
   AgentFacts& e = agents_[(h ^ (h >> 29)) & (kAgentMemo - 1)];
   if (e.filled && e.agent == agent) return e;

@@ -111,6 +111,28 @@ TEST(HitProcessor, StatusAboveFourHundredRaisesAndFourHundredDoesNot) {
   EXPECT_EQ(ex[0].at("EXTIME"), "10:01:00");
 }
 
+// The page and visit duration alerts count minute boundaries crossed, not elapsed time: a page
+// viewed 4:59 across five boundaries has been viewed "5 minutes", the page limit raises at the
+// limit itself and the visit limit only beyond it, once.
+TEST(HitProcessor, DurationAlertsCountMinuteBoundariesAtTheirLimits) {
+  antest::Run run;
+  ASSERT_TRUE(run.ok);
+  run.world.site(1).pageMinutesLimit = 5;
+  run.world.site(1).visitMinutesLimit = 12;
+  run.world.site(1).pageLimit = 1000;
+  run.Hit(kDay, "10:00:00", "10.0.0.1", "/a.htm");
+  run.Hit(kDay, "10:04:59", "10.0.0.1", "/b.htm");  // the first page's time is not checked
+  run.Hit(kDay, "10:09:58", "10.0.0.1", "/c.htm");  // b: 5 boundaries, raises 134
+  run.Hit(kDay, "10:13:59", "10.0.0.1", "/d.htm");  // c: 4 boundaries; visit 13 > 12: 130
+  run.Hit(kDay, "10:18:00", "10.0.0.1", "/e.htm");  // d: 5 boundaries again; 130 not again
+  run.Hit(kDay, "10:22:00", "10.0.0.1", "/f.htm");  // e: 4 minutes
+  run.Close();
+  const auto ex = run.Table("Exceptions");
+  EXPECT_EQ(Column(ex, "NUMBER"), (std::vector<std::string>{"134", "130", "134"}));
+  EXPECT_EQ(Column(ex, "VALUE"), (std::vector<std::string>{"b.htm", "12", "d.htm"}));
+  EXPECT_EQ(Column(ex, "EXTIME"), (std::vector<std::string>{"10:09:58", "10:13:59", "10:18:00"}));
+}
+
 TEST(HitProcessor, ExecutablesAreDownloadsAndBatchFilesAreNot) {
   antest::Run run;
   run.Hit(kDay, "10:00:00", "10.0.0.1", "/files/setup.exe");
