@@ -142,16 +142,4 @@ vb::Date ReadHitTime(HitClock& clock, int16_t type, std::optional<std::string_vi
   return clock.hitDate + static_cast<double>(seconds) / 86400.0;
 }
 
-bool MinutesExceed(vb::Date from, vb::Date to, int64_t limit) {
-  // Each date is rounded to whole seconds before its minute is taken, so the whole minutes from
-  // `from` to `to` never exceed the real minutes between them plus one; the small margin covers
-  // the rounding of the subtraction. Dates before day 0 or far beyond the calendar count time
-  // their own way and take the full arithmetic.
-  constexpr vb::Date kPlainLimit = 1e8;
-  if (from >= 0 && to >= 0 && from <= kPlainLimit && to <= kPlainLimit &&
-      (to - from) * 1440.0 + 1.001 < static_cast<double>(limit))
-    return false;
-  return vb::DateDiffMinutes(from, to) > limit;
-}
-
 }  // namespace analysis

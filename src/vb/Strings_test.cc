@@ -3,10 +3,36 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "vb/Failure.h"
 
 namespace vb {
 namespace {
+
+// Trimming steps over runs of blanks eight at a time; it must find the same ends as a walk byte
+// by byte, wherever the first and last non-blank fall against the eight-byte steps.
+TEST(Strings, TrimOfLongBlankRunsAgreesWithAWalkByteByByte) {
+  std::mt19937 rng(7);
+  const char kBytes[] = {' ', ' ', ' ', 'a', '\t', '\0'};
+  for (int i = 0; i < 20000; ++i) {
+    std::string s(rng() % 40, ' ');
+    for (char& c : s)
+      if (rng() % 6 == 0) c = kBytes[rng() % sizeof kBytes];
+    const size_t b = s.find_first_not_of(' '), e = s.find_last_not_of(' ');
+    const std::string_view view(s);
+    if (b == std::string::npos) {
+      EXPECT_TRUE(LTrim(view).empty() && RTrim(view).empty() && Trim(view).empty()) << i;
+      continue;
+    }
+    ASSERT_EQ(LTrim(view), view.substr(b)) << i;
+    ASSERT_EQ(RTrim(view), view.substr(0, e + 1)) << i;
+    ASSERT_EQ(Trim(view), view.substr(b, e - b + 1)) << i;
+    // The trimmed texts are views into the text itself.
+    ASSERT_EQ(LTrim(view).data(), s.data() + b);
+    ASSERT_EQ(RTrim(view).data(), s.data());
+  }
+}
 
 TEST(Strings, TrimRemovesBlanksOnlyNotTabs) {
   EXPECT_EQ(Trim("  a b  "), "a b");
