@@ -21,6 +21,9 @@ namespace {
 // replace costs a copy instead of a write fault on the file's mapping. 16 MB holds a busy day's
 // visits.
 constexpr size_t kBufferBytes = 16 << 20;
+// The buffer starts this large: a small table never needs more, and the full buffer's memory
+// (huge pages, see PageMemory.h) is taken only by a table that fills this.
+constexpr size_t kFirstBufferBytes = 256 << 10;
 
 bool PreadAll(int fd, void* buf, size_t n, uint64_t off) {
   char* p = static_cast<char*>(buf);
@@ -137,8 +140,7 @@ void DbfFile::Close() {
   mapLen_ = 0;
   if (fd_ >= 0) ::close(fd_);
   fd_ = -1;
-  buffer_.clear();
-  buffer_.shrink_to_fit();
+  buffer_.Release();
   count_ = onDisk_ = 0;
 }
 
@@ -213,15 +215,14 @@ void DbfFile::Remap() {
 }
 
 int DbfFile::FlushBuffer(uint32_t keep) {
-  if (buffer_.empty()) return kOk;
   const uint32_t inBuffer = count_ - onDisk_;
   keep = std::min(keep, inBuffer);
   const size_t rl = size_t(header_.recordLength);
   const size_t out = size_t(inBuffer - keep) * rl;
   if (out == 0) return kOk;
-  if (!PwriteAll(fd_, buffer_.data(), out, Offset(onDisk_ + 1))) return kIoError;
+  if (!PwriteAll(fd_, buffer_.Data(), out, Offset(onDisk_ + 1))) return kIoError;
   onDisk_ += inBuffer - keep;
-  buffer_.erase(buffer_.begin(), buffer_.begin() + std::ptrdiff_t(out));
+  std::memmove(buffer_.Data(), buffer_.Data() + out, size_t(keep) * rl);
   Remap();
   return kOk;
 }
@@ -233,12 +234,17 @@ int DbfFile::Append(const char* record) {
       Offset(count_ + 1) + uint64_t(header_.recordLength) > (uint64_t(1) << 40))
     return kTooLarge;
   size_t rl = size_t(header_.recordLength);
-  if (buffer_.capacity() == 0) buffer_.reserve(std::max(kBufferBytes, rl));
-  if (buffer_.size() + rl > buffer_.capacity()) {
-    int s = FlushBuffer(uint32_t(buffer_.capacity() / 2 / rl));
-    if (s != kOk) return s;
+  const size_t used = BufferedBytes();
+  if (used + rl > buffer_.Capacity()) {
+    const size_t full = std::max(kBufferBytes, rl);
+    if (buffer_.Capacity() < full) {
+      buffer_.Grow(used == 0 ? std::max(kFirstBufferBytes, rl) : full, used);
+    } else {
+      int s = FlushBuffer(uint32_t(full / 2 / rl));
+      if (s != kOk) return s;
+    }
   }
-  buffer_.insert(buffer_.end(), record, record + rl);
+  std::memcpy(buffer_.Data() + BufferedBytes(), record, rl);
   ++count_;
   headerDirty_ = true;
   return kOk;
@@ -251,7 +257,7 @@ void DbfFile::Prefetch(uint32_t recno) const {
   const size_t rl = size_t(header_.recordLength);
   const char* p = nullptr;
   if (recno > onDisk_)
-    p = buffer_.data() + size_t(recno - onDisk_ - 1) * rl;
+    p = buffer_.Data() + size_t(recno - onDisk_ - 1) * rl;
   else if (map_ && Offset(recno + 1) <= mapLen_)
     p = map_ + Offset(recno);
   if (!p) return;
@@ -277,7 +283,7 @@ int DbfFile::ReadRange(uint32_t first, uint32_t n, char* out) const {
   }
   // Part still in the write buffer.
   if (first <= last)
-    std::memcpy(out, buffer_.data() + size_t(first - onDisk_ - 1) * rl, size_t(last - first + 1) * rl);
+    std::memcpy(out, buffer_.Data() + size_t(first - onDisk_ - 1) * rl, size_t(last - first + 1) * rl);
   return kOk;
 }
 
@@ -288,7 +294,7 @@ int DbfFile::Write(uint32_t recno, const char* record) {
   size_t rl = size_t(header_.recordLength);
   headerDirty_ = true;  // the update date
   if (recno > onDisk_) {
-    std::memcpy(buffer_.data() + size_t(recno - onDisk_ - 1) * rl, record, rl);
+    std::memcpy(buffer_.Data() + size_t(recno - onDisk_ - 1) * rl, record, rl);
     return kOk;
   }
   // Records on disk lie inside the file, so the mapping covers them wherever it reaches.

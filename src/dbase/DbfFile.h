@@ -43,6 +43,7 @@
 #include <string>
 #include <vector>
 
+#include "dbase/PageMemory.h"
 #include "dbase/Table.h"
 
 namespace dbase {
@@ -144,7 +145,9 @@ class DbfFile {
   DbfHeader header_;
   uint32_t count_ = 0;      // records in the table (file + buffer)
   uint32_t onDisk_ = 0;     // records written to the file
-  std::vector<char> buffer_;  // records onDisk_+1 .. count_
+  // Records onDisk_+1 .. count_, from the start of the buffer.
+  PageBuffer buffer_;
+  size_t BufferedBytes() const { return size_t(count_ - onDisk_) * size_t(header_.recordLength); }
   bool headerDirty_ = false;
   // Shared mapping of the file's first mapLen_ bytes (writable unless the table is read-only),
   // or null. Only bytes of records on disk are read or written through it.

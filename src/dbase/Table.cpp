@@ -55,6 +55,8 @@ constexpr uint32_t kSmallBatch = 64;
 constexpr uint32_t kEagerRun = 4096;
 // A merge of fewer deferred records than this is short: the tree was needed soon after.
 constexpr uint32_t kShortMerge = 16;
+// Merge buffers up to this size are kept from one merge to the next.
+constexpr size_t kKeptMergeBytes = 4 << 20;
 // Deferred keys waiting for the tree after which they are merged without being asked for.
 constexpr uint32_t kDeferredBatch = 32768;
 // Short merges in a row after which deferring gives way to adding each key at once.
@@ -93,6 +95,14 @@ struct Table::Impl {
   mutable int loadStatus = kOk;
   std::string scratch, scratch2, oldRec;
   std::string mergeRec, mergeKey;  // a small merge's record and key, reused
+  // A large merge's entries, records read, and sort space (also the tree's old entries when
+  // they are merged with a sorted batch). Kept from one merge to the next (merges of a busy
+  // table come batch after batch), so their pages are faulted in once. One larger than
+  // kKeptMergeBytes is given back as soon as its merge is done with it, as it would be without
+  // reuse: a big merge's memory is not held while the tree is built or the next tag merged, and
+  // peak memory stays where it was. MergeAll gives back all.
+  PageBuffer mergeFlat, mergeChunk, sortScratch;
+  void TrimMergeBuffers(size_t largest);
   std::string deferKey;            // the key of an append to the tag that defers its keys
   // The last day written by SetDate and its text, and the last date text read by GetDate and
   // its day: dates repeat from record to record.
@@ -591,22 +601,23 @@ int Table::Impl::Merge(Tag& t) {
   const size_t held = t.index->Size();
   const bool rebuild = held < count;
   const size_t front = rebuild ? held : 0;
-  std::vector<char> flat((front + count) * es);
-  char* const batch = flat.data() + front * es;
+  char* const flat = mergeFlat.Reserve((front + count) * es);
+  char* const batch = flat + front * es;
   {
-    std::vector<char> chunk(size_t(std::min(kScanChunk, count)) * rl);
+    char* const chunk = mergeChunk.Reserve(size_t(std::min(kScanChunk, count)) * rl);
     for (uint32_t at = first; at <= n; at += kScanChunk) {
       uint32_t cnt = std::min(kScanChunk, n - at + 1);
-      if (int s = dbf.ReadRange(at, cnt, chunk.data()); s != kOk) return s;
+      if (int s = dbf.ReadRange(at, cnt, chunk); s != kOk) return s;
       for (uint32_t i = 0; i < cnt; ++i) {
         char* e = batch + size_t(at - first + i) * es;
-        t.expr.Evaluate(chunk.data() + size_t(i) * rl, e);
+        t.expr.Evaluate(chunk + size_t(i) * rl, e);
         uint32_t r = at + i;
         std::memcpy(e + k, &r, 4);
       }
     }
   }
-  t.index->SortEntries(batch, count);
+  if (mergeChunk.Capacity() > kKeptMergeBytes) mergeChunk.Release();
+  t.index->SortEntries(batch, count, sortScratch);
   if (rebuild) {
     size_t total = count;
     if (front > 0) {
@@ -614,7 +625,7 @@ int Table::Impl::Merge(Tag& t) {
       // tree's entry goes first, as an insert would have put it. The output never overtakes
       // the batch: after i tree entries and j batch entries it writes entry i + j, and the
       // batch's next unread one is entry front + j.
-      std::vector<char> old(front * es);
+      char* const old = sortScratch.Reserve(front * es);  // the sort is done with it
       size_t i = 0;
       for (TagIndex::Pos p = t.index->First(); p.Valid(); t.index->Next(p), ++i) {
         std::memcpy(&old[i * es], t.index->KeyAt(p), k);
@@ -642,7 +653,8 @@ int Table::Impl::Merge(Tag& t) {
         ++kept;
       }
     }
-    t.index->BulkLoad(flat.data(), kept);
+    if (sortScratch.Capacity() > kKeptMergeBytes) sortScratch.Release();
+    t.index->BulkLoad(flat, kept);
   } else {
     for (size_t i = 0; i < count; ++i) {
       const char* e = &flat[i * es];
@@ -656,6 +668,7 @@ int Table::Impl::Merge(Tag& t) {
       }
     }
   }
+  TrimMergeBuffers(kKeptMergeBytes);
   t.merged = n;
   t.eager = false;
   return kOk;
@@ -705,9 +718,17 @@ bool Table::Impl::DeferKey(Tag& t, uint32_t r, uint64_t h) {
 }
 
 int Table::Impl::MergeAll() {
+  int status = kOk;
   for (Tag& t : tags)
-    if (int s = Merge(t); s != kOk) return s;
-  return kOk;
+    if (status = Merge(t); status != kOk) break;
+  TrimMergeBuffers(0);
+  return status;
+}
+
+// Gives back the merge buffers larger than `largest` bytes.
+void Table::Impl::TrimMergeBuffers(size_t largest) {
+  for (PageBuffer* b : {&mergeFlat, &mergeChunk, &sortScratch})
+    if (b->Capacity() > largest) b->Release();
 }
 
 // The lowest record other than `except` whose key in tag t is `key`; 0 when none.

@@ -32,45 +32,51 @@ constexpr int kInnerBytes = 4096;
 }  // namespace
 
 TagIndex::TagIndex(int keyLength, bool descending)
-    : keyLength_(keyLength), descending_(descending), entrySize_(keyLength + 4) {
-  leafCap_ = std::clamp(kLeafBytes / entrySize_, 8, 255);
-  innerCap_ = std::clamp(kInnerBytes / (entrySize_ + 8), 8, 255);
+    : keyLength_(keyLength),
+      descending_(descending),
+      entrySize_(keyLength + 4),
+      leafCap_(std::clamp(kLeafBytes / entrySize_, 8, 255)),
+      innerCap_(std::clamp(kInnerBytes / (entrySize_ + 8), 8, 255)),
+      leafPool_(LeafBytes()),
+      innerPool_(InnerBytes()) {
   root_ = NewLeaf();
 }
 
-TagIndex::~TagIndex() {
-  Clear();
-  FreeNode(root_);
+// The pools give their chunks back as a whole: no node needs freeing one by one.
+TagIndex::~TagIndex() = default;
+
+size_t TagIndex::LeafBytes() const { return kLeafHead + size_t(leafCap_) * size_t(entrySize_); }
+
+size_t TagIndex::InnerBytes() const {
+  return kInnerHead + size_t(innerCap_) * (sizeof(Node*) + size_t(entrySize_));
 }
 
 TagIndex::Node* TagIndex::NewLeaf() {
-  size_t bytes = kLeafHead + size_t(leafCap_) * size_t(entrySize_);
-  void* mem = std::malloc(bytes);
-  if (!mem) throw std::bad_alloc();
-  Leaf* l = static_cast<Leaf*>(mem);
+  Leaf* l = static_cast<Leaf*>(leafPool_.Allocate());
   l->count = 0;
   l->leaf = true;
   l->prev = l->next = nullptr;
-  memory_ += bytes;
+  memory_ += LeafBytes();
   return l;
 }
 
 TagIndex::Node* TagIndex::NewInner() {
-  size_t bytes = kInnerHead + size_t(innerCap_) * (sizeof(Node*) + size_t(entrySize_));
-  void* mem = std::malloc(bytes);
-  if (!mem) throw std::bad_alloc();
-  Node* n = static_cast<Node*>(mem);
+  Node* n = static_cast<Node*>(innerPool_.Allocate());
   n->count = 0;
   n->leaf = false;
-  memory_ += bytes;
+  memory_ += InnerBytes();
   return n;
 }
 
 void TagIndex::FreeNode(Node* n) {
   if (!n) return;
-  memory_ -= n->leaf ? kLeafHead + size_t(leafCap_) * size_t(entrySize_)
-                     : kInnerHead + size_t(innerCap_) * (sizeof(Node*) + size_t(entrySize_));
-  std::free(n);
+  if (n->leaf) {
+    memory_ -= LeafBytes();
+    leafPool_.Free(n);
+  } else {
+    memory_ -= InnerBytes();
+    innerPool_.Free(n);
+  }
 }
 
 static inline TagIndex::Node** Children(TagIndex::Node* n) {
@@ -335,17 +341,10 @@ bool TagIndex::Erase(const char* key, uint32_t recno) {
 
 void TagIndex::Clear() {
   ++version_;
-  // Free level by level, starting from the root.
-  std::vector<Node*> level{root_};
-  while (!level.empty()) {
-    std::vector<Node*> next;
-    for (Node* n : level) {
-      if (!n->leaf)
-        for (int i = 0; i < n->count; ++i) next.push_back(Children(n)[i]);
-      FreeNode(n);
-    }
-    level.swap(next);
-  }
+  // Every node goes at once with the pools' chunks.
+  leafPool_.Clear();
+  innerPool_.Clear();
+  memory_ = 0;
   root_ = NewLeaf();
   height_ = 1;
   size_ = 0;
@@ -356,6 +355,11 @@ void TagIndex::BulkLoad(const char* entries, size_t n) {
   if (n == 0) return;
   const size_t es = size_t(entrySize_);
   FreeNode(root_);
+  // The nodes come in one piece per pool: the leaves, and about one inner node per innerCap_
+  // - 1 nodes of the level below, summed over the levels.
+  const size_t leaves = (n + size_t(leafCap_) - 1) / size_t(leafCap_);
+  leafPool_.Reserve(leaves);
+  innerPool_.Reserve(leaves / size_t(innerCap_ - 2) + 8);
   // Leaves, full.
   std::vector<Node*> level;
   Leaf* prev = nullptr;
@@ -459,6 +463,11 @@ const char* TagIndex::KeyAt(Pos p) const { return LeafEntry(p.leaf, p.slot); }
 uint32_t TagIndex::RecnoAt(Pos p) const { return RecnoOf(LeafEntry(p.leaf, p.slot), keyLength_); }
 
 void TagIndex::SortEntries(char* entries, size_t n) const {
+  PageBuffer scratch;
+  SortEntries(entries, n, scratch);
+}
+
+void TagIndex::SortEntries(char* entries, size_t n, PageBuffer& scratch) const {
   if (n < 2) return;
   const size_t es = size_t(entrySize_);
   const int k = keyLength_;
@@ -472,7 +481,10 @@ void TagIndex::SortEntries(char* entries, size_t n) const {
   bool sorted = true;
   for (size_t i = 1; i < n && sorted; ++i) sorted = !less(entries + i * es, entries + (i - 1) * es);
   if (sorted) return;
-  std::vector<char> other(n * es);
+  // The scratch holds a second array of n entries, then two tables of bucket offsets.
+  constexpr size_t kBuckets = 65536;
+  const size_t otherBytes = (n * es + 63) & ~size_t(63);
+  char* const other = scratch.Reserve(otherBytes + 2 * (kBuckets + 1) * sizeof(uint32_t));
   // A large batch is first dealt into buckets by the two key bytes that follow the longest
   // prefix all its keys share (in a stable pass, so each bucket keeps record-number order among
   // equal keys); each bucket is then sorted while it fits the cache.
@@ -485,7 +497,7 @@ void TagIndex::SortEntries(char* entries, size_t n) const {
   }
   constexpr size_t kBucketBatch = 4096;
   if (n < kBucketBatch || shared + 2 > size_t(k)) {
-    MergeSortRange(entries, n, other.data());
+    MergeSortRange(entries, n, other);
     return;
   }
   auto bucketOf = [&](const char* e) {
@@ -493,21 +505,21 @@ void TagIndex::SortEntries(char* entries, size_t n) const {
                        static_cast<unsigned char>(e[shared + 1]);
     return descending_ ? 65535u - b : b;
   };
-  std::vector<uint32_t> start(65537, 0);
+  uint32_t* const start = reinterpret_cast<uint32_t*>(other + otherBytes);
+  uint32_t* const at = start + kBuckets + 1;
+  std::fill(start, start + kBuckets + 1, 0u);
   for (size_t i = 0; i < n; ++i) ++start[bucketOf(entries + i * es) + 1];
-  for (size_t b = 1; b < start.size(); ++b) start[b] += start[b - 1];
-  {
-    std::vector<uint32_t> at(start.begin(), start.end() - 1);
-    for (size_t i = 0; i < n; ++i) {
-      const char* e = entries + i * es;
-      std::memcpy(other.data() + size_t(at[bucketOf(e)]++) * es, e, es);
-    }
+  for (size_t b = 1; b <= kBuckets; ++b) start[b] += start[b - 1];
+  std::copy(start, start + kBuckets, at);
+  for (size_t i = 0; i < n; ++i) {
+    const char* e = entries + i * es;
+    std::memcpy(other + size_t(at[bucketOf(e)]++) * es, e, es);
   }
-  for (size_t b = 0; b + 1 < start.size(); ++b) {
+  for (size_t b = 0; b < kBuckets; ++b) {
     const size_t first = start[b], count = start[b + 1] - start[b];
-    if (count > 1) MergeSortRange(other.data() + first * es, count, entries + first * es);
+    if (count > 1) MergeSortRange(other + first * es, count, entries + first * es);
   }
-  std::memcpy(entries, other.data(), n * es);
+  std::memcpy(entries, other, n * es);
 }
 
 void TagIndex::MergeSortRange(char* entries, size_t n, char* scratch) const {

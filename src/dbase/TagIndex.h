@@ -14,6 +14,9 @@
 #include <cstdint>
 #include <string>
 
+#include "dbase/NodePool.h"
+#include "dbase/PageMemory.h"
+
 namespace dbase {
 
 class TagIndex {
@@ -76,6 +79,9 @@ class TagIndex {
   // writes memory in sequence, which on large batches is far faster than sorting pointers. A
   // large batch is first dealt into buckets by two key bytes so that each merge sort runs in
   // the cache.
+  // `scratch` is working memory kept by the caller from one sort to the next; it grows as needed.
+  void SortEntries(char* entries, size_t n, PageBuffer& scratch) const;
+  // The same with working memory of its own.
   void SortEntries(char* entries, size_t n) const;
 
   // Three-way comparison of two keys' first len bytes in this index's order.
@@ -85,6 +91,8 @@ class TagIndex {
   bool SelfCheck(std::string* why) const;
 
  private:
+  size_t LeafBytes() const;
+  size_t InnerBytes() const;
   Node* NewLeaf();
   Node* NewInner();
   void FreeNode(Node* n);
@@ -105,6 +113,9 @@ class TagIndex {
   int entrySize_;
   int leafCap_;
   int innerCap_;
+  // The nodes' memory: leaves and inner nodes each from their own pool.
+  NodePool leafPool_;
+  NodePool innerPool_;
   Node* root_ = nullptr;
   int height_ = 1;  // levels, leaves included
   size_t size_ = 0;

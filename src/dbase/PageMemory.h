@@ -1,0 +1,55 @@
+// Large blocks of memory straight from the system, backed by huge pages where the system offers
+// them: the table engine's big working buffers (record write buffers, batch-sort arrays) and the
+// chunks its index trees carve their nodes from. A 4 KB page costs a fault of 1-2 microseconds on
+// its first touch; a buffer of many megabytes touched once per use spends more on faults than on
+// its work. Huge pages (2 MB) cut the faults 512-fold.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace dbase {
+
+// Below this size a block comes from the ordinary heap: a huge page would hold mostly unused
+// memory, and the heap reuses small blocks without new faults.
+constexpr size_t kHugePageBytes = size_t(2) << 20;
+
+// Returns at least `bytes` bytes (not zero-filled), aligned to 64 bytes; throws std::bad_alloc
+// when there is no memory. A block of kHugePageBytes or more starts on a huge-page boundary and
+// is advised to be backed by huge pages (Linux; elsewhere it is an ordinary heap block).
+// REQUIRES: bytes > 0. Give it back with FreePages(p, bytes) and the same `bytes`.
+// huge = false: an ordinary heap block whatever its size.
+void* AllocatePages(size_t bytes, bool huge = true);
+// Gives back a block of AllocatePages (same bytes and huge). Null does nothing.
+void FreePages(void* p, size_t bytes, bool huge = true);
+// The bytes a block of `bytes` bytes really has room for (whole huge pages when it has them).
+size_t PagesRoomFor(size_t bytes, bool huge = true);
+
+// A reusable buffer of plain bytes in AllocatePages memory. It grows on demand and keeps its
+// memory until Release or destruction, so a buffer used batch after batch faults its pages in
+// once. Its content is not kept across a growth.
+class PageBuffer {
+ public:
+  // huge: whether a large buffer is backed by huge pages (see AllocatePages).
+  explicit PageBuffer(bool huge = true) : huge_(huge) {}
+  ~PageBuffer() { Release(); }
+  PageBuffer(const PageBuffer&) = delete;
+  PageBuffer& operator=(const PageBuffer&) = delete;
+
+  // Returns room for at least `bytes` bytes (contents undefined after a growth, kept
+  // otherwise); the capacity is `bytes` rounded up to whole huge pages when that large. Throws std::bad_alloc when there is no memory.
+  char* Reserve(size_t bytes);
+  // Like Reserve, but the first `keep` bytes (<= the current capacity) survive a growth.
+  char* Grow(size_t bytes, size_t keep);
+  char* Data() const { return data_; }
+  size_t Capacity() const { return capacity_; }
+  // Gives the memory back.
+  void Release();
+
+ private:
+  bool huge_;
+  char* data_ = nullptr;
+  size_t capacity_ = 0;
+};
+
+}  // namespace dbase
