@@ -481,10 +481,13 @@ void TagIndex::SortEntries(char* entries, size_t n, PageBuffer& scratch) const {
   bool sorted = true;
   for (size_t i = 1; i < n && sorted; ++i) sorted = !less(entries + i * es, entries + (i - 1) * es);
   if (sorted) return;
-  // The scratch holds a second array of n entries, then two tables of bucket offsets.
+  // The scratch holds a second array of n entries, then two tables of bucket offsets (or a
+  // key number per entry).
   constexpr size_t kBuckets = 65536;
   const size_t otherBytes = (n * es + 63) & ~size_t(63);
-  char* const other = scratch.Reserve(otherBytes + 2 * (kBuckets + 1) * sizeof(uint32_t));
+  char* const other =
+      scratch.Reserve(otherBytes + std::max(2 * (kBuckets + 1) * sizeof(uint32_t), n));
+  if (SortFewKeys(entries, n, other, reinterpret_cast<uint8_t*>(other + otherBytes))) return;
   // A large batch is first dealt into buckets by the two key bytes that follow the longest
   // prefix all its keys share (in a stable pass, so each bucket keeps record-number order among
   // equal keys); each bucket is then sorted while it fits the cache.
@@ -520,6 +523,52 @@ void TagIndex::SortEntries(char* entries, size_t n, PageBuffer& scratch) const {
     if (count > 1) MergeSortRange(other + first * es, count, entries + first * es);
   }
   std::memcpy(entries, other, n * es);
+}
+
+// A tag of a code or a date per record sees the same few keys over and over; its batch arrives
+// in record order. Then a stable distribution by key is the whole sort: entries with equal keys
+// keep their (ascending) record order. One pass numbers each entry's key against a short list
+// of the keys met (the previous entry's key is tried first: equal keys come in runs), and gives
+// up at the first record number out of order or when the list would grow too long; the keys
+// are then ranked, counted, and the entries copied to their places.
+bool TagIndex::SortFewKeys(char* entries, size_t n, char* other, uint8_t* ids) const {
+  constexpr size_t kFewKeys = 64;
+  const size_t es = size_t(entrySize_), k = size_t(keyLength_);
+  const char* keys[kFewKeys];
+  size_t distinct = 0, last = 0;
+  uint32_t prevRecno = 0;
+  for (size_t i = 0; i < n; ++i) {
+    const char* e = entries + i * es;
+    const uint32_t r = RecnoOf(e, keyLength_);
+    if (i > 0 && r <= prevRecno) return false;
+    prevRecno = r;
+    if (distinct == 0 || std::memcmp(keys[last], e, k) != 0) {
+      size_t j = 0;
+      while (j < distinct && std::memcmp(keys[j], e, k) != 0) ++j;
+      if (j == distinct) {
+        if (distinct == kFewKeys) return false;
+        keys[distinct++] = e;
+      }
+      last = j;
+    }
+    ids[i] = uint8_t(last);
+  }
+  // Rank the keys in this index's order, then place each key's run.
+  size_t order[kFewKeys];
+  for (size_t j = 0; j < distinct; ++j) order[j] = j;
+  std::sort(order, order + distinct, [&](size_t a, size_t b) {
+    return Compare(keys[a], keys[b], keyLength_) < 0;
+  });
+  size_t count[kFewKeys] = {}, at[kFewKeys];
+  for (size_t i = 0; i < n; ++i) ++count[ids[i]];
+  size_t sum = 0;
+  for (size_t j = 0; j < distinct; ++j) {
+    at[order[j]] = sum;
+    sum += count[order[j]];
+  }
+  for (size_t i = 0; i < n; ++i) std::memcpy(other + at[ids[i]]++ * es, entries + i * es, es);
+  std::memcpy(entries, other, n * es);
+  return true;
 }
 
 void TagIndex::MergeSortRange(char* entries, size_t n, char* scratch) const {

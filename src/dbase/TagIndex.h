@@ -99,6 +99,9 @@ class TagIndex {
   char* LeafEntry(Leaf* l, int i) const;
   char* Sep(Inner* n, int i) const;
   bool EntryLess(const char* e, const char* key, int len, uint32_t recno) const;
+  // SortEntries for a batch with few distinct keys whose record numbers ascend: deals the
+  // entries out by key. False (nothing changed) when the batch is not like that.
+  bool SortFewKeys(char* entries, size_t n, char* other, uint8_t* ids) const;
   // The merge sort of SortEntries over n entries, with `scratch` (n entries) to work in.
   void MergeSortRange(char* entries, size_t n, char* scratch) const;
   static constexpr int kMaxEntry = 104;  // the longest key (100) and its record number

@@ -166,5 +166,45 @@ TEST(TagIndex, LargeSortsWithASharedPrefixAgreeWithAStableSort) {
   }
 }
 
+// Batches drawn from a few distinct keys (a code or a date per record) are dealt out by key when
+// their record numbers ascend; around the limit of that path, and with record numbers out of
+// order, every batch must still come out as the plain order (key, then record number).
+TEST(TagIndex, BatchesOfFewDistinctKeysSortLikeThePlainOrder) {
+  for (const bool desc : {false, true}) {
+    for (const size_t distinct : {1u, 2u, 7u, 63u, 64u, 65u, 300u}) {
+      for (const bool shuffled : {false, true}) {
+        SCOPED_TRACE(std::to_string(distinct) + (desc ? " desc" : " asc") +
+                     (shuffled ? " shuffled" : ""));
+        const int k = 9;
+        TagIndex ix(k, desc);
+        std::mt19937 rng(unsigned(distinct) * 2 + (desc ? 1 : 0));
+        std::vector<std::string> pool;
+        for (size_t j = 0; j < distinct; ++j) pool.push_back("SITE " + std::to_string(1000 + rng() % 9000));
+        std::vector<std::pair<std::string, uint32_t>> model;
+        for (uint32_t r = 1; r <= 20000; ++r) {
+          // Runs of equal keys, as records of one kind come together.
+          const std::string& key = pool[(r / (1 + rng() % 5) + rng() % 2) % pool.size()];
+          model.emplace_back(key, r * 3);
+        }
+        if (shuffled) std::shuffle(model.begin(), model.end(), rng);
+        std::vector<char> flat;
+        for (const auto& [key, r] : model) {
+          flat.insert(flat.end(), key.begin(), key.end());
+          flat.insert(flat.end(), reinterpret_cast<const char*>(&r), reinterpret_cast<const char*>(&r) + 4);
+        }
+        PageBuffer scratch;
+        ix.SortEntries(flat.data(), model.size(), scratch);
+        std::sort(model.begin(), model.end(), Model{desc});
+        for (size_t i = 0; i < model.size(); ++i) {
+          uint32_t r;
+          std::memcpy(&r, &flat[i * 13 + 9], 4);
+          ASSERT_EQ(std::string(&flat[i * 13], 9), model[i].first) << i;
+          ASSERT_EQ(r, model[i].second) << i;
+        }
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace dbase
