@@ -261,6 +261,39 @@ TEST(HitFields, DeferredColumnsOfDroppedHitsMatchCopyingThemAtOnce) {
   EXPECT_GT(settled, 10);  // map changes right after a dropped hit did copy columns in
 }
 
+// The split looks at blocks of the line at once; it must give the same fields as cutting the
+// line at each separator in turn, for any place asked for and wherever the separators fall
+// against the blocks (runs of separators, none at all, a separator last).
+TEST(HitFields, SplitGivesTheFieldsOfCuttingAtEachSeparator) {
+  std::mt19937 rng(99);
+  SplitFields fields;
+  for (int round = 0; round < 20000; ++round) {
+    const char sep = round % 3 == 0 ? ',' : ' ';
+    std::string line(rng() % 300, 'x');
+    const unsigned density = 1 + rng() % 12;  // one byte in `density` is a separator
+    for (char& c : line)
+      if (rng() % density == 0) c = sep;
+    const int lastPlace = static_cast<int>(rng() % 90) - 1;
+    std::vector<std::string_view> plain;  // every field of the line
+    if (!line.empty()) {
+      size_t start = 0;
+      for (size_t at; (at = line.find(sep, start)) != std::string::npos; start = at + 1)
+        plain.push_back(std::string_view(line).substr(start, at - start));
+      plain.push_back(std::string_view(line).substr(start));
+    }
+    fields.Split(line, sep, lastPlace);
+    const int expectedCount =
+        lastPlace < 0 ? 0 : std::min<int>(lastPlace + 1, static_cast<int>(plain.size()));
+    ASSERT_EQ(fields.Count(), expectedCount) << "round " << round;
+    for (int p = -1; p <= lastPlace + 2; ++p) {
+      const std::string_view want =
+          p >= 0 && p < expectedCount ? plain[static_cast<size_t>(p)] : std::string_view{};
+      ASSERT_EQ(fields[p], want) << "round " << round << " place " << p;
+      if (p >= 0 && p < expectedCount) ASSERT_EQ(fields[p].data(), want.data());
+    }
+  }
+}
+
 TEST(HitFields, NumbersReadTheirLeadingWholeNumber) {
   EXPECT_EQ(ParseHitNumber("200"), 200);
   EXPECT_EQ(ParseHitNumber("-"), 0);

@@ -32,7 +32,8 @@ void SplitFields::Split(std::string_view line, char separator, int lastPlace) {
   if (line.empty() || lastPlace < 0) return;
   // Lines beyond 4 GB do not occur (the reader cuts lines far shorter); offsets are 32-bit.
   const size_t wanted = static_cast<size_t>(lastPlace) + 1;
-  if (ends_.size() < wanted) ends_.resize(wanted);
+  // Room for one block of separators beyond the wanted field (see `take`).
+  if (ends_.size() < wanted + 64) ends_.resize(wanted + 64);
   uint32_t* ends = ends_.data();
   size_t found = 0;
   const char* base = line.data();
@@ -48,23 +49,25 @@ void SplitFields::Split(std::string_view line, char separator, int lastPlace) {
     return static_cast<uint64_t>(
         static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, sep))));
   };
+  // Every separator of a block is noted, even beyond the wanted field (the ends have room for a
+  // block more), so that the loop over them tests nothing else; whether the wanted field is
+  // complete is asked once per block. Entries past `wanted` are never read.
   auto take = [&](uint64_t mask, size_t at) {
     while (mask != 0) {
       ends[found++] = static_cast<uint32_t>(at + static_cast<size_t>(__builtin_ctzll(mask)));
-      if (found == wanted) return true;
       mask &= mask - 1;
     }
-    return false;
+    return found >= wanted;
   };
   for (; i + 64 <= n; i += 64) {
     if (take(bits(i) | bits(i + 16) << 16 | bits(i + 32) << 32 | bits(i + 48) << 48, i)) {
-      count_ = static_cast<int>(found);
+      count_ = static_cast<int>(wanted);
       return;
     }
   }
   for (; i + 16 <= n; i += 16) {
     if (take(bits(i), i)) {
-      count_ = static_cast<int>(found);
+      count_ = static_cast<int>(wanted);
       return;
     }
   }

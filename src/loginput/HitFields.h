@@ -56,7 +56,7 @@ void ClearHitFields(HitFields& hits);
 // fields up to a requested place are looked for, the rest of the line is left unsplit.
 class SplitFields {
  public:
-  SplitFields() : ends_(64) {}
+  SplitFields() : ends_(128) {}  // up to 64 places without growing (see Split)
   // Splits `line` at `separator`, finding fields 0..lastPlace; pass the highest place that will be
   // read (the map's MaxPlace()); a negative lastPlace finds nothing. The views stay valid while
   // `line`'s bytes do.
