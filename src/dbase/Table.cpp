@@ -97,11 +97,13 @@ struct Table::Impl {
   std::string mergeRec, mergeKey;  // a small merge's record and key, reused
   // A large merge's entries, records read, and sort space (also the tree's old entries when
   // they are merged with a sorted batch). Kept from one merge to the next (merges of a busy
-  // table come batch after batch), so their pages are faulted in once. One larger than
-  // kKeptMergeBytes is given back as soon as its merge is done with it, as it would be without
-  // reuse: a big merge's memory is not held while the tree is built or the next tag merged, and
-  // peak memory stays where it was. MergeAll gives back all.
+  // table come batch after batch), so their pages are faulted in once. Sort space larger than
+  // kKeptMergeBytes is given back before the tree is built from the entries, and entries larger
+  // than that after it, as they would be without reuse: peak memory stays where it was. Within
+  // MergeAll the entries' buffer serves every tag in turn (it is in use while each tree is
+  // built anyway) and is given back at its end, with all the others.
   PageBuffer mergeFlat, mergeChunk, sortScratch;
+  bool mergingAll = false;
   void TrimMergeBuffers(size_t largest);
   std::string deferKey;            // the key of an append to the tag that defers its keys
   // The last day written by SetDate and its text, and the last date text read by GetDate and
@@ -668,7 +670,9 @@ int Table::Impl::Merge(Tag& t) {
       }
     }
   }
-  TrimMergeBuffers(kKeptMergeBytes);
+  if (mergeChunk.Capacity() > kKeptMergeBytes) mergeChunk.Release();
+  if (sortScratch.Capacity() > kKeptMergeBytes) sortScratch.Release();
+  if (!mergingAll && mergeFlat.Capacity() > kKeptMergeBytes) mergeFlat.Release();
   t.merged = n;
   t.eager = false;
   return kOk;
@@ -719,8 +723,10 @@ bool Table::Impl::DeferKey(Tag& t, uint32_t r, uint64_t h) {
 
 int Table::Impl::MergeAll() {
   int status = kOk;
+  mergingAll = true;
   for (Tag& t : tags)
     if (status = Merge(t); status != kOk) break;
+  mergingAll = false;
   TrimMergeBuffers(0);
   return status;
 }
