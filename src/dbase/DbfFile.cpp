@@ -22,7 +22,7 @@ namespace {
 // visits.
 constexpr size_t kBufferBytes = 16 << 20;
 // The buffer starts this large: a small table never needs more, and the full buffer's memory
-// (huge pages, see PageMemory.h) is taken only by a table that fills this.
+// is taken only by a table that fills this.
 constexpr size_t kFirstBufferBytes = 256 << 10;
 
 bool PreadAll(int fd, void* buf, size_t n, uint64_t off) {

@@ -16,8 +16,7 @@ struct NodePool::Chunk {
 
 namespace {
 constexpr size_t kHeader = 64;  // the chunk header, rounded so that blocks stay aligned
-// Chunks start small (a tag of a small table needs a node or two) and double up to a size
-// that huge pages back.
+// Chunks start small (a tag of a small table needs a node or two) and double up to a few MB.
 constexpr size_t kFirstChunk = 32 << 10;
 constexpr size_t kMaxChunk = 4 << 20;
 }  // namespace
@@ -67,7 +66,7 @@ void NodePool::Reserve(size_t blocks) {
   const size_t need = blocks * block_;
   if (size_t(end_ - next_) >= need || spare_) return;
   // A request no bigger than the usual next chunk takes that chunk; a larger one gets a chunk
-  // of its own size, rounded to whole huge pages when it is that large anyway.
+  // of its own size, rounded to whole huge pages when it is that large (and takes them).
   size_t bytes = kHeader + need;
   if (bytes <= nextChunk_) return;
   if (bytes >= kHugePageBytes) bytes = (bytes + kHugePageBytes - 1) / kHugePageBytes * kHugePageBytes;

@@ -1,10 +1,9 @@
 // Fixed-size blocks for the nodes of one index tree, carved from large chunks instead of one heap
-// block each. An index of a large table holds tens of megabytes of nodes; taken from the heap
-// one by one, each new page of them costs a fault, while chunks of a few megabytes are backed
-// by huge pages (see PageMemory.h). Freed blocks go to a free list and are reused. A cleared pool
-// keeps its chunks for the blocks that come next (a tree is mostly cleared to be rebuilt at
-// once, often larger: fresh memory would cost its faults again); they go back to the system
-// when the pool is destroyed or released.
+// block each (see PageMemory.h): one allocation per few hundred nodes, nodes of a tree side by
+// side, and a whole tree freed at once. Freed blocks go to a free list and are reused. A cleared
+// pool keeps its chunks for the blocks that come next (a tree is mostly cleared to be rebuilt at
+// once, often larger: fresh memory would cost its first touches again); they go back to the
+// system when the pool is destroyed or released.
 #pragma once
 
 #include <cstddef>

@@ -1,8 +1,10 @@
-// Large blocks of memory straight from the system, backed by huge pages where the system offers
-// them: the table engine's big working buffers (record write buffers, batch-sort arrays) and the
-// chunks its index trees carve their nodes from. A 4 KB page costs a fault of 1-2 microseconds on
-// its first touch; a buffer of many megabytes touched once per use spends more on faults than on
-// its work. Huge pages (2 MB) cut the faults 512-fold.
+// Large blocks of memory for the table engine's big working buffers (record write buffers,
+// batch-sort arrays) and the chunks its index trees carve their nodes from, either from the heap
+// or, on request, mapped and backed by huge pages. A 4 KB page costs a fault on its first touch
+// and huge pages (2 MB) cut the faults 512-fold; but a huge page the system takes fresh is
+// cleared at once, and on the machines measured that costs more than the faults it saves, while
+// heap memory given back is taken again without being cleared. So the heap is the default: the
+// savings come from keeping buffers and chunks for reuse (PageBuffer, NodePool).
 #pragma once
 
 #include <cstddef>
@@ -19,11 +21,11 @@ constexpr size_t kHugePageBytes = size_t(2) << 20;
 // is advised to be backed by huge pages (Linux; elsewhere it is an ordinary heap block).
 // REQUIRES: bytes > 0. Give it back with FreePages(p, bytes) and the same `bytes`.
 // huge = false: an ordinary heap block whatever its size.
-void* AllocatePages(size_t bytes, bool huge = true);
+void* AllocatePages(size_t bytes, bool huge = false);
 // Gives back a block of AllocatePages (same bytes and huge). Null does nothing.
-void FreePages(void* p, size_t bytes, bool huge = true);
+void FreePages(void* p, size_t bytes, bool huge = false);
 // The bytes a block of `bytes` bytes really has room for (whole huge pages when it has them).
-size_t PagesRoomFor(size_t bytes, bool huge = true);
+size_t PagesRoomFor(size_t bytes, bool huge = false);
 
 // A reusable buffer of plain bytes in AllocatePages memory. It grows on demand and keeps its
 // memory until Release or destruction, so a buffer used batch after batch faults its pages in
@@ -31,7 +33,7 @@ size_t PagesRoomFor(size_t bytes, bool huge = true);
 class PageBuffer {
  public:
   // huge: whether a large buffer is backed by huge pages (see AllocatePages).
-  explicit PageBuffer(bool huge = true) : huge_(huge) {}
+  explicit PageBuffer(bool huge = false) : huge_(huge) {}
   ~PageBuffer() { Release(); }
   PageBuffer(const PageBuffer&) = delete;
   PageBuffer& operator=(const PageBuffer&) = delete;
