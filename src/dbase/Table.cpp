@@ -7,7 +7,10 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <future>
+#include <system_error>
 #include <unordered_map>
 
 #include "dbase/DbfFile.h"
@@ -24,6 +27,21 @@
 namespace dbase {
 
 namespace {
+
+// Keys of a tag's pending records, gathered at their appends: up to kRunRecords entries (key,
+// then record number), in record order until handed to a helper thread that sorts them while
+// the scan goes on. A large merge (the close, above all) then merges sorted runs instead of
+// reading every pending record back and sorting all their keys at once.
+// Its memory comes from the C allocator, like the index's nodes: it is the index growing.
+struct KeyRun {
+  struct Free {
+    void operator()(char* p) const { std::free(p); }
+  };
+  std::unique_ptr<char, Free> entries;
+  size_t bytes = 0;  // room in entries
+  size_t count = 0;
+  std::future<void> sorted;  // valid once handed over; the entries are sorted when it is ready
+};
 
 // One index tag of an open table.
 struct Tag {
@@ -45,6 +63,11 @@ struct Tag {
   std::unique_ptr<KeyFingerprints> fingerprints;
   uint32_t ticketHits = 0;   // seeks proved by a ticket since the fingerprints were last dropped
   uint32_t shortMerges = 0;  // merges in a row that found only a few deferred records
+  // Runs of gathered keys (declared after the index: a run still being sorted is waited for
+  // before the index it sorts for goes away). They hold the keys of records merged+1..gatheredTo;
+  // any later pending record is read back at the merge.
+  std::vector<KeyRun> runs;
+  uint32_t gatheredTo = 0;
 };
 
 // Record numbers are read in chunks of this many records when all of them are needed.
@@ -61,6 +84,8 @@ constexpr size_t kKeptMergeBytes = 4 << 20;
 constexpr uint32_t kDeferredBatch = 32768;
 // Short merges in a row after which deferring gives way to adding each key at once.
 constexpr uint32_t kShortMergesToStop = 8;
+// Gathered keys per run sorted on a helper thread.
+constexpr size_t kRunRecords = 65536;
 
 }  // namespace
 
@@ -210,6 +235,7 @@ struct Table::Impl {
   bool TagsFromSpecs(const std::vector<std::string>& specs, std::string* why);
   int RebuildIndex();
   int Merge(Tag& t);
+  void GatherKey(Tag& t, uint32_t r);
   int MergeAll();
   int MergeSelected() { return selected >= 0 ? Merge(tags[size_t(selected)]) : int(kOk); }
   void StartFingerprints(Tag& t);
@@ -571,9 +597,96 @@ int Table::Impl::RebuildIndex() {
 // is sorted in one go and, when the tag holds fewer entries than the batch, merged with them
 // and built bottom up. Ties are ordered by record number, and a unique tag keeps only the
 // first record of a key.
+// The key of record r (just appended, still in the buffer) joins the tag's gathered keys when
+// it follows on from them; a full run goes to a helper thread to be sorted. A gap (keys that
+// went another way since the last merge) ends the gathering until the next merge: the records
+// after it are read back then, as without runs.
+void Table::Impl::GatherKey(Tag& t, uint32_t r) {
+  if (std::max(t.merged, t.gatheredTo) != r - 1) return;
+  const size_t k = size_t(t.expr.KeyLength()), es = k + 4;
+  if (t.runs.empty() || t.runs.back().sorted.valid()) t.runs.emplace_back();
+  KeyRun& run = t.runs.back();
+  // A run grows by doubling, so that a small table's tag never holds a large buffer. Without
+  // memory for it the key is simply not gathered, and the merge reads it back.
+  if ((run.count + 1) * es > run.bytes) {
+    const size_t bytes = std::min(std::max<size_t>(2 * run.bytes, 256 * es), kRunRecords * es);
+    char* const grown = static_cast<char*>(std::realloc(run.entries.get(), bytes));
+    if (!grown) return;
+    run.entries.release();
+    run.entries.reset(grown);
+    run.bytes = bytes;
+  }
+  char* const e = run.entries.get() + run.count * es;
+  t.expr.Evaluate(buf.data(), e);
+  std::memcpy(e + k, &r, 4);
+  ++run.count;
+  t.gatheredTo = r;
+  if (run.count < kRunRecords) return;
+  // The sort reads only the index's order rules, which never change, and entries that this
+  // thread no longer touches until the merge waits for them.
+  const TagIndex* const order = t.index.get();
+  char* const entries = run.entries.get();
+  const size_t n = run.count;
+  try {
+    run.sorted = std::async(std::launch::async, [order, entries, n] { order->SortEntries(entries, n); });
+  } catch (const std::system_error&) {
+    // No thread to be had: sort here.
+    std::promise<void> done;
+    order->SortEntries(entries, n);
+    done.set_value();
+    run.sorted = done.get_future();
+  }
+}
+
+namespace {
+
+// Merges sorted runs of entries (key, then record number), handing each entry to `out` in the
+// tag's order, ties by record number: the same order as sorting them all at once. A binary heap
+// of the runs' next entries picks each one.
+template <class Out>
+void MergeRuns(const TagIndex& order, const std::vector<std::pair<const char*, size_t>>& runs,
+               Out&& out) {
+  const int k = order.KeyLength();
+  const size_t es = size_t(k) + 4;
+  struct Head {
+    const char* at;
+    const char* end;
+  };
+  auto less = [&](const Head& a, const Head& b) {
+    const int c = order.Compare(a.at, b.at, k);
+    if (c != 0) return c < 0;
+    uint32_t ra, rb;
+    std::memcpy(&ra, a.at + k, 4);
+    std::memcpy(&rb, b.at + k, 4);
+    return ra < rb;
+  };
+  // std::push_heap and friends keep the largest on top: the comparison is turned round.
+  auto later = [&](const Head& a, const Head& b) { return less(b, a); };
+  std::vector<Head> heap;
+  for (const auto& [entries, n] : runs)
+    if (n > 0) heap.push_back({entries, entries + n * es});
+  std::make_heap(heap.begin(), heap.end(), later);
+  while (!heap.empty()) {
+    std::pop_heap(heap.begin(), heap.end(), later);
+    Head& h = heap.back();
+    out(static_cast<const char*>(h.at));
+    h.at += es;
+    if (h.at == h.end) heap.pop_back();
+    else std::push_heap(heap.begin(), heap.end(), later);
+  }
+}
+
+}  // namespace
+
 int Table::Impl::Merge(Tag& t) {
   const uint32_t n = dbf.RecordCount();
   t.appendsSinceUse = 0;
+  // The gathered keys are taken over by this merge (a run still being sorted is waited for when
+  // `runs` goes out of scope, whichever way this returns).
+  std::vector<KeyRun> runs;
+  runs.swap(t.runs);
+  const uint32_t gathered = runs.empty() ? t.merged : std::max(t.merged, t.gatheredTo);
+  t.gatheredTo = 0;
   if (t.merged >= n) return kOk;
   const uint32_t first = t.merged + 1, count = n - t.merged;
   const size_t k = size_t(t.expr.KeyLength()), es = k + 4, rl = size_t(dbf.RecordLength());
@@ -603,15 +716,23 @@ int Table::Impl::Merge(Tag& t) {
   const size_t held = t.index->Size();
   const bool rebuild = held < count;
   const size_t front = rebuild ? held : 0;
-  char* const flat = mergeFlat.Reserve((front + count) * es);
-  char* const batch = flat + front * es;
-  {
-    char* const chunk = mergeChunk.Reserve(size_t(std::min(kScanChunk, count)) * rl);
-    for (uint32_t at = first; at <= n; at += kScanChunk) {
+  // Sorted runs that become the whole tree go into it straight from their merge, without a
+  // copy of all the entries in between.
+  const bool straight = !runs.empty() && rebuild && front == 0;
+  char* const flat = straight ? nullptr : mergeFlat.Reserve((front + count) * es);
+  char* const batch = straight ? nullptr : flat + front * es;
+  // Records whose keys were not gathered are read back: all of them, or those after the runs
+  // (into a buffer of their own, merged with the runs below).
+  const uint32_t readFrom = runs.empty() ? first : gathered + 1;
+  std::vector<char> rest;
+  char* const readInto = runs.empty() ? batch : (rest.resize(size_t(n - gathered) * es), rest.data());
+  if (readFrom <= n) {
+    char* const chunk = mergeChunk.Reserve(size_t(std::min(kScanChunk, n - readFrom + 1)) * rl);
+    for (uint32_t at = readFrom; at <= n; at += kScanChunk) {
       uint32_t cnt = std::min(kScanChunk, n - at + 1);
       if (int s = dbf.ReadRange(at, cnt, chunk); s != kOk) return s;
       for (uint32_t i = 0; i < cnt; ++i) {
-        char* e = batch + size_t(at - first + i) * es;
+        char* e = readInto + size_t(at - readFrom + i) * es;
         t.expr.Evaluate(chunk + size_t(i) * rl, e);
         uint32_t r = at + i;
         std::memcpy(e + k, &r, 4);
@@ -619,7 +740,45 @@ int Table::Impl::Merge(Tag& t) {
     }
   }
   if (mergeChunk.Capacity() > kKeptMergeBytes) mergeChunk.Release();
-  t.index->SortEntries(batch, count, sortScratch);
+  if (runs.empty()) {
+    t.index->SortEntries(batch, count, sortScratch);
+  } else {
+    std::vector<std::pair<const char*, size_t>> sorted;
+    for (KeyRun& run : runs) {
+      bool done = false;
+      if (run.sorted.valid()) {
+        try {
+          run.sorted.get();
+          done = true;
+        } catch (const std::exception&) {
+          // The helper thread could not sort (no memory): the run is sorted here after all.
+        }
+      }
+      if (!done) t.index->SortEntries(run.entries.get(), run.count, sortScratch);  // also the run still filling
+      sorted.emplace_back(run.entries.get(), run.count);
+    }
+    t.index->SortEntries(rest.data(), n - gathered, sortScratch);
+    sorted.emplace_back(rest.data(), size_t(n - gathered));
+    if (straight) {
+      // A unique tag keeps the first entry of every run of equal keys.
+      const char* previous = nullptr;
+      t.index->BeginLoad(count);
+      MergeRuns(*t.index, sorted, [&](const char* e) {
+        if (t.unique && previous && std::memcmp(previous, e, k) == 0) return;
+        t.index->AddLoaded(e);
+        previous = e;
+      });
+      t.index->EndLoad();
+      t.merged = n;
+      t.eager = false;
+      return kOk;
+    }
+    char* out = batch;
+    MergeRuns(*t.index, sorted, [&](const char* e) {
+      std::memcpy(out, e, es);
+      out += es;
+    });
+  }
   if (rebuild) {
     size_t total = count;
     if (front > 0) {
@@ -953,6 +1112,7 @@ int Table::AppendRecord() {
     const bool now = t.eager && t.merged == r - 1 && ++t.appendsSinceUse <= kEagerRun;
     if (!now) {
       t.eager = false;
+      m.GatherKey(t, r);
       continue;  // added at the next merge; the current key is computed when it is asked for
     }
     const bool selected = i == size_t(m.selected);

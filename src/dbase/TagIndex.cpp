@@ -341,38 +341,54 @@ bool TagIndex::Erase(const char* key, uint32_t recno) {
 
 void TagIndex::Clear() {
   ++version_;
-  // Every node goes at once with the pools' chunks.
+  // Every node goes at once with the pools' chunks, the leaves of a load that never ended (it
+  // failed part way) too.
   leafPool_.Clear();
   innerPool_.Clear();
   memory_ = 0;
+  loadLeaves_.clear();
   root_ = NewLeaf();
   height_ = 1;
   size_ = 0;
 }
 
 void TagIndex::BulkLoad(const char* entries, size_t n) {
+  BeginLoad(n);
+  for (size_t i = 0; i < n; ++i) AddLoaded(entries + i * size_t(entrySize_));
+  EndLoad();
+}
+
+void TagIndex::BeginLoad(size_t expected) {
   Clear();
-  if (n == 0) return;
-  const size_t es = size_t(entrySize_);
-  FreeNode(root_);
+  if (expected == 0) return;
   // The nodes come in one piece per pool: the leaves, and about one inner node per innerCap_
   // - 1 nodes of the level below, summed over the levels.
-  const size_t leaves = (n + size_t(leafCap_) - 1) / size_t(leafCap_);
+  const size_t leaves = (expected + size_t(leafCap_) - 1) / size_t(leafCap_);
   leafPool_.Reserve(leaves);
   innerPool_.Reserve(leaves / size_t(innerCap_ - 2) + 8);
-  // Leaves, full.
-  std::vector<Node*> level;
-  Leaf* prev = nullptr;
-  for (size_t i = 0; i < n; i += size_t(leafCap_)) {
-    size_t take = std::min(n - i, size_t(leafCap_));
-    Leaf* l = static_cast<Leaf*>(NewLeaf());
-    std::memcpy(LeafEntry(l, 0), entries + i * es, take * es);
-    l->count = uint16_t(take);
-    l->prev = prev;
-    if (prev) prev->next = l;
-    prev = l;
-    level.push_back(l);
+}
+
+void TagIndex::AddLoaded(const char* entry) {
+  // Leaves are filled full, one after the other.
+  Leaf* l = loadLeaves_.empty() ? nullptr : static_cast<Leaf*>(loadLeaves_.back());
+  if (!l || l->count == leafCap_) {
+    Leaf* next = static_cast<Leaf*>(NewLeaf());
+    next->prev = l;
+    if (l) l->next = next;
+    loadLeaves_.push_back(next);
+    l = next;
   }
+  std::memcpy(LeafEntry(l, l->count), entry, size_t(entrySize_));
+  ++l->count;
+  ++size_;
+}
+
+void TagIndex::EndLoad() {
+  if (loadLeaves_.empty()) return;  // nothing added: the empty root stays
+  const size_t es = size_t(entrySize_);
+  FreeNode(root_);
+  std::vector<Node*> level;
+  level.swap(loadLeaves_);
   // First entry of every node of a level: the separators of the level above.
   auto firstEntry = [&](Node* node) -> const char* {
     while (!node->leaf) node = Children(node)[0];
@@ -398,7 +414,6 @@ void TagIndex::BulkLoad(const char* entries, size_t n) {
     ++height_;
   }
   root_ = level[0];
-  size_ = n;
   ++version_;
 }
 

@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "dbase/NodePool.h"
 #include "dbase/PageMemory.h"
@@ -58,6 +59,13 @@ class TagIndex {
   // Replaces the content with n entries (key then recno as uint32, EntrySize() bytes each).
   // REQUIRES: the entries are in this index's order, without repeats.
   void BulkLoad(const char* entries, size_t n);
+  // The same, entry by entry: Begin empties the index (and makes room for about `expected`
+  // entries when that is known), each Add appends an entry (REQUIRES: in this index's order,
+  // after the one added before, no repeat), End builds the levels above the leaves. Until End the
+  // index must not be used otherwise.
+  void BeginLoad(size_t expected = 0);
+  void AddLoaded(const char* entry);
+  void EndLoad();
   int EntrySize() const { return entrySize_; }
 
   // The first entry whose key's first len bytes come at or after key[0..len) in this order,
@@ -110,6 +118,9 @@ class TagIndex {
                 uint32_t recno);
   Leaf* Descend(const char* key, uint32_t recno, Inner** path, int* idx, int& depth, int& pos) const;
   void InsertIntoParent(Inner** path, int* idx, int depth, Node* right, const char* sep);
+
+  // The leaves made so far by a load (BeginLoad .. EndLoad).
+  std::vector<Node*> loadLeaves_;
 
   int keyLength_;
   bool descending_;
