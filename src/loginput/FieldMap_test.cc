@@ -289,7 +289,9 @@ TEST(HitFields, SplitGivesTheFieldsOfCuttingAtEachSeparator) {
       const std::string_view want =
           p >= 0 && p < expectedCount ? plain[static_cast<size_t>(p)] : std::string_view{};
       ASSERT_EQ(fields[p], want) << "round " << round << " place " << p;
-      if (p >= 0 && p < expectedCount) ASSERT_EQ(fields[p].data(), want.data());
+      if (p >= 0 && p < expectedCount) {
+        ASSERT_EQ(fields[p].data(), want.data());
+      }
     }
   }
 }
