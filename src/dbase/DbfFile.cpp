@@ -37,10 +37,15 @@ bool PreadAll(int fd, void* buf, size_t n, uint64_t off) {
   return true;
 }
 
+// Records reach the file in writes of at most this size. The file's pages in the system's cache
+// are then held in blocks no larger, and a record read or replaced through the mapping brings
+// only its own block into the process, not megabytes of the file around it.
+constexpr size_t kWriteBytes = size_t(64) << 10;
+
 bool PwriteAll(int fd, const void* buf, size_t n, uint64_t off) {
   const char* p = static_cast<const char*>(buf);
   while (n > 0) {
-    ssize_t r = ::pwrite(fd, p, n, off_t(off));
+    ssize_t r = ::pwrite(fd, p, std::min(n, kWriteBytes), off_t(off));
     if (r <= 0) return false;
     p += r;
     n -= size_t(r);
