@@ -2,6 +2,9 @@
 #include "dbase/Table.h"
 
 #include <unistd.h>
+#ifdef __linux__
+#include <sys/mman.h>
+#endif
 
 #include <algorithm>
 #include <charconv>
@@ -12,6 +15,7 @@
 #include <future>
 #include <system_error>
 #include <unordered_map>
+#include <utility>
 
 #include "dbase/DbfFile.h"
 #include "dbase/FieldSpec.h"
@@ -32,13 +36,48 @@ namespace {
 // then record number), in record order until handed to a helper thread that sorts them while
 // the scan goes on. A large merge (the close, above all) then merges sorted runs instead of
 // reading every pending record back and sorting all their keys at once.
-// Its memory comes from the C allocator, like the index's nodes: it is the index growing.
+// Its room for a whole run is reserved at once and mapped on its own, outside the heap: pages
+// become memory only as keys are written into them (a small table's tag uses one), and a run
+// given back at its merge leaves the process at once, so the tree built next can use that
+// memory. (From the heap, freed runs would stay with the process as free heap space the index's
+// node chunks do not take.)
 struct KeyRun {
-  struct Free {
-    void operator()(char* p) const { std::free(p); }
-  };
-  std::unique_ptr<char, Free> entries;
-  size_t bytes = 0;  // room in entries
+  KeyRun() = default;
+  KeyRun(KeyRun&& o) noexcept
+      : entries(std::exchange(o.entries, nullptr)), bytes(std::exchange(o.bytes, 0)),
+        count(o.count), sorted(std::move(o.sorted)) {}
+  KeyRun& operator=(KeyRun&&) = delete;
+  KeyRun(const KeyRun&) = delete;
+  ~KeyRun() {
+    if (sorted.valid()) sorted.wait();  // the helper thread is done with the entries
+    FreeRun(entries, bytes);
+  }
+  // Room for `n` bytes; false when there is no memory.
+  bool Reserve(size_t n) {
+    entries = AllocateRun(n);
+    bytes = entries ? n : 0;
+    return entries != nullptr;
+  }
+  static char* AllocateRun(size_t n) {
+#ifdef __linux__
+    void* p = ::mmap(nullptr, n, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return p == MAP_FAILED ? nullptr : static_cast<char*>(p);
+#else
+    return static_cast<char*>(std::malloc(n));
+#endif
+  }
+  static void FreeRun(char* p, size_t n) {
+    if (!p) return;
+#ifdef __linux__
+    ::munmap(p, n);
+#else
+    (void)n;
+    std::free(p);
+#endif
+  }
+
+  char* entries = nullptr;
+  size_t bytes = 0;
   size_t count = 0;
   std::future<void> sorted;  // valid once handed over; the entries are sorted when it is ready
 };
@@ -604,19 +643,14 @@ int Table::Impl::RebuildIndex() {
 void Table::Impl::GatherKey(Tag& t, uint32_t r) {
   if (std::max(t.merged, t.gatheredTo) != r - 1) return;
   const size_t k = size_t(t.expr.KeyLength()), es = k + 4;
-  if (t.runs.empty() || t.runs.back().sorted.valid()) t.runs.emplace_back();
-  KeyRun& run = t.runs.back();
-  // A run grows by doubling, so that a small table's tag never holds a large buffer. Without
-  // memory for it the key is simply not gathered, and the merge reads it back.
-  if ((run.count + 1) * es > run.bytes) {
-    const size_t bytes = std::min(std::max<size_t>(2 * run.bytes, 256 * es), kRunRecords * es);
-    char* const grown = static_cast<char*>(std::realloc(run.entries.get(), bytes));
-    if (!grown) return;
-    run.entries.release();
-    run.entries.reset(grown);
-    run.bytes = bytes;
+  if (t.runs.empty() || t.runs.back().sorted.valid()) {
+    // Without memory for a run the key is simply not gathered, and the merge reads it back.
+    KeyRun run;
+    if (!run.Reserve(kRunRecords * es)) return;
+    t.runs.push_back(std::move(run));
   }
-  char* const e = run.entries.get() + run.count * es;
+  KeyRun& run = t.runs.back();
+  char* const e = run.entries + run.count * es;
   t.expr.Evaluate(buf.data(), e);
   std::memcpy(e + k, &r, 4);
   ++run.count;
@@ -625,7 +659,7 @@ void Table::Impl::GatherKey(Tag& t, uint32_t r) {
   // The sort reads only the index's order rules, which never change, and entries that this
   // thread no longer touches until the merge waits for them.
   const TagIndex* const order = t.index.get();
-  char* const entries = run.entries.get();
+  char* const entries = run.entries;
   const size_t n = run.count;
   try {
     run.sorted = std::async(std::launch::async, [order, entries, n] { order->SortEntries(entries, n); });
@@ -754,8 +788,8 @@ int Table::Impl::Merge(Tag& t) {
           // The helper thread could not sort (no memory): the run is sorted here after all.
         }
       }
-      if (!done) t.index->SortEntries(run.entries.get(), run.count, sortScratch);  // also the run still filling
-      sorted.emplace_back(run.entries.get(), run.count);
+      if (!done) t.index->SortEntries(run.entries, run.count, sortScratch);  // also the run still filling
+      sorted.emplace_back(run.entries, run.count);
     }
     t.index->SortEntries(rest.data(), n - gathered, sortScratch);
     sorted.emplace_back(rest.data(), size_t(n - gathered));
