@@ -13,7 +13,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <future>
-#include <system_error>
 #include <unordered_map>
 #include <utility>
 
@@ -643,11 +642,16 @@ int Table::Impl::RebuildIndex() {
 void Table::Impl::GatherKey(Tag& t, uint32_t r) {
   if (std::max(t.merged, t.gatheredTo) != r - 1) return;
   const size_t k = size_t(t.expr.KeyLength()), es = k + 4;
-  if (t.runs.empty() || t.runs.back().sorted.valid()) {
+  // A run that is full (handed over, or left to be sorted at the merge) takes no more keys.
+  if (t.runs.empty() || t.runs.back().sorted.valid() || t.runs.back().count == kRunRecords) {
     // Without memory for a run the key is simply not gathered, and the merge reads it back.
     KeyRun run;
     if (!run.Reserve(kRunRecords * es)) return;
-    t.runs.push_back(std::move(run));
+    try {
+      t.runs.push_back(std::move(run));
+    } catch (const std::exception&) {
+      return;
+    }
   }
   KeyRun& run = t.runs.back();
   char* const e = run.entries + run.count * es;
@@ -657,18 +661,14 @@ void Table::Impl::GatherKey(Tag& t, uint32_t r) {
   t.gatheredTo = r;
   if (run.count < kRunRecords) return;
   // The sort reads only the index's order rules, which never change, and entries that this
-  // thread no longer touches until the merge waits for them.
+  // thread no longer touches until the merge waits for them. Without a thread (or memory for
+  // one) the run stays unsorted, and the merge sorts it.
   const TagIndex* const order = t.index.get();
   char* const entries = run.entries;
   const size_t n = run.count;
   try {
     run.sorted = std::async(std::launch::async, [order, entries, n] { order->SortEntries(entries, n); });
-  } catch (const std::system_error&) {
-    // No thread to be had: sort here.
-    std::promise<void> done;
-    order->SortEntries(entries, n);
-    done.set_value();
-    run.sorted = done.get_future();
+  } catch (const std::exception&) {
   }
 }
 
