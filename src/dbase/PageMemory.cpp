@@ -58,6 +58,25 @@ void FreePages(void* p, size_t bytes, bool huge) {
   std::free(p);
 }
 
+char* AllocateMapped(size_t bytes) {
+#ifdef __linux__
+  void* p = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return p == MAP_FAILED ? nullptr : static_cast<char*>(p);
+#else
+  return static_cast<char*>(std::malloc(bytes));
+#endif
+}
+
+void FreeMapped(char* p, size_t bytes) {
+  if (!p) return;
+#ifdef __linux__
+  ::munmap(p, bytes);
+#else
+  (void)bytes;
+  std::free(p);
+#endif
+}
+
 char* PageBuffer::Reserve(size_t bytes) {
   if (bytes <= capacity_) return data_;
   Release();

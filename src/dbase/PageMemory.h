@@ -27,6 +27,13 @@ void FreePages(void* p, size_t bytes, bool huge = false);
 // The bytes a block of `bytes` bytes really has room for (whole huge pages when it has them).
 size_t PagesRoomFor(size_t bytes, bool huge = false);
 
+// A block of `bytes` bytes (REQUIRES: > 0) mapped on its own, outside the heap (Linux; elsewhere
+// a heap block): its pages become memory only when first written, and FreeMapped gives them back
+// to the system at once, where freed heap space would stay with the process. Null when there is
+// no memory. Give it back with FreeMapped(p, bytes) and the same `bytes`; null does nothing.
+char* AllocateMapped(size_t bytes);
+void FreeMapped(char* p, size_t bytes);
+
 // A reusable buffer of plain bytes in AllocatePages memory. It grows on demand and keeps its
 // memory until Release or destruction, so a buffer used batch after batch faults its pages in
 // once. Its content is not kept across a growth.

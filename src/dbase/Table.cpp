@@ -2,9 +2,6 @@
 #include "dbase/Table.h"
 
 #include <unistd.h>
-#ifdef __linux__
-#include <sys/mman.h>
-#endif
 
 #include <algorithm>
 #include <charconv>
@@ -23,6 +20,7 @@
 #include "dbase/MdxFormat.h"
 #include "dbase/MdxReader.h"
 #include "dbase/MdxWriter.h"
+#include "dbase/PageMemory.h"
 #include "dbase/TagIndex.h"
 #include "dbase/Util.h"
 #include "vb/ShortCopy.h"
@@ -49,30 +47,13 @@ struct KeyRun {
   KeyRun(const KeyRun&) = delete;
   ~KeyRun() {
     if (sorted.valid()) sorted.wait();  // the helper thread is done with the entries
-    FreeRun(entries, bytes);
+    FreeMapped(entries, bytes);
   }
   // Room for `n` bytes; false when there is no memory.
   bool Reserve(size_t n) {
-    entries = AllocateRun(n);
+    entries = AllocateMapped(n);
     bytes = entries ? n : 0;
     return entries != nullptr;
-  }
-  static char* AllocateRun(size_t n) {
-#ifdef __linux__
-    void* p = ::mmap(nullptr, n, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    return p == MAP_FAILED ? nullptr : static_cast<char*>(p);
-#else
-    return static_cast<char*>(std::malloc(n));
-#endif
-  }
-  static void FreeRun(char* p, size_t n) {
-    if (!p) return;
-#ifdef __linux__
-    ::munmap(p, n);
-#else
-    (void)n;
-    std::free(p);
-#endif
   }
 
   char* entries = nullptr;
