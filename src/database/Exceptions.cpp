@@ -1,5 +1,6 @@
 // The database form F: exception records. AddException composes the exception's message text,
 // counts it and caches the record; WriteEXCCache appends the cached records in one batch.
+#include <algorithm>
 #include <cstring>
 #include <variant>
 
@@ -99,27 +100,24 @@ bool F::AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
 
 void F::WriteEXCCache() {
   try {
-    const auto& f = fields_->exceptions;
-    for (int i = 1; i <= exceptionCount_; ++i) {
-      const ExceptionEntry& e = exceptions_[i - 1];
-      VAEXP.BlankRecord();
-      // Entry 5000 is never filled, so a full batch ends with one blank record; the product's
-      // files have always had it.
-      if (e.filled) {
-        char visitNo[24];
-        VAEXP.SetText(f.site, detail::View(e.site, sizeof e.site));
-        VAEXP.SetDate(f.exDate, e.exDate);
-        VAEXP.SetText(f.exTime, detail::View(e.exTime, sizeof e.exTime));
-        VAEXP.SetNumber(f.number, e.number);
-        VAEXP.SetText(f.ip, detail::View(e.ip, sizeof e.ip));
-        // The visit number goes in as a plain number ("7"), not in the "00000" form of the other
-        // tables.
-        VAEXP.SetText(f.visitNo, ZeroPadded(e.visitNo, 1, visitNo));
-        VAEXP.SetText(f.value, detail::View(e.value, sizeof e.value));
-      }
-      lastStatus_ = VAEXP.AppendRecord();
-      if (lastStatus_ == dbase::kOk) ++totals_.exceptionRecordsAdded;
+    // The batch goes to the record writer, as a copy when the writer has a thread of its own
+    // (see WritePageCache).
+    RecordJob& job = NewJob();
+    job.kind = RecordJob::Kind::kExceptions;
+    job.count = exceptionCount_;
+    job.exceptions = exceptions_.get();
+    job.batchInUse = nullptr;
+    if (writer_) {
+      const int k = nextExceptionBatch_;
+      nextExceptionBatch_ ^= 1;
+      if (exceptionBatchInUse_[k].load(std::memory_order_acquire)) WaitForRecords();
+      std::copy(exceptions_.get(), exceptions_.get() + exceptionCount_,
+                exceptionBatches_[k].get());
+      exceptionBatchInUse_[k].store(true, std::memory_order_relaxed);
+      job.exceptions = exceptionBatches_[k].get();
+      job.batchInUse = &exceptionBatchInUse_[k];
     }
+    SubmitJob();
     exceptionCount_ = 1;
   } catch (const std::exception& e) {
     LogFailure("f.WriteEXCCache", e);
@@ -127,4 +125,3 @@ void F::WriteEXCCache() {
 }
 
 }  // namespace database
-

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "database/FDetail.h"
+#include "database/JobLine.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
 #include "dbase/Status.h"
@@ -30,17 +31,23 @@ F::F(startup::World& world)
     : world_(world),
       pages_(new PageEntry[kCacheEntries]),
       exceptions_(new ExceptionEntry[kCacheEntries]),
-      fields_(new Fields) {
+      fields_(new Fields),
+      inlineJob_(new RecordJob),
+      tickets_(new uint64_t[kTicketSlots]()) {
   // Every notice of the engine (an index rebuilt in memory, for instance) goes to errors.log
   // under the name of the control that raised it.
   const auto sink = [this](const char* control) {
     return [this, control](const std::string& message) { world_.errors.LogError(control, message); };
   };
-  VAVISITS.SetNoticeSink(sink("F.VAVISITS"));
+  // The tables of the record writer may raise theirs on the writer's thread.
+  const auto writerSink = [this](const char* control) {
+    return [this, control](const std::string& message) { WriterNotice(control, message); };
+  };
+  VAVISITS.SetNoticeSink(writerSink("F.VAVISITS"));
   VAVIS.SetNoticeSink(sink("F.VAVIS"));
   VAREF.SetNoticeSink(sink("F.VAREF"));
-  VAEXP.SetNoticeSink(sink("F.VAEXP"));
-  VAPG.SetNoticeSink(sink("F.VAPG"));
+  VAEXP.SetNoticeSink(writerSink("F.VAEXP"));
+  VAPG.SetNoticeSink(writerSink("F.VAPG"));
   VADL.SetNoticeSink(sink("F.VADL"));
   VADAY.SetNoticeSink(sink("F.VADAY"));
   IPCC.SetNoticeSink(sink("F.IPCC"));
@@ -54,6 +61,7 @@ F::F(startup::World& world)
 F::~F() {
   try {
     CloseDatabase();
+    WriteInBackground(false);
   } catch (...) {
     // Closing the form ignores whatever closing the database raises.
   }
@@ -77,6 +85,7 @@ bool F::InitDatabase() {
     // A database still open from an earlier init is closed first (its caches are written), so
     // that every control starts from a closed table; controls left open by a failed init too.
     CloseDatabase();
+    WaitForRecords();
     VAVISITS.CloseTable();
     VAVIS.CloseTable();
     VAREF.CloseTable();
@@ -261,6 +270,7 @@ bool F::DatabaseReady() {
 
 void F::FlushDatabase() {
   if (!open_) return;
+  WaitForRecords();
   VAREF.FlushTable();
   VAVIS.FlushTable();
   VAVISITS.FlushTable();
@@ -284,6 +294,7 @@ void F::CloseDatabase() {
   // 1. and 2. The page views and exceptions still waiting in their caches.
   WritePageCache();
   WriteEXCCache();
+  WaitForRecords();
   // 3. Closing a table that was never opened is harmless. Closing sorts the keys still to add
   //    and writes each table's files. The sorting is work for the processor and runs on two
   //    threads: "Pages", the largest, on a second one while this one sorts the others. The

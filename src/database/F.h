@@ -3,22 +3,27 @@
 // downloads, visitors and referrers, exceptions (batched), the DNS cache and country codes.
 //
 // One F exists per run; it is created by the scan driver and passed by reference. All its
-// operations run on the scan's one thread. Table-engine statuses are never errors: each is kept
-// as the shared last status (LastStatus()), which later code may read. Operations that report
-// failures catch them, write one line to errors.log under their location word and return their
-// default result; nothing here throws to the caller.
+// operations are called from the scan's one thread. The records of "Visits", "Pages" and
+// "Exceptions", which the scan only writes, can be built and appended on a writer thread of F's
+// own (WriteInBackground). Table-engine statuses are never errors: each is kept as the shared
+// last status (LastStatus()), which later code may read. Operations that report failures catch
+// them, write one line to errors.log under their location word and return their default result;
+// nothing here throws to the caller.
 //
 // Visits are handed over as the visit-state record itself (Visit.h), which stays valid until the
 // hit analysis next sweeps its visit table.
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "database/RecordHooks.h"
 #include "database/RunTotals.h"
@@ -31,6 +36,9 @@ struct World;
 }
 
 namespace database {
+
+template <class Job>
+class JobLine;
 
 class F {
  public:
@@ -76,18 +84,34 @@ class F {
   bool CountryTableAvailable() const { return countryTable_; }
   bool OldVisitorTableOpen() const { return oldVisitorTable_; }
   // The status of the latest table-engine operation that returned one (0 = success/found).
+  // Records written on the writer thread do not set it.
   int LastStatus() const { return lastStatus_; }
   // For code outside F that writes through F's controls (the day summaries on VADAY).
   void SetLastStatus(int status) { lastStatus_ = status; }
   RunTotals& Totals() { return totals_; }
   const RunTotals& Totals() const { return totals_; }
 
+  // ---- The record writer -------------------------------------------------------------------------
+
+  // On: the records of "Visits", "Pages" and "Exceptions" are built and appended on a writer
+  // thread, in the order they were handed over, while the caller goes on; their failures reach
+  // errors.log and their counts reach Totals() at the next WaitForRecords. Those three tables
+  // must then not be used directly before WaitForRecords (F's own operations wait themselves).
+  // Off, the default: every record is written before its call returns. The tables get the same
+  // bytes either way. Turning it off waits for the records first. When no thread can be started
+  // the writing stays on the caller's thread.
+  void WriteInBackground(bool on);
+  bool WritingInBackground() const { return writer_ != nullptr; }
+  // Returns when every record handed to the writer is in its table, after writing the failures
+  // it met to errors.log and adding its counts to Totals(). Does nothing when the writer is off.
+  void WaitForRecords();
+
   // ---- Visit, page and download records --------------------------------------------------------
 
   // The visit's first hit: appends its "Visits" record (referrer shortened to scheme://host,
   // "Active" = "Y", "PagesSeen" = 1, "FirstPage" = "LastPage" = entryPage) and caches its first
-  // page from the visit state. Writes the table's ticket for the new record into
-  // visit.visitsTicket (0 when there is none). REQUIRES: the database is open.
+  // page from the visit state. Gives the visit a number in visit.visitsTicket under which the
+  // writer keeps the table's ticket for the new record. REQUIRES: the database is open.
   void AddVisitToDatabase(Visit& visit, std::string_view entryPage);
   // Caches one page view of the visit. The cache holds up to 5,000 pages; the call that would
   // take the 5,000th writes the batch instead and its own page is not recorded (kept on purpose:
@@ -168,17 +192,41 @@ class F {
 
   // Capacity of the page and exception caches (entries 0..5000).
   static constexpr int kCacheEntries = 5001;
+  // Slots of the writer's ring of "Visits" tickets. A visit still open when this many later
+  // visits have started finds its slot taken; its ticket then proves nothing, and the end of the
+  // visit seeks its record by key instead.
+  static constexpr uint32_t kTicketSlots = uint32_t(1) << 16;
 
  private:
   struct PageEntry;
   struct ExceptionEntry;
   struct Fields;
+  struct RecordJob;
 
   bool CreateDatabase();
   void WriteEXCCache();
   void ResolveFields();
   void CachePage(const Visit& visit);
   void LogFailure(const char* location, const std::exception& e);
+
+  // The record writer. NewJob gives the job to fill, SubmitJob hands it over (with the writer
+  // off it runs at once). RunJob and the Write* functions run on the writer thread when it is
+  // on, and touch nothing but the three tables, the ticket ring and writerCounts_.
+  RecordJob& NewJob();
+  void SubmitJob();
+  int RunJob(RecordJob& job);
+  int WriteVisitStart(const RecordJob& job);
+  int WriteVisitEnd(const RecordJob& job);
+  int WritePageBatch(const RecordJob& job);
+  int WriteExceptionBatch(const RecordJob& job);
+  // A failure or an engine notice met while writing: logged at once on the caller's thread,
+  // kept for WaitForRecords on the writer thread.
+  void WriterFailure(const char* location, const std::exception& e);
+  void WriterNotice(const char* control, const std::string& message);
+  // Writes the failures and notices the writer kept to errors.log.
+  void ReportWriterFailures();
+  // Adds the writer's counts to the run totals.
+  void TakeWriterCounts();
   static void SortPendingKeys(dbase::Table& t);
 
   startup::World& world_;
@@ -208,6 +256,31 @@ class F {
   std::string defaultNumberText_;
 
   std::unique_ptr<Fields> fields_;  // field indexes, resolved once at open
+
+  // The record writer: its thread (null when off), the job filled when it is off, the ring of
+  // "Visits" tickets by visit number, and the counts of records it appended since they were last
+  // added to totals_. Batches of pages and exceptions go to the writer as copies in these arrays;
+  // each one's flag says it is not yet written.
+  std::unique_ptr<JobLine<RecordJob>> writer_;
+  std::unique_ptr<RecordJob> inlineJob_;
+  std::unique_ptr<uint64_t[]> tickets_;
+  uint32_t visitsNumbered_ = 0;
+  RunTotals writerCounts_;
+  std::unique_ptr<PageEntry[]> pageBatches_[2];
+  std::atomic<bool> pageBatchInUse_[2] = {false, false};
+  int nextPageBatch_ = 0;
+  std::unique_ptr<ExceptionEntry[]> exceptionBatches_[2];
+  std::atomic<bool> exceptionBatchInUse_[2] = {false, false};
+  int nextExceptionBatch_ = 0;
+  // Failures and engine notices met on the writer thread, in order: where (location or
+  // control) and either the failure or the notice's message.
+  struct WriterReport {
+    const char* where;
+    std::exception_ptr failure;
+    std::string message;
+  };
+  std::mutex writerReportsMutex_;
+  std::vector<WriterReport> writerReports_;
 
   // One-entry DNS memory: the last IP answered, its host name and friendly name.
   std::string memoIp_;

@@ -2,6 +2,7 @@
 // indexes resolved once when the tables open, and small helpers. Not for use outside F.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string_view>
 
@@ -34,6 +35,40 @@ struct F::ExceptionEntry {
   char ip[15];
   int32_t visitNo = 0;
   char value[20];
+};
+
+// One job of the record writer: a record of "Visits", "Pages" or "Exceptions" to write. It
+// carries copies of everything the record is built from (texts blank-padded to their field
+// widths), so it stays valid while the visit it came from changes or is reused.
+struct F::RecordJob {
+  enum class Kind : uint8_t { kVisitStart, kVisitEnd, kPages, kExceptions };
+  Kind kind = Kind::kVisitStart;
+  uint32_t visit = 0;  // the visit's number in the ticket ring (kVisitStart, kVisitEnd)
+  // kPages / kExceptions: the batch (entries 1..count of the array) and the flag that says the
+  // batch's array is in use, cleared once it is written (null when the array is the cache).
+  int count = 0;
+  const PageEntry* pages = nullptr;
+  const ExceptionEntry* exceptions = nullptr;
+  std::atomic<bool>* batchInUse = nullptr;
+  // kVisitStart and kVisitEnd.
+  char ip[15];
+  char site[20];
+  char visitNo[5];
+  vb::Date startTime = 0;
+  int16_t pageCount = 0;
+  // kVisitStart.
+  bool alert = false;
+  bool spider = false;
+  int16_t alertNumber = 0;
+  char entryPage[20];
+  char browser[5];
+  char spiderName[15];
+  char referrer[50];
+  // kVisitEnd.
+  vb::Date lastHitTime = 0;
+  bool hackRaised = false;
+  char flags[2];
+  char lastPage[20];
 };
 
 // Field indexes of every table, resolved when the tables are opened.

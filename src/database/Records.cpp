@@ -1,5 +1,6 @@
 // The database form F: visit, page and download records. Visits and downloads are written at
 // once; page views collect in a fixed cache of 5,001 entries and are appended in batches.
+#include <algorithm>
 #include <cstring>
 
 #include "database/F.h"
@@ -17,44 +18,34 @@ namespace {
 // batch instead of caching its page.
 constexpr int kPageBatch = 5000;
 
-// Sets a "C" field to "Y" or "N".
-void SetFlag(dbase::Table& t, int field, bool value) { t.SetText(field, value ? "Y" : "N"); }
-
 }  // namespace
 
 void F::AddVisitToDatabase(Visit& visit, std::string_view entryPage) {
-  visit.visitsTicket = 0;
   try {
     // 1. Referrer, shortened to scheme://host.
     const std::string_view referrer = ShortenReferrer(visit.referrer);
 
-    // 2. The visit's record.
-    const auto& f = fields_->visits;
+    // 2. The visit's record, built and appended by the record writer. The visit's number there
+    //    keeps the record's ticket, so that the visit's end finds the record again without a
+    //    search when it can. Number 0 is never given: it means "no record".
+    if (++visitsNumbered_ == 0) visitsNumbered_ = 1;
+    visit.visitsTicket = visitsNumbered_;
+    RecordJob& job = NewJob();
+    job.kind = RecordJob::Kind::kVisitStart;
+    job.visit = visitsNumbered_;
+    PadInto(job.ip, sizeof job.ip, visit.clientAddress);
+    std::memcpy(job.site, siteKey_.data(), sizeof job.site);
     char visitNo[24];
-    char time[8];
-    vb::FormatTimeTo(visit.startTime, time);
-    VAVISITS.BlankRecord();
-    VAVISITS.SetText(f.ip, visit.clientAddress);
-    VAVISITS.SetText(f.site, currentSite_);
-    SetFlag(VAVISITS, f.alert, visit.alert);
-    VAVISITS.SetNumber(f.alertNo, visit.alertNumber);
-    VAVISITS.SetText(f.visitNo, ZeroPadded(visit.visitNumber, 5, visitNo));
-    VAVISITS.SetDate(f.visitDate, visit.startTime);
-    VAVISITS.SetText(f.visitTime, detail::View(time, 8));
-    VAVISITS.SetText(f.firstPage, entryPage);
-    VAVISITS.SetText(f.lastPage, entryPage);
-    VAVISITS.SetText(f.browser, visit.browser);
-    SetFlag(VAVISITS, f.spider, visit.spider);
-    VAVISITS.SetText(f.spiderT, visit.spiderName);
-    VAVISITS.SetText(f.referrer, referrer);
-    VAVISITS.SetNumber(f.pagesSeen, 1);
-    VAVISITS.SetText(f.active, "Y");
-    lastStatus_ = VAVISITS.AppendRecord();
-    if (lastStatus_ == dbase::kOk) {
-      ++totals_.visitRecordsAdded;
-      // Kept so that the visit's end finds this record again without a search when it can.
-      visit.visitsTicket = VAVISITS.AppendTicket();
-    }
+    PadInto(job.visitNo, sizeof job.visitNo, ZeroPadded(visit.visitNumber, 5, visitNo));
+    job.startTime = visit.startTime;
+    job.alert = visit.alert;
+    job.alertNumber = visit.alertNumber;
+    job.spider = visit.spider;
+    PadInto(job.entryPage, sizeof job.entryPage, entryPage);
+    PadInto(job.browser, sizeof job.browser, visit.browser);
+    PadInto(job.spiderName, sizeof job.spiderName, visit.spiderName);
+    PadInto(job.referrer, sizeof job.referrer, referrer);
+    SubmitJob();
 
     // 3. The first page, from the visit state (not from entryPage).
     CachePage(visit);
@@ -98,24 +89,23 @@ void F::CachePage(const Visit& visit) {
 
 void F::WritePageCache() {
   try {
-    const auto& f = fields_->pages;
-    for (int i = 1; i <= pageCount_; ++i) {
-      const PageEntry& e = pages_[i - 1];
-      VAPG.BlankRecord();
-      // An entry that was never filled (the last of a full batch) goes out as a blank record.
-      if (e.filled) {
-        VAPG.SetText(f.ip, detail::View(e.ip, sizeof e.ip));
-        VAPG.SetText(f.site, detail::View(e.site, sizeof e.site));
-        VAPG.SetText(f.visitNo, detail::View(e.visitNo, sizeof e.visitNo));
-        VAPG.SetText(f.page, detail::View(e.page, sizeof e.page));
-        VAPG.SetText(f.pageNo, detail::View(e.pageNo, sizeof e.pageNo));
-        VAPG.SetDate(f.pageDate, e.pageDate);
-        VAPG.SetText(f.pageTime, detail::View(e.pageTime, sizeof e.pageTime));
-        VAPG.SetNumber(f.status, e.status);
-      }
-      lastStatus_ = VAPG.AppendRecord();
-      if (lastStatus_ == dbase::kOk) ++totals_.pageRecordsAdded;
+    // The batch goes to the record writer. A writer on its own thread gets a copy, so that the
+    // cache fills again meanwhile; the copy's array is free again once its batch is written.
+    RecordJob& job = NewJob();
+    job.kind = RecordJob::Kind::kPages;
+    job.count = pageCount_;
+    job.pages = pages_.get();
+    job.batchInUse = nullptr;
+    if (writer_) {
+      const int k = nextPageBatch_;
+      nextPageBatch_ ^= 1;
+      if (pageBatchInUse_[k].load(std::memory_order_acquire)) WaitForRecords();
+      std::copy(pages_.get(), pages_.get() + pageCount_, pageBatches_[k].get());
+      pageBatchInUse_[k].store(true, std::memory_order_relaxed);
+      job.pages = pageBatches_[k].get();
+      job.batchInUse = &pageBatchInUse_[k];
     }
+    SubmitJob();
     // The counter restarts at 1, not 0: entry 0 keeps the first page of the first batch and goes
     // out again with every later batch. Kept as the product's files have always been written.
     pageCount_ = 1;
@@ -148,45 +138,31 @@ void F::AddDownload(const Visit& visit) {
 }
 
 void F::PrefetchVisitUpdate(const Visit& visit) const {
-  VAVISITS.PrefetchTicket(visit.visitsTicket);
+  // The writer's thread finds its own way to the record; this one only has the record's ticket
+  // at hand when the writer runs here.
+  if (!writer_ && visit.visitsTicket != 0)
+    VAVISITS.PrefetchTicket(tickets_[visit.visitsTicket & (kTicketSlots - 1)]);
   __builtin_prefetch(visit.currentPage.data());
 }
 
 void F::UpdateVisitInDatabase(const Visit& visit) {
   try {
-    // 1. Key of "Visits" key0: IP + Site + DTOS(VisitDate) + VisitNo.
-    constexpr int kKeyLength = schema::kIpWidth + schema::kSiteWidth + 8 + 5;
-    char key[kKeyLength];
+    // The record writer seeks the visit's record and writes the end of the visit into it.
+    RecordJob& job = NewJob();
+    job.kind = RecordJob::Kind::kVisitEnd;
+    job.visit = static_cast<uint32_t>(visit.visitsTicket);
+    PadInto(job.ip, sizeof job.ip, visit.clientAddress);
+    std::memcpy(job.site, siteKey_.data(), sizeof job.site);
     char visitNo[24];
-    PadInto(key, schema::kIpWidth, visit.clientAddress);
-    std::memcpy(key + schema::kIpWidth, siteKey_.data(), schema::kSiteWidth);
-    vb::FormatYmdTo(visit.startTime, key + schema::kIpWidth + schema::kSiteWidth);
-    PadInto(key + schema::kIpWidth + schema::kSiteWidth + 8, 5,
-            ZeroPadded(visit.visitNumber, 5, visitNo));
-
-    // 2. A visit without a record is simply not updated. The seek goes straight to the record
-    //    appended for the visit when the table can prove it is the one the key finds.
-    lastStatus_ = VAVISITS.SeekKeyAt(detail::View(key, kKeyLength), visit.visitsTicket);
-    if (lastStatus_ != dbase::kOk) return;
-
-    // 3. Duration.
-    char minsOn[24];
-    const std::string_view duration =
-        MinsOnText(vb::DateDiffSeconds(visit.startTime, visit.lastHitTime), minsOn);
-
-    // 4.
-    const auto& f = fields_->visits;
-    VAVISITS.SetText(f.lastPage, visit.currentPage);
-    VAVISITS.SetNumber(f.pagesSeen, visit.pageCount);
-    VAVISITS.SetText(f.minsOn, duration);
-    VAVISITS.SetText(f.active, "N");
-    SetFlag(VAVISITS, f.hackRaised, visit.hackRaised);
-    const char flags[2] = {visit.friendlyName.empty() ? 'N' : 'Y',
-                           visit.groupMask.empty() ? 'N' : 'Y'};
-    VAVISITS.SetText(f.flags, detail::View(flags, 2));
-
-    // 5.
-    lastStatus_ = VAVISITS.ReplaceRecord();
+    PadInto(job.visitNo, sizeof job.visitNo, ZeroPadded(visit.visitNumber, 5, visitNo));
+    job.startTime = visit.startTime;
+    job.lastHitTime = visit.lastHitTime;
+    job.pageCount = visit.pageCount;
+    job.hackRaised = visit.hackRaised;
+    job.flags[0] = visit.friendlyName.empty() ? 'N' : 'Y';
+    job.flags[1] = visit.groupMask.empty() ? 'N' : 'Y';
+    PadInto(job.lastPage, sizeof job.lastPage, visit.currentPage);
+    SubmitJob();
   } catch (const std::exception& e) {
     LogFailure("F.UpdateVisitInDatabase", e);
   }

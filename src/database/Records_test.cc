@@ -108,47 +108,114 @@ TEST(Records, VisitRecordIsWrittenAtStartAndCompletedAtEnd) {
 }
 
 TEST(Records, EndOfAVisitWithARepeatedKeyCompletesTheFirstRecordOfThatKey) {
-  DbRun run;
-  database::F f(run.world);
-  ASSERT_TRUE(f.InitDatabase());
-  f.SetCurrentSite("Alpha");
-  // Ends of visits between the starts, as in a scan: keys go into the index as they come.
-  database::Visit early = MakeVisit("10.0.0.0", At(8, 0, 0));
-  f.AddVisitToDatabase(early, "/early.htm");
-  database::Visit unknown = MakeVisit("10.9.9.9", At(8, 0, 0));
-  f.UpdateVisitInDatabase(unknown);
-  // Two visits of one address, day and number: the "Visits" key0 finds the first record only.
-  database::Visit first = MakeVisit("10.0.0.1", At(9, 0, 0));
-  first.visitNumber = 3;
-  f.AddVisitToDatabase(first, "/a.htm");
-  EXPECT_NE(first.visitsTicket, 0u);
-  database::Visit other = MakeVisit("10.0.0.2", At(9, 1, 0));
-  f.AddVisitToDatabase(other, "/b.htm");
-  EXPECT_NE(other.visitsTicket, 0u);
-  database::Visit repeat = MakeVisit("10.0.0.1", At(9, 2, 0));
-  repeat.visitNumber = 3;
-  f.AddVisitToDatabase(repeat, "/c.htm");
-  EXPECT_EQ(repeat.visitsTicket, 0u);  // nothing to prove: its record is not the key's entry
-  // Even a ticket taken from another visit cannot lead the end of this one astray.
-  repeat.visitsTicket = other.visitsTicket;
-  repeat.currentPage = "end-of-repeat.htm";
-  repeat.pageCount = 9;
-  f.UpdateVisitInDatabase(repeat);
-  EXPECT_EQ(f.LastStatus(), 0);
-  other.currentPage = "end-of-other.htm";
-  f.UpdateVisitInDatabase(other);
-  // A visit whose number changed after its record was written is not found by the old record.
-  first.visitNumber = 4;
-  f.UpdateVisitInDatabase(first);
-  EXPECT_NE(f.LastStatus(), 0);
-  f.CloseDatabase();
-  const auto visits = ReadTable(run.Data(), "Visits");
-  ASSERT_EQ(visits.size(), 4u);
-  EXPECT_EQ(visits[1].at("LASTPAGE"), "end-of-repeat.htm");
-  EXPECT_EQ(visits[1].at("PAGESSEEN"), "9");
-  EXPECT_EQ(visits[2].at("LASTPAGE"), "end-of-other.htm");
-  EXPECT_EQ(visits[3].at("LASTPAGE"), "/c.htm");
-  EXPECT_EQ(visits[3].at("ACTIVE"), "Y");
+  // The same story with the records written at once and on the writer's thread.
+  for (const bool background : {false, true}) {
+    SCOPED_TRACE(background ? "writer thread" : "at once");
+    DbRun run;
+    database::F f(run.world);
+    ASSERT_TRUE(f.InitDatabase());
+    f.WriteInBackground(background);
+    ASSERT_EQ(f.WritingInBackground(), background);
+    f.SetCurrentSite("Alpha");
+    // Ends of visits between the starts, as in a scan: keys go into the index as they come.
+    database::Visit early = MakeVisit("10.0.0.0", At(8, 0, 0));
+    f.AddVisitToDatabase(early, "/early.htm");
+    database::Visit unknown = MakeVisit("10.9.9.9", At(8, 0, 0));
+    f.UpdateVisitInDatabase(unknown);
+    // Two visits of one address, day and number: the "Visits" key0 finds the first record only.
+    database::Visit first = MakeVisit("10.0.0.1", At(9, 0, 0));
+    first.visitNumber = 3;
+    f.AddVisitToDatabase(first, "/a.htm");
+    database::Visit other = MakeVisit("10.0.0.2", At(9, 1, 0));
+    f.AddVisitToDatabase(other, "/b.htm");
+    database::Visit repeat = MakeVisit("10.0.0.1", At(9, 2, 0));
+    repeat.visitNumber = 3;
+    f.AddVisitToDatabase(repeat, "/c.htm");
+    // Even the ticket of another visit cannot lead the end of this one astray.
+    repeat.visitsTicket = other.visitsTicket;
+    repeat.currentPage = "end-of-repeat.htm";
+    repeat.pageCount = 9;
+    f.UpdateVisitInDatabase(repeat);
+    if (!background) {
+      EXPECT_EQ(f.LastStatus(), 0);
+    }
+    other.currentPage = "end-of-other.htm";
+    f.UpdateVisitInDatabase(other);
+    // A visit whose number changed after its record was written is not found by the old record.
+    first.visitNumber = 4;
+    f.UpdateVisitInDatabase(first);
+    if (!background) {
+      EXPECT_NE(f.LastStatus(), 0);
+    }
+    f.WaitForRecords();
+    EXPECT_EQ(f.Totals().visitRecordsAdded, 4);
+    f.CloseDatabase();
+    const auto visits = ReadTable(run.Data(), "Visits");
+    ASSERT_EQ(visits.size(), 4u);
+    EXPECT_EQ(visits[1].at("LASTPAGE"), "end-of-repeat.htm");
+    EXPECT_EQ(visits[1].at("PAGESSEEN"), "9");
+    EXPECT_EQ(visits[2].at("LASTPAGE"), "end-of-other.htm");
+    EXPECT_EQ(visits[3].at("LASTPAGE"), "/c.htm");
+    EXPECT_EQ(visits[3].at("ACTIVE"), "Y");
+  }
+}
+
+TEST(Records, WriterThreadWritesTheSameFilesAsWritingAtOnce) {
+  // A busy run: visits that start and end interleaved, batches of pages and of exceptions, a
+  // second site, and one visit that stays open while more visits start than the writer keeps
+  // tickets for (its end then finds its record by key). Written at once and on the writer's
+  // thread, the files must be the same byte for byte.
+  const auto scan = [](bool background, DbRun& run) {
+    database::F f(run.world);
+    ASSERT_TRUE(f.InitDatabase());
+    f.WriteInBackground(background);
+    f.SetCurrentSite("Alpha");
+    database::Visit longest = MakeVisit("10.200.0.1", At(0, 0, 0, 13));
+    f.AddVisitToDatabase(longest, "/first.htm");
+    const int visits = static_cast<int>(database::F::kTicketSlots) + 500;
+    database::Visit open[4];
+    for (int i = 0; i < visits; ++i) {
+      if (i == visits / 2) f.SetCurrentSite("Beta");
+      database::Visit& v = open[i % 4];
+      if (i >= 4) {
+        v.lastHitTime = v.startTime + (i % 7) * 20 / 86400.0;
+        v.currentPage = "last" + std::to_string(i % 13) + ".htm";
+        f.UpdateVisitInDatabase(v);
+      }
+      v = MakeVisit("10." + std::to_string(i / 62500) + "." + std::to_string(i / 250 % 250) +
+                        "." + std::to_string(i % 250),
+                    At(i / 3600 % 24, i / 60 % 60, i % 60));
+      v.visitNumber = 1 + i % 3;
+      f.AddVisitToDatabase(v, "/entry.htm");
+      if (i % 6 == 0) {
+        v.pageCount = 2;
+        v.currentPage = "page" + std::to_string(i % 17) + ".htm";
+        f.AddPageToDatabase(v);
+      }
+      if (i % 8 == 0) f.AddException(1, 404, v.startTime, v.currentPage, v.clientAddress, i);
+    }
+    f.SetCurrentSite("Alpha");  // the key is built with the current site's name
+    longest.currentPage = "/at-last.htm";
+    longest.lastHitTime = longest.startTime + 1;
+    f.UpdateVisitInDatabase(longest);
+    f.CloseDatabase();
+    EXPECT_EQ(f.Totals().visitRecordsAdded, visits + 1);
+  };
+  DbRun atOnce, writer;
+  scan(false, atOnce);
+  scan(true, writer);
+  for (const char* file : {"VISITS.DBF", "VISITS.MDX", "PAGES.DBF", "PAGES.MDX", "EXCEPTIONS.DBF",
+                           "EXCEPTIONS.MDX"}) {
+    SCOPED_TRACE(file);
+    const std::string a = tytest::ReadFile(std::filesystem::path(atOnce.Data()) / file);
+    EXPECT_GT(a.size(), 1000u);
+    EXPECT_TRUE(a == tytest::ReadFile(std::filesystem::path(writer.Data()) / file));
+  }
+  const auto rows = ReadTable(writer.Data(), "Visits");
+  EXPECT_EQ(rows.front().at("LASTPAGE"), "/at-last.htm");
+  EXPECT_EQ(rows.front().at("ACTIVE"), "N");
+  EXPECT_GT(ReadTable(writer.Data(), "Pages").size(), 10000u);
+  EXPECT_GT(ReadTable(writer.Data(), "Exceptions").size(), 8000u);
 }
 
 TEST(Records, PageCacheWritesOnTheFiveThousandthCallAndDropsItsPage) {

@@ -82,6 +82,9 @@ ScanOutcome ScanDriver::ScanAllSites() {
     state_ = ScanState::Done;
     return ScanOutcome::DatabaseFailed;
   }
+  // The visit, page and exception records are written on a thread of their own while the hits
+  // are analysed; closing the database waits for them.
+  f_.WriteInBackground(true);
   // 8. Every site in list order.
   for (int i = 1; i <= world_.siteCount; ++i) {
     bool goOn = true;
