@@ -84,13 +84,14 @@ class JobLine {
     }
   }
 
-  // Waits until `target` jobs have run (same hand-shake as Release, the other way round).
+  // Waits until `target` (>= 1) jobs have run: the same hand-shake as Release, the other way
+  // round, and the writer wakes this thread only once the target is reached.
   void WaitDone(uint64_t target) {
     if (done_.load(std::memory_order_acquire) >= target) return;
     std::unique_lock<std::mutex> lock(mutex_);
-    producerWaiting_.store(true, std::memory_order_seq_cst);
+    waitingFor_.store(target, std::memory_order_seq_cst);
     progress_.wait(lock, [&] { return done_.load(std::memory_order_seq_cst) >= target; });
-    producerWaiting_.store(false, std::memory_order_relaxed);
+    waitingFor_.store(0, std::memory_order_relaxed);
   }
 
   void WriterLoop() {
@@ -103,7 +104,8 @@ class JobLine {
         } catch (...) {
         }
         done_.store(++done, std::memory_order_seq_cst);
-        if (producerWaiting_.load(std::memory_order_seq_cst)) {
+        const uint64_t waiting = waitingFor_.load(std::memory_order_seq_cst);
+        if (waiting != 0 && done >= waiting) {
           const std::lock_guard<std::mutex> lock(mutex_);
           progress_.notify_one();
         }
@@ -125,7 +127,7 @@ class JobLine {
   std::atomic<uint64_t> released_{0};    // written by the producer
   std::atomic<uint64_t> done_{0};        // written by the writer
   std::atomic<bool> sleeping_{false};    // the writer waits for work
-  std::atomic<bool> producerWaiting_{false};
+  std::atomic<uint64_t> waitingFor_{0};  // the producer waits for this many jobs done (0: not)
   std::atomic<bool> stop_{false};
   std::mutex mutex_;
   std::condition_variable work_;      // the writer waits here for jobs
