@@ -45,7 +45,7 @@ F::F(startup::World& world)
   };
   VAVISITS.SetNoticeSink(writerSink("F.VAVISITS"));
   VAVIS.SetNoticeSink(sink("F.VAVIS"));
-  VAREF.SetNoticeSink(sink("F.VAREF"));
+  VAREF.SetNoticeSink(writerSink("F.VAREF"));
   VAEXP.SetNoticeSink(writerSink("F.VAEXP"));
   VAPG.SetNoticeSink(writerSink("F.VAPG"));
   VADL.SetNoticeSink(sink("F.VADL"));

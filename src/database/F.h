@@ -3,9 +3,9 @@
 // downloads, visitors and referrers, exceptions (batched), the DNS cache and country codes.
 //
 // One F exists per run; it is created by the scan driver and passed by reference. All its
-// operations are called from the scan's one thread. The records of "Visits", "Pages" and
-// "Exceptions", which the scan only writes, can be built and appended on a writer thread of F's
-// own (WriteInBackground). Table-engine statuses are never errors: each is kept as the shared
+// operations are called from the scan's one thread. The records of "Visits", "Pages",
+// "Exceptions" and "Referrers", which the scan writes without reading them for anything else,
+// can be written on a writer thread of F's own (WriteInBackground). Table-engine statuses are never errors: each is kept as the shared
 // last status (LastStatus()), which later code may read. Operations that report failures catch
 // them, write one line to errors.log under their location word and return their default result;
 // nothing here throws to the caller.
@@ -93,9 +93,9 @@ class F {
 
   // ---- The record writer -------------------------------------------------------------------------
 
-  // On: the records of "Visits", "Pages" and "Exceptions" are built and appended on a writer
+  // On: the records of "Visits", "Pages", "Exceptions" and "Referrers" are written on a writer
   // thread, in the order they were handed over, while the caller goes on; their failures reach
-  // errors.log and their counts reach Totals() at the next WaitForRecords. Those three tables
+  // errors.log and their counts reach Totals() at the next WaitForRecords. Those four tables
   // must then not be used directly before WaitForRecords (F's own operations wait themselves).
   // Off, the default: every record is written before its call returns. The tables get the same
   // bytes either way. Turning it off waits for the records first. When no thread can be started
@@ -211,7 +211,7 @@ class F {
 
   // The record writer. NewJob gives the job to fill, SubmitJob hands it over (with the writer
   // off it runs at once). RunJob and the Write* functions run on the writer thread when it is
-  // on, and touch nothing but the three tables, the ticket ring and writerCounts_.
+  // on, and touch nothing but the four tables, the ticket ring and writerCounts_.
   RecordJob& NewJob();
   void SubmitJob();
   int RunJob(RecordJob& job);
@@ -219,6 +219,7 @@ class F {
   int WriteVisitEnd(const RecordJob& job);
   int WritePageBatch(const RecordJob& job);
   int WriteExceptionBatch(const RecordJob& job);
+  int WriteReferrer(const RecordJob& job);
   // A failure or an engine notice met while writing: logged at once on the caller's thread,
   // kept for WaitForRecords on the writer thread.
   void WriterFailure(const char* location, const std::exception& e);

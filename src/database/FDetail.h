@@ -37,11 +37,11 @@ struct F::ExceptionEntry {
   char value[20];
 };
 
-// One job of the record writer: a record of "Visits", "Pages" or "Exceptions" to write. It
-// carries copies of everything the record is built from (texts blank-padded to their field
-// widths), so it stays valid while the visit it came from changes or is reused.
+// One job of the record writer: a record of "Visits", "Pages", "Exceptions" or "Referrers" to
+// write. It carries copies of everything the record is built from (texts blank-padded to their
+// field widths), so it stays valid while the visit it came from changes or is reused.
 struct F::RecordJob {
-  enum class Kind : uint8_t { kVisitStart, kVisitEnd, kPages, kExceptions };
+  enum class Kind : uint8_t { kVisitStart, kVisitEnd, kPages, kExceptions, kReferrer };
   Kind kind = Kind::kVisitStart;
   uint32_t visit = 0;  // the visit's number in the ticket ring (kVisitStart, kVisitEnd)
   // kPages / kExceptions: the batch (entries 1..count of the array) and the flag that says the
@@ -50,13 +50,13 @@ struct F::RecordJob {
   const PageEntry* pages = nullptr;
   const ExceptionEntry* exceptions = nullptr;
   std::atomic<bool>* batchInUse = nullptr;
-  // kVisitStart and kVisitEnd.
+  // kVisitStart and kVisitEnd; site and startTime for kReferrer too.
   char ip[15];
   char site[20];
   char visitNo[5];
   vb::Date startTime = 0;
   int16_t pageCount = 0;
-  // kVisitStart.
+  // kVisitStart; referrer for kReferrer too.
   bool alert = false;
   bool spider = false;
   int16_t alertNumber = 0;

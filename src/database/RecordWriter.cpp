@@ -1,6 +1,7 @@
-// The database form F: the record writer. The records of "Visits", "Pages" and "Exceptions" are
-// never read back during a scan except by the writes of the same tables (the end of a visit
-// seeks its own record), so they can be built and appended apart from the hit analysis: the
+// The database form F: the record writer. The records of "Visits", "Pages", "Exceptions" and
+// "Referrers" are never read back during a scan except by the writes of the same tables (the end
+// of a visit seeks its own record, a referrer's next visit its referrer's record), so they can be
+// built and written apart from the hit analysis: the
 // analysis copies what a record is made of into a job, and the writer turns the jobs into
 // records, one after the other in the order given. With the writer on, that happens on a thread
 // of its own while the analysis goes on with the next hits; with it off, at once.
@@ -69,6 +70,7 @@ void F::TakeWriterCounts() {
   totals_.visitRecordsAdded += writerCounts_.visitRecordsAdded;
   totals_.pageRecordsAdded += writerCounts_.pageRecordsAdded;
   totals_.exceptionRecordsAdded += writerCounts_.exceptionRecordsAdded;
+  totals_.newReferrers += writerCounts_.newReferrers;
   writerCounts_ = RunTotals{};
 }
 
@@ -123,6 +125,8 @@ int F::RunJob(RecordJob& job) {
       return WritePageBatch(job);
     case RecordJob::Kind::kExceptions:
       return WriteExceptionBatch(job);
+    case RecordJob::Kind::kReferrer:
+      return WriteReferrer(job);
   }
   return dbase::kOk;
 }

@@ -161,7 +161,8 @@ TEST(Records, EndOfAVisitWithARepeatedKeyCompletesTheFirstRecordOfThatKey) {
 }
 
 TEST(Records, WriterThreadWritesTheSameFilesAsWritingAtOnce) {
-  // A busy run: visits that start and end interleaved, batches of pages and of exceptions, a
+  // A busy run: visits that start and end interleaved, their visitors and referrers counted,
+  // batches of pages and of exceptions, a
   // second site, and one visit that stays open while more visits start than the writer keeps
   // tickets for (its end then finds its record by key). Written at once and on the writer's
   // thread, the files must be the same byte for byte.
@@ -185,7 +186,8 @@ TEST(Records, WriterThreadWritesTheSameFilesAsWritingAtOnce) {
       v = MakeVisit("10." + std::to_string(i / 62500) + "." + std::to_string(i / 250 % 250) +
                         "." + std::to_string(i % 250),
                     At(i / 3600 % 24, i / 60 % 60, i % 60));
-      v.visitNumber = 1 + i % 3;
+      v.referrer = "http://ref" + std::to_string(i % 50) + ".example/from.htm";
+      f.UpdateVisitor(v);
       f.AddVisitToDatabase(v, "/entry.htm");
       if (i % 6 == 0) {
         v.pageCount = 2;
@@ -200,12 +202,13 @@ TEST(Records, WriterThreadWritesTheSameFilesAsWritingAtOnce) {
     f.UpdateVisitInDatabase(longest);
     f.CloseDatabase();
     EXPECT_EQ(f.Totals().visitRecordsAdded, visits + 1);
+    EXPECT_EQ(f.Totals().newReferrers, 50 * 2);  // 50 referrers on each of two sites
   };
   DbRun atOnce, writer;
   scan(false, atOnce);
   scan(true, writer);
   for (const char* file : {"VISITS.DBF", "VISITS.MDX", "PAGES.DBF", "PAGES.MDX", "EXCEPTIONS.DBF",
-                           "EXCEPTIONS.MDX"}) {
+                           "EXCEPTIONS.MDX", "REFERRERS.DBF", "REFERRERS.MDX", "VISITOR.DBF"}) {
     SCOPED_TRACE(file);
     const std::string a = tytest::ReadFile(std::filesystem::path(atOnce.Data()) / file);
     EXPECT_GT(a.size(), 1000u);

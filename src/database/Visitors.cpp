@@ -85,37 +85,53 @@ void F::UpdateVisitor(Visit& visit, bool dontUpdateReferrer) {
     // 8.
     lastStatus_ = isNew ? VAVIS.AppendRecord() : VAVIS.ReplaceRecord();
 
-    // 9. The referrer's record.
+    // 9. The referrer's record: nothing here reads it back, so the record writer counts the
+    //    visit there.
     if (dontUpdateReferrer) return;
     const std::string_view referrer = ShortenReferrer(visit.referrer);
     if (referrer.empty()) return;
+    RecordJob& job = NewJob();
+    job.kind = RecordJob::Kind::kReferrer;
+    std::memcpy(job.site, siteKey_.data(), sizeof job.site);
+    PadInto(job.referrer, sizeof job.referrer, referrer);
+    job.startTime = visit.startTime;
+    SubmitJob();
+  } catch (const std::exception& e) {
+    LogFailure("F.UpdateVisitor", e);
+  }
+}
+
+int F::WriteReferrer(const RecordJob& job) {
+  try {
     const auto& r = fields_->referrers;
+    char time[8];
+    vb::FormatTimeTo(job.startTime, time);
     char refKey[kReferrerKeyLength];
-    PadInto(refKey, schema::kReferrerWidth, referrer);
-    std::memcpy(refKey + schema::kReferrerWidth, siteKey_.data(), schema::kSiteWidth);
-    lastStatus_ = VAREF.SeekKey(detail::View(refKey, kReferrerKeyLength));
-    const bool newReferrer = lastStatus_ > 0;
+    std::memcpy(refKey, job.referrer, schema::kReferrerWidth);
+    std::memcpy(refKey + schema::kReferrerWidth, job.site, schema::kSiteWidth);
+    const bool newReferrer = VAREF.SeekKey(detail::View(refKey, kReferrerKeyLength)) > 0;
     if (newReferrer) {
-      ++totals_.newReferrers;
+      ++writerCounts_.newReferrers;
       VAREF.BlankRecord();
-      VAREF.SetDate(r.firstVDate, visit.startTime);
+      VAREF.SetDate(r.firstVDate, job.startTime);
       VAREF.SetText(r.firstVTime, detail::View(time, 8));
       VAREF.SetNumber(r.visits, 0);
-      VAREF.SetText(r.site, currentSite_);
-      VAREF.SetText(r.name, referrer);
+      VAREF.SetText(r.site, detail::View(job.site, sizeof job.site));
+      VAREF.SetText(r.name, detail::View(job.referrer, sizeof job.referrer));
     }
     // Unlike the visitor, a referrer counts a visit that starts at the same second again.
     const vb::Date lastRef = CombineDateTime(VAREF.GetDate(r.lastVDate), VAREF.GetText(r.lastVTime));
     const double visits = VAREF.GetNumber(r.visits);
-    if (visits != -1 && WholeSeconds(visit.startTime) >= WholeSeconds(lastRef)) {
+    if (visits != -1 && WholeSeconds(job.startTime) >= WholeSeconds(lastRef)) {
       VAREF.SetNumber(r.visits, visits + 1);
-      VAREF.SetDate(r.lastVDate, visit.startTime);
+      VAREF.SetDate(r.lastVDate, job.startTime);
       VAREF.SetText(r.lastVTime, detail::View(time, 8));
     }
-    lastStatus_ = newReferrer ? VAREF.AppendRecord() : VAREF.ReplaceRecord();
+    return newReferrer ? VAREF.AppendRecord() : VAREF.ReplaceRecord();
   } catch (const std::exception& e) {
-    LogFailure("F.UpdateVisitor", e);
+    WriterFailure("F.UpdateVisitor", e);
   }
+  return dbase::kOk;
 }
 
 void F::UpdateHackCount(Visit& visit) {
