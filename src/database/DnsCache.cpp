@@ -11,6 +11,22 @@
 
 namespace database {
 
+namespace {
+
+// Whether the record a near seek for the blank-padded IP stood on can hold that IP (its "IP"
+// field trimmed equal to the IP), judged from the tag entry's key alone, which in "Visitor" as
+// this run creates it ("IP + Site") begins with the record's "IP" field. A field that does not begin with a blank holds the IP only when
+// it is exactly the padded IP, and then the seek found it exactly; a field that begins with a
+// blank is left to the record itself. An entry key that is not known says nothing either.
+// Most near seeks of a scan are for addresses not seen before and stand on another address's
+// record: that record is then not read at all.
+bool MayHoldIp(int seekStatus, std::string_view entryKey) {
+  if (seekStatus == dbase::kOk) return true;
+  return entryKey.empty() || entryKey.front() == ' ';
+}
+
+}  // namespace
+
 std::string F::LookupDNS(std::string_view ip, Visit* visit) {
   try {
     // 1. The one-entry memory answers a repeated question without touching the tables.
@@ -23,11 +39,13 @@ std::string F::LookupDNS(std::string_view ip, Visit* visit) {
     char key[schema::kIpWidth];
     PadInto(key, schema::kIpWidth, ip);
     const std::string_view padded = detail::View(key, schema::kIpWidth);
-    lastStatus_ = detail::NearStatus(VAVIS.SeekNear(padded));
+    const int seek = VAVIS.SeekNear(padded);
+    lastStatus_ = detail::NearStatus(seek);
 
     // 3.
     const auto& f = fields_->visitor;
-    if (lastStatus_ == dbase::kOk && vb::Trim(VAVIS.GetText(f.ip)) == ip) {
+    if (lastStatus_ == dbase::kOk && MayHoldIp(seek, VAVIS.EntryKey()) &&
+        vb::Trim(VAVIS.GetText(f.ip)) == ip) {
       const std::string_view dns = vb::Trim(VAVIS.GetText(f.dns));
       const std::string_view name = vb::Trim(VAVIS.GetText(f.name));
       std::string result;
@@ -46,6 +64,8 @@ std::string F::LookupDNS(std::string_view ip, Visit* visit) {
     // 4. The previous run's visitors.
     if (oldVisitorTable_) {
       const auto& o = fields_->visOld;
+      // The previous run's index may come from elsewhere, with keys of another form: each
+      // record found is read.
       lastStatus_ = detail::NearStatus(VAOLD.SeekNear(padded));
       if (lastStatus_ == dbase::kOk && vb::Trim(VAOLD.GetText(o.ip)) == ip) {
         memoIp_.assign(ip);

@@ -1586,6 +1586,14 @@ bool Table::Eof() const { return !impl_->open || impl_->eof; }
 long Table::RecordCount() const { return impl_->open ? long(impl_->dbf.RecordCount()) : 0; }
 long Table::RecNo() const { return impl_->open ? long(impl_->recno) : 0; }
 
+std::string_view Table::EntryKey() const {
+  const Impl& m = *impl_;
+  if (!m.open || m.selected < 0 || m.recno == 0 || m.eof) return {};
+  const TagIndex& ix = *m.tags[size_t(m.selected)].index;
+  if (m.posVersion != ix.Version() || !m.pos.Valid()) return {};
+  return {ix.KeyAt(m.pos), size_t(ix.KeyLength())};
+}
+
 std::string Table::CurrentKey() const {
   const Impl& m = *impl_;
   if (!m.open || m.selected < 0) return {};

@@ -196,6 +196,11 @@ class Table {
   long RecNo() const;      // 1-based physical number of the current record, 0 when none
   // The key of the buffer in the selected tag ("" in record-number order).
   std::string CurrentKey() const;
+  // The key of the tag entry that a seek, near seek or move in the selected tag left the table
+  // standing on, as the tag holds it, read from the index without reading the record. Empty when
+  // the table does not stand on an entry, or the tag has changed since. Valid until the next
+  // operation on the table.
+  std::string_view EntryKey() const;
 
   // ---- finding an appended record again without a search ---------------------------------
   // Right after a successful AppendRecord: a ticket (> 0) naming the new record when the

@@ -102,12 +102,17 @@ void VerifyTag(Table& t, const std::vector<Entry>& exp, size_t prefix, std::mt19
     ASSERT_NE(nearE, exp.end());
     EXPECT_EQ(t.SeekNear(pre), kOk);
     EXPECT_EQ(t.RecNo(), nearE->recno);
+    // The entry's key comes from the index, and only while the table stands on that entry.
+    EXPECT_EQ(t.EntryKey(), nearE->key);
+    t.GoTo(long(nearE->recno));
+    EXPECT_EQ(t.EntryKey(), "");
     // Moving on from a seek follows the order.
     size_t at = size_t(first - exp.begin());
     t.SeekKey(e.key);
     if (at + 3 < exp.size()) {
       EXPECT_EQ(t.Skip(3), kOk);
       EXPECT_EQ(t.RecNo(), exp[at + 3].recno);
+      EXPECT_EQ(t.EntryKey(), exp[at + 3].key);
     }
     if (at >= 2) {
       t.SeekKey(e.key);
