@@ -1,6 +1,5 @@
 // The database form F: exception records. AddException composes the exception's message text,
 // counts it and caches the record; WriteEXCCache appends the cached records in one batch.
-#include <algorithm>
 #include <cstring>
 #include <variant>
 
@@ -105,18 +104,8 @@ void F::WriteEXCCache() {
     RecordJob& job = NewJob();
     job.kind = RecordJob::Kind::kExceptions;
     job.count = exceptionCount_;
-    job.exceptions = exceptions_.get();
-    job.batchInUse = nullptr;
-    if (writer_) {
-      const int k = nextExceptionBatch_;
-      nextExceptionBatch_ ^= 1;
-      if (exceptionBatchInUse_[k].load(std::memory_order_acquire)) WaitForRecords();
-      std::copy(exceptions_.get(), exceptions_.get() + exceptionCount_,
-                exceptionBatches_[k].get());
-      exceptionBatchInUse_[k].store(true, std::memory_order_relaxed);
-      job.exceptions = exceptionBatches_[k].get();
-      job.batchInUse = &exceptionBatchInUse_[k];
-    }
+    job.exceptions = HandOverBatch(exceptions_.get(), exceptionCount_, exceptionCopies_,
+                                   job.batchInUse);
     SubmitJob();
     exceptionCount_ = 1;
   } catch (const std::exception& e) {

@@ -202,6 +202,8 @@ class F {
   struct ExceptionEntry;
   struct Fields;
   struct RecordJob;
+  template <class Entry>
+  struct BatchCopies;
 
   bool CreateDatabase();
   void WriteEXCCache();
@@ -224,6 +226,12 @@ class F {
   // kept for WaitForRecords on the writer thread.
   void WriterFailure(const char* location, const std::exception& e);
   void WriterNotice(const char* control, const std::string& message);
+  // The batch of the first `count` entries of `cache` as the writer gets it: the cache itself
+  // when the writer runs on this thread; otherwise a copy in the next of the two arrays (waiting
+  // for the writer when that one is still being written), with its busy flag in `inUse`.
+  template <class Entry>
+  const Entry* HandOverBatch(const Entry* cache, int count, BatchCopies<Entry>& copies,
+                             std::atomic<bool>*& inUse);
   // Writes the failures and notices the writer kept to errors.log.
   void ReportWriterFailures();
   // Adds the writer's counts to the run totals.
@@ -267,12 +275,14 @@ class F {
   std::unique_ptr<uint64_t[]> tickets_;
   uint32_t visitsNumbered_ = 0;
   RunTotals writerCounts_;
-  std::unique_ptr<PageEntry[]> pageBatches_[2];
-  std::atomic<bool> pageBatchInUse_[2] = {false, false};
-  int nextPageBatch_ = 0;
-  std::unique_ptr<ExceptionEntry[]> exceptionBatches_[2];
-  std::atomic<bool> exceptionBatchInUse_[2] = {false, false};
-  int nextExceptionBatch_ = 0;
+  template <class Entry>
+  struct BatchCopies {
+    std::unique_ptr<Entry[]> arrays[2];  // taken when the writer's thread starts
+    std::atomic<bool> inUse[2] = {false, false};
+    int next = 0;
+  };
+  BatchCopies<PageEntry> pageCopies_;
+  BatchCopies<ExceptionEntry> exceptionCopies_;
   // Failures and engine notices met on the writer thread, in order: where (location or
   // control) and either the failure or the notice's message.
   struct WriterReport {

@@ -2,6 +2,7 @@
 // indexes resolved once when the tables open, and small helpers. Not for use outside F.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <string_view>
@@ -98,6 +99,21 @@ struct F::Fields {
   } visOld{};
   int ipccCountry = -1;
 };
+
+template <class Entry>
+const Entry* F::HandOverBatch(const Entry* cache, int count, BatchCopies<Entry>& copies,
+                              std::atomic<bool>*& inUse) {
+  inUse = nullptr;
+  if (!writer_) return cache;
+  const int k = copies.next;
+  copies.next ^= 1;
+  if (copies.inUse[k].load(std::memory_order_acquire)) WaitForRecords();
+  Entry* copy = copies.arrays[k].get();
+  std::copy(cache, cache + count, copy);
+  copies.inUse[k].store(true, std::memory_order_relaxed);
+  inUse = &copies.inUse[k];
+  return copy;
+}
 
 namespace detail {
 

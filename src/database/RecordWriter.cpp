@@ -34,8 +34,9 @@ void F::WriteInBackground(bool on) {
     try {
       // The arrays that carry batches to the writer are taken now, not while the scan runs.
       for (int k = 0; k < 2; ++k) {
-        if (!pageBatches_[k]) pageBatches_[k].reset(new PageEntry[kCacheEntries]);
-        if (!exceptionBatches_[k]) exceptionBatches_[k].reset(new ExceptionEntry[kCacheEntries]);
+        if (!pageCopies_.arrays[k]) pageCopies_.arrays[k].reset(new PageEntry[kCacheEntries]);
+        if (!exceptionCopies_.arrays[k])
+          exceptionCopies_.arrays[k].reset(new ExceptionEntry[kCacheEntries]);
       }
       writer_ = std::make_unique<JobLine<RecordJob>>([this](RecordJob& job) { RunJob(job); });
     } catch (const std::exception&) {

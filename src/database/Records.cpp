@@ -1,6 +1,5 @@
 // The database form F: visit, page and download records. Visits and downloads are written at
 // once; page views collect in a fixed cache of 5,001 entries and are appended in batches.
-#include <algorithm>
 #include <cstring>
 
 #include "database/F.h"
@@ -94,17 +93,7 @@ void F::WritePageCache() {
     RecordJob& job = NewJob();
     job.kind = RecordJob::Kind::kPages;
     job.count = pageCount_;
-    job.pages = pages_.get();
-    job.batchInUse = nullptr;
-    if (writer_) {
-      const int k = nextPageBatch_;
-      nextPageBatch_ ^= 1;
-      if (pageBatchInUse_[k].load(std::memory_order_acquire)) WaitForRecords();
-      std::copy(pages_.get(), pages_.get() + pageCount_, pageBatches_[k].get());
-      pageBatchInUse_[k].store(true, std::memory_order_relaxed);
-      job.pages = pageBatches_[k].get();
-      job.batchInUse = &pageBatchInUse_[k];
-    }
+    job.pages = HandOverBatch(pages_.get(), pageCount_, pageCopies_, job.batchInUse);
     SubmitJob();
     // The counter restarts at 1, not 0: entry 0 keeps the first page of the first batch and goes
     // out again with every later batch. Kept as the product's files have always been written.
