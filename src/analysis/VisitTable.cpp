@@ -61,6 +61,11 @@ int32_t VisitTable::Append(int32_t siteIndex, std::string_view clientAddress) {
     // Reset here rather than when its visit ended: the record's memory is about to be written
     // anyway, so it is brought into the cache once instead of twice.
     s.visit->Reset();
+    // The records the next two new visits will take are fetched meanwhile: the next one's texts
+    // (its record came in at the append before), the one after's record.
+    const size_t n = pool_.size();
+    if (n >= 1) pool_[n - 1]->PrefetchTexts();
+    if (n >= 2) PrefetchRecord(*pool_[n - 2]);
   }
   s.visit->siteIndex = siteIndex;
   s.visit->clientAddress.assign(clientAddress);
@@ -70,6 +75,11 @@ int32_t VisitTable::Append(int32_t siteIndex, std::string_view clientAddress) {
   ++open_;
   Index(i);
   return i;
+}
+
+void VisitTable::PrefetchRecord(const database::Visit& v) {
+  const char* p = reinterpret_cast<const char*>(&v);
+  for (size_t at = 0; at < sizeof v; at += 64) __builtin_prefetch(p + at, 1);
 }
 
 // ---- the address index -------------------------------------------------------------------------

@@ -158,6 +158,9 @@ class VisitTable {
   // through Slot::nextSame in table order. Linear probing; the size is a power of two.
   std::vector<Bucket> buckets_;
   size_t bucketsUsed_ = 0;
+  // A hint: fetches a pooled record's own memory (not its texts') into the cache.
+  static void PrefetchRecord(const database::Visit& v);
+
   std::vector<std::unique_ptr<database::Visit>> pool_;  // dropped visits with their buffers, reset when taken
   std::vector<int32_t> renumber_;           // Compact's old -> new numbers, kept for its buffer
 };

@@ -76,6 +76,15 @@ struct Visit {
   // visit (0 = none), so that UpdateVisitInDatabase can find it again without a search.
   uint64_t visitsTicket = 0;
 
+  // A hint, changing nothing: fetches the memory of the texts' buffers into the cache, for a
+  // record about to be reset and filled.
+  void PrefetchTexts() const {
+    for (const std::string* text : {&clientAddress, &hostName, &groupMask, &friendlyName,
+                                    &referrer, &browser, &agent, &currentPage, &query, &method,
+                                    &visitorKey, &spiderName, &userName, &countryCode, &countryName})
+      __builtin_prefetch(text->data(), 1);
+  }
+
   // Every field back to its initial value, as in a new Visit, while the texts keep their buffers
   // (a visit table reuses ended visits' records). A field added above must be added here too.
   void Reset() {
