@@ -1391,14 +1391,17 @@ int Table::SeekKey(std::string_view key) {
   // The key as the tag holds it: cut or blank-padded to the key length.
   m.scratch.assign(key.substr(0, k));
   m.scratch.resize(k, ' ');
-  // Standing on the first entry of that key already (a near seek on part of it just before):
-  // no search.
-  if (m.posVersion == ix.Version() && m.pos.Valid() && m.recno != 0 &&
-      std::memcmp(ix.KeyAt(m.pos), m.scratch.data(), k) == 0) {
-    TagIndex::Pos before = m.pos;
-    if (!ix.Prev(before) || std::memcmp(ix.KeyAt(before), m.scratch.data(), k) != 0) {
-      m.SetAt(m.pos);
-      return kOk;
+  // Standing on the first entry at or after that key already (a near seek on part of it just
+  // before, which found it or the place where it would be): no search. That is the entry the
+  // search would find when it does not come before the key and the entry before it does.
+  if (m.posVersion == ix.Version() && m.pos.Valid() && m.recno != 0) {
+    const int here = ix.Compare(ix.KeyAt(m.pos), m.scratch.data(), int(k));
+    if (here >= 0) {
+      TagIndex::Pos before = m.pos;
+      if (!ix.Prev(before) || ix.Compare(ix.KeyAt(before), m.scratch.data(), int(k)) < 0) {
+        m.SetAt(m.pos);
+        return here == 0 ? kOk : kAfter;
+      }
     }
   }
   TagIndex::Pos p = ix.LowerBound(m.scratch.data(), int(k), 0);

@@ -104,6 +104,20 @@ void VerifyTag(Table& t, const std::vector<Entry>& exp, size_t prefix, std::mt19
     EXPECT_EQ(t.RecNo(), nearE->recno);
     // The entry's key comes from the index, and only while the table stands on that entry.
     EXPECT_EQ(t.EntryKey(), nearE->key);
+    // A seek of the prefix, blank-padded, right after: found or not, where a search lands.
+    {
+      std::string padded = pre;
+      padded.resize(e.key.size(), ' ');
+      auto at = lower(padded, padded.size());
+      const int s = t.SeekKey(pre);
+      if (at == exp.end()) {
+        EXPECT_EQ(s, kEof);
+      } else {
+        EXPECT_EQ(s, at->key == padded ? kOk : kAfter);
+        EXPECT_EQ(t.RecNo(), at->recno);
+      }
+      t.SeekNear(pre);
+    }
     t.GoTo(long(nearE->recno));
     EXPECT_EQ(t.EntryKey(), "");
     // Moving on from a seek follows the order.
