@@ -213,7 +213,10 @@ class F {
 
   // The record writer. NewJob gives the job to fill, SubmitJob hands it over (with the writer
   // off it runs at once). RunJob and the Write* functions run on the writer thread when it is
-  // on, and touch nothing but the four tables, the ticket ring and writerCounts_.
+  // on, and touch nothing but the four tables, the ticket ring and writerCounts_. They return
+  // the status of their last table operation, or kNoStatus when none ran (an empty batch, a
+  // failure caught): the shared last status then stays as it was.
+  static constexpr int kNoStatus = -1000000;
   RecordJob& NewJob();
   void SubmitJob();
   int RunJob(RecordJob& job);
@@ -266,11 +269,10 @@ class F {
 
   std::unique_ptr<Fields> fields_;  // field indexes, resolved once at open
 
-  // The record writer: its thread (null when off), the job filled when it is off, the ring of
-  // "Visits" tickets by visit number, and the counts of records it appended since they were last
-  // added to totals_. Batches of pages and exceptions go to the writer as copies in these arrays;
-  // each one's flag says it is not yet written.
-  std::unique_ptr<JobLine<RecordJob>> writer_;
+  // The record writer's state (its thread is writer_, the last member): the job filled when it
+  // is off, the ring of "Visits" tickets by visit number, and the counts of records it appended
+  // since they were last added to totals_. Batches of pages and exceptions go to the writer as
+  // copies in these arrays; each one's flag says it is not yet written.
   std::unique_ptr<RecordJob> inlineJob_;
   std::unique_ptr<uint64_t[]> tickets_;
   uint32_t visitsNumbered_ = 0;
@@ -292,6 +294,7 @@ class F {
   };
   std::mutex writerReportsMutex_;
   std::vector<WriterReport> writerReports_;
+  std::atomic<bool> writerReported_{false};  // writerReports_ holds something
 
   // One-entry DNS memory: the last IP answered, its host name and friendly name.
   std::string memoIp_;
@@ -301,6 +304,10 @@ class F {
   // Reused buffers of the per-hit path.
   std::string referrer_;
   std::string key_;
+
+  // The record writer's thread, null when off. Last, so that it ends first: jobs still waiting
+  // when the form is destroyed run while everything they use is still there.
+  std::unique_ptr<JobLine<RecordJob>> writer_;
 };
 
 }  // namespace database

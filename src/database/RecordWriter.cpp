@@ -25,6 +25,20 @@ namespace {
 // Sets a "C" field to "Y" or "N".
 void SetFlag(dbase::Table& t, int field, bool value) { t.SetText(field, value ? "Y" : "N"); }
 
+// Frees a batch's array for the next batch when its writing ends, however it ends.
+class BatchWritten {
+ public:
+  explicit BatchWritten(std::atomic<bool>* inUse) : inUse_(inUse) {}
+  ~BatchWritten() {
+    if (inUse_ != nullptr) inUse_->store(false, std::memory_order_release);
+  }
+  BatchWritten(const BatchWritten&) = delete;
+  BatchWritten& operator=(const BatchWritten&) = delete;
+
+ private:
+  std::atomic<bool>* inUse_;
+};
+
 }  // namespace
 
 // ---- Handing jobs over -----------------------------------------------------------------------
@@ -61,9 +75,11 @@ F::RecordJob& F::NewJob() { return writer_ ? writer_->Slot() : *inlineJob_; }
 void F::SubmitJob() {
   if (writer_) {
     writer_->Push();
+    // What the writer met is written to errors.log soon after, not only at the next wait.
+    if (writerReported_.load(std::memory_order_relaxed)) ReportWriterFailures();
     return;
   }
-  lastStatus_ = RunJob(*inlineJob_);
+  if (const int status = RunJob(*inlineJob_); status != kNoStatus) lastStatus_ = status;
   TakeWriterCounts();
 }
 
@@ -82,6 +98,7 @@ void F::WriterFailure(const char* location, const std::exception& e) {
   }
   const std::lock_guard<std::mutex> lock(writerReportsMutex_);
   writerReports_.push_back({location, std::current_exception(), {}});
+  writerReported_.store(true, std::memory_order_relaxed);
 }
 
 void F::WriterNotice(const char* control, const std::string& message) {
@@ -91,12 +108,14 @@ void F::WriterNotice(const char* control, const std::string& message) {
   }
   const std::lock_guard<std::mutex> lock(writerReportsMutex_);
   writerReports_.push_back({control, nullptr, message});
+  writerReported_.store(true, std::memory_order_relaxed);
 }
 
 void F::ReportWriterFailures() {
   std::vector<WriterReport> reports;
   {
     const std::lock_guard<std::mutex> lock(writerReportsMutex_);
+    writerReported_.store(false, std::memory_order_relaxed);
     if (writerReports_.empty()) return;
     reports.swap(writerReports_);
   }
@@ -129,7 +148,7 @@ int F::RunJob(RecordJob& job) {
     case RecordJob::Kind::kReferrer:
       return WriteReferrer(job);
   }
-  return dbase::kOk;
+  return kNoStatus;
 }
 
 int F::WriteVisitStart(const RecordJob& job) {
@@ -164,7 +183,7 @@ int F::WriteVisitStart(const RecordJob& job) {
   } catch (const std::exception& e) {
     WriterFailure("F.AddVisitToDatabase", e);
   }
-  return dbase::kOk;
+  return kNoStatus;
 }
 
 int F::WriteVisitEnd(const RecordJob& job) {
@@ -202,11 +221,12 @@ int F::WriteVisitEnd(const RecordJob& job) {
   } catch (const std::exception& e) {
     WriterFailure("F.UpdateVisitInDatabase", e);
   }
-  return dbase::kOk;
+  return kNoStatus;
 }
 
 int F::WritePageBatch(const RecordJob& job) {
-  int status = dbase::kOk;
+  const BatchWritten done(job.batchInUse);
+  int status = kNoStatus;
   try {
     const auto& f = fields_->pages;
     for (int i = 1; i <= job.count; ++i) {
@@ -229,12 +249,12 @@ int F::WritePageBatch(const RecordJob& job) {
   } catch (const std::exception& e) {
     WriterFailure("Btree.WritePageCache", e);
   }
-  if (job.batchInUse != nullptr) job.batchInUse->store(false, std::memory_order_release);
   return status;
 }
 
 int F::WriteExceptionBatch(const RecordJob& job) {
-  int status = dbase::kOk;
+  const BatchWritten done(job.batchInUse);
+  int status = kNoStatus;
   try {
     const auto& f = fields_->exceptions;
     for (int i = 1; i <= job.count; ++i) {
@@ -260,7 +280,6 @@ int F::WriteExceptionBatch(const RecordJob& job) {
   } catch (const std::exception& e) {
     WriterFailure("f.WriteEXCCache", e);
   }
-  if (job.batchInUse != nullptr) job.batchInUse->store(false, std::memory_order_release);
   return status;
 }
 

@@ -131,7 +131,7 @@ int F::WriteReferrer(const RecordJob& job) {
   } catch (const std::exception& e) {
     WriterFailure("F.UpdateVisitor", e);
   }
-  return dbase::kOk;
+  return kNoStatus;
 }
 
 void F::UpdateHackCount(Visit& visit) {
