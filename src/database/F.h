@@ -95,7 +95,8 @@ class F {
 
   // On: the records of "Visits", "Pages", "Exceptions" and "Referrers" are written on a writer
   // thread, in the order they were handed over, while the caller goes on; their failures reach
-  // errors.log and their counts reach Totals() at the next WaitForRecords. Those four tables
+  // errors.log with the next record handed over, and their counts reach Totals() at the next
+  // WaitForRecords. Those four tables
   // must then not be used directly before WaitForRecords (F's own operations wait themselves).
   // Off, the default: every record is written before its call returns. The tables get the same
   // bytes either way. Turning it off waits for the records first. When no thread can be started
