@@ -1,10 +1,10 @@
 // The database form F: the record writer. The records of "Visits", "Pages", "Exceptions" and
 // "Referrers" are never read back during a scan except by the writes of the same tables (the end
 // of a visit seeks its own record, a referrer's next visit its referrer's record), so they can be
-// built and written apart from the hit analysis: the
-// analysis copies what a record is made of into a job, and the writer turns the jobs into
-// records, one after the other in the order given. With the writer on, that happens on a thread
-// of its own while the analysis goes on with the next hits; with it off, at once.
+// built and written apart from the hit analysis: the analysis copies what a record is made of
+// into a job, and the writer turns the jobs into records, one after the other in the order
+// given. With the writer on, that happens on a thread of its own while the analysis goes on with
+// the next hits; with it off, at once.
 #include <cstring>
 #include <exception>
 #include <memory>
