@@ -65,7 +65,7 @@ int32_t VisitTable::Append(int32_t siteIndex, std::string_view clientAddress) {
     // (its record came in at the append before), the one after's record.
     const size_t n = pool_.size();
     if (n >= 1) pool_[n - 1]->PrefetchTexts();
-    if (n >= 2) PrefetchRecord(*pool_[n - 2]);
+    if (n >= 2) FetchRecord(*pool_[n - 2]);
   }
   s.visit->siteIndex = siteIndex;
   s.visit->clientAddress.assign(clientAddress);
@@ -75,11 +75,6 @@ int32_t VisitTable::Append(int32_t siteIndex, std::string_view clientAddress) {
   ++open_;
   Index(i);
   return i;
-}
-
-void VisitTable::PrefetchRecord(const database::Visit& v) {
-  const char* p = reinterpret_cast<const char*>(&v);
-  for (size_t at = 0; at < sizeof v; at += 64) __builtin_prefetch(p + at, 1);
 }
 
 // ---- the address index -------------------------------------------------------------------------

@@ -125,11 +125,13 @@ class VisitTable {
   // (which reads the record, so it comes after the fetch).
   static constexpr size_t kFetchAhead = 8;
   static constexpr size_t kPrepareAhead = 4;
-  // Asks the processor to fetch the record of visit `i` into its cache.
-  void FetchVisit(int32_t i) const {
-    const char* p = reinterpret_cast<const char*>(slots_[static_cast<size_t>(i)].visit.get());
+  // Asks the processor to fetch a visit record's own memory (not its texts') into its cache.
+  static void FetchRecord(const database::Visit& v) {
+    const char* p = reinterpret_cast<const char*>(&v);
     for (size_t at = 0; at < sizeof(database::Visit); at += 64) __builtin_prefetch(p + at);
   }
+  // The same for the record of visit `i`.
+  void FetchVisit(int32_t i) const { FetchRecord(*slots_[static_cast<size_t>(i)].visit); }
 
   // RemoveMarked in two halves: the marked visits that are still open and still ended, in table
   // order; then dropping them (and closing the gaps when they are the majority).
@@ -158,9 +160,6 @@ class VisitTable {
   // through Slot::nextSame in table order. Linear probing; the size is a power of two.
   std::vector<Bucket> buckets_;
   size_t bucketsUsed_ = 0;
-  // A hint: fetches a pooled record's own memory (not its texts') into the cache.
-  static void PrefetchRecord(const database::Visit& v);
-
   std::vector<std::unique_ptr<database::Visit>> pool_;  // dropped visits with their buffers, reset when taken
   std::vector<int32_t> renumber_;           // Compact's old -> new numbers, kept for its buffer
 };
