@@ -72,8 +72,9 @@ struct Visit {
   bool pagesAlertRaised = false;     // alert 131: the visit passed the site's page limit
   bool durationAlertRaised = false;  // alert 130: the visit lasted longer than the site's limit
 
-  // Written by AddVisitToDatabase: the "Visits" table's ticket for the record appended for the
-  // visit (0 = none), so that UpdateVisitInDatabase can find it again without a search.
+  // Written by AddVisitToDatabase: the visit's number with the record writer (0 = none), under
+  // which the writer keeps the "Visits" table's ticket for the visit's record, so that
+  // UpdateVisitInDatabase can find the record again without a search.
   uint64_t visitsTicket = 0;
 
   // A hint, changing nothing: fetches the memory of the texts' buffers into the cache, for a
