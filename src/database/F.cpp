@@ -48,7 +48,7 @@ F::F(startup::World& world)
   VAREF.SetNoticeSink(writerSink("F.VAREF"));
   VAEXP.SetNoticeSink(writerSink("F.VAEXP"));
   VAPG.SetNoticeSink(writerSink("F.VAPG"));
-  VADL.SetNoticeSink(sink("F.VADL"));
+  VADL.SetNoticeSink(writerSink("F.VADL"));
   VADAY.SetNoticeSink(sink("F.VADAY"));
   IPCC.SetNoticeSink(sink("F.IPCC"));
   VAOLD.SetNoticeSink(sink("F.VAOLD"));

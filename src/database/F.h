@@ -4,8 +4,8 @@
 //
 // One F exists per run; it is created by the scan driver and passed by reference. All its
 // operations are called from the scan's one thread. The records of "Visits", "Pages",
-// "Exceptions" and "Referrers", which the scan writes without reading them for anything else,
-// can be written on a writer thread of F's own (WriteInBackground). Table-engine statuses are never errors: each is kept as the shared
+// "Exceptions", "Referrers" and "Downloads", which the scan writes without reading them for
+// anything else, can be written on a writer thread of F's own (WriteInBackground). Table-engine statuses are never errors: each is kept as the shared
 // last status (LastStatus()), which later code may read. Operations that report failures catch
 // them, write one line to errors.log under their location word and return their default result;
 // nothing here throws to the caller.
@@ -93,14 +93,14 @@ class F {
 
   // ---- The record writer -------------------------------------------------------------------------
 
-  // On: the records of "Visits", "Pages", "Exceptions" and "Referrers" are written on a writer
-  // thread, in the order they were handed over, while the caller goes on; their failures reach
-  // errors.log with the next record handed over, and their counts reach Totals() at the next
-  // WaitForRecords. Those four tables
-  // must then not be used directly before WaitForRecords (F's own operations wait themselves).
-  // Off, the default: every record is written before its call returns. The tables get the same
-  // bytes either way. Turning it off waits for the records first. When no thread can be started
-  // the writing stays on the caller's thread.
+  // On: the records of "Visits", "Pages", "Exceptions", "Referrers" and "Downloads" are written
+  // on a writer thread, in the order they were handed over, while the caller goes on; their
+  // failures reach errors.log with the next record handed over, and their counts reach Totals()
+  // at the next WaitForRecords. Those five tables must then not be used directly before
+  // WaitForRecords (F's own operations wait themselves). Off, the default: every record is
+  // written before its call returns. The tables get the same bytes either way. Turning it off
+  // waits for the records first. When no thread can be started the writing stays on the
+  // caller's thread.
   void WriteInBackground(bool on);
   bool WritingInBackground() const { return writer_ != nullptr; }
   // Returns when every record handed to the writer is in its table, after writing the failures
@@ -214,7 +214,7 @@ class F {
 
   // The record writer. NewJob gives the job to fill, SubmitJob hands it over (with the writer
   // off it runs at once). RunJob and the Write* functions run on the writer thread when it is
-  // on, and touch nothing but the four tables, the ticket ring and writerCounts_. They return
+  // on, and touch nothing but the five tables, the ticket ring and writerCounts_. They return
   // the status of their last table operation, or kNoStatus when none ran (an empty batch, a
   // failure caught): the shared last status then stays as it was.
   static constexpr int kNoStatus = -1000000;
@@ -226,6 +226,7 @@ class F {
   int WritePageBatch(const RecordJob& job);
   int WriteExceptionBatch(const RecordJob& job);
   int WriteReferrer(const RecordJob& job);
+  int WriteDownload(const RecordJob& job);
   // A failure or an engine notice met while writing: logged at once on the caller's thread,
   // kept for WaitForRecords on the writer thread.
   void WriterFailure(const char* location, const std::exception& e);

@@ -38,11 +38,11 @@ struct F::ExceptionEntry {
   char value[20];
 };
 
-// One job of the record writer: a record of "Visits", "Pages", "Exceptions" or "Referrers" to
-// write. It carries copies of everything the record is built from (texts blank-padded to their
+// One job of the record writer: a record of "Visits", "Pages", "Exceptions", "Referrers" or
+// "Downloads" to write. It carries copies of everything the record is built from (texts blank-padded to their
 // field widths), so it stays valid while the visit it came from changes or is reused.
 struct F::RecordJob {
-  enum class Kind : uint8_t { kVisitStart, kVisitEnd, kPages, kExceptions, kReferrer };
+  enum class Kind : uint8_t { kVisitStart, kVisitEnd, kPages, kExceptions, kReferrer, kDownload };
   Kind kind = Kind::kVisitStart;
   uint32_t visit = 0;  // the visit's number in the ticket ring (kVisitStart, kVisitEnd)
   // kPages / kExceptions: the batch (entries 1..count of the array) and the flag that says the
@@ -51,7 +51,8 @@ struct F::RecordJob {
   const PageEntry* pages = nullptr;
   const ExceptionEntry* exceptions = nullptr;
   std::atomic<bool>* batchInUse = nullptr;
-  // kVisitStart and kVisitEnd; site and startTime for kReferrer too.
+  // kVisitStart and kVisitEnd; site and startTime for kReferrer; ip, site and visitNo for
+  // kDownload.
   char ip[15];
   char site[20];
   char visitNo[5];
@@ -65,11 +66,14 @@ struct F::RecordJob {
   char browser[5];
   char spiderName[15];
   char referrer[50];
-  // kVisitEnd.
+  // kVisitEnd; lastHitTime for kDownload too.
   vb::Date lastHitTime = 0;
   bool hackRaised = false;
   char flags[2];
   char lastPage[20];
+  // kDownload.
+  int32_t status = 0;
+  char download[30];
 };
 
 // Field indexes of every table, resolved when the tables are opened.

@@ -1,6 +1,7 @@
-// The database form F: the record writer. The records of "Visits", "Pages", "Exceptions" and
-// "Referrers" are never read back during a scan except by the writes of the same tables (the end
-// of a visit seeks its own record, a referrer's next visit its referrer's record), so they can be
+// The database form F: the record writer. The records of "Visits", "Pages", "Exceptions",
+// "Referrers" and "Downloads" are never read back during a scan except by the writes of the same
+// tables (the end of a visit seeks its own record, a referrer's next visit its referrer's
+// record), so they can be
 // built and written apart from the hit analysis: the analysis copies what a record is made of
 // into a job, and the writer turns the jobs into records, one after the other in the order
 // given. With the writer on, that happens on a thread of its own while the analysis goes on with
@@ -147,6 +148,8 @@ int F::RunJob(RecordJob& job) {
       return WriteExceptionBatch(job);
     case RecordJob::Kind::kReferrer:
       return WriteReferrer(job);
+    case RecordJob::Kind::kDownload:
+      return WriteDownload(job);
   }
   return kNoStatus;
 }
@@ -220,6 +223,26 @@ int F::WriteVisitEnd(const RecordJob& job) {
     return VAVISITS.ReplaceRecord();
   } catch (const std::exception& e) {
     WriterFailure("F.UpdateVisitInDatabase", e);
+  }
+  return kNoStatus;
+}
+
+int F::WriteDownload(const RecordJob& job) {
+  try {
+    const auto& f = fields_->downloads;
+    char time[8];
+    vb::FormatTimeTo(job.lastHitTime, time);
+    VADL.BlankRecord();
+    VADL.SetText(f.ip, detail::View(job.ip, sizeof job.ip));
+    VADL.SetText(f.site, detail::View(job.site, sizeof job.site));
+    VADL.SetDate(f.visitDate, job.lastHitTime);
+    VADL.SetText(f.visitTime, detail::View(time, 8));
+    VADL.SetText(f.visitNo, detail::View(job.visitNo, sizeof job.visitNo));
+    VADL.SetText(f.download, detail::View(job.download, sizeof job.download));
+    VADL.SetNumber(f.status, job.status);
+    return VADL.AppendRecord();
+  } catch (const std::exception& e) {
+    WriterFailure("F.AddDownload", e);
   }
   return kNoStatus;
 }

@@ -107,20 +107,17 @@ void F::AddDownload(const Visit& visit) {
   try {
     // 1.
     hooks_->DownloadCounted(visit.siteIndex);
-    // 2.
-    const auto& f = fields_->downloads;
-    char time[8];
+    // 2. The record, by the record writer.
+    RecordJob& job = NewJob();
+    job.kind = RecordJob::Kind::kDownload;
+    PadInto(job.ip, sizeof job.ip, visit.clientAddress);
+    std::memcpy(job.site, siteKey_.data(), sizeof job.site);
     char visitNo[24];
-    vb::FormatTimeTo(visit.lastHitTime, time);
-    VADL.BlankRecord();
-    VADL.SetText(f.ip, visit.clientAddress);
-    VADL.SetText(f.site, currentSite_);
-    VADL.SetDate(f.visitDate, visit.lastHitTime);
-    VADL.SetText(f.visitTime, detail::View(time, 8));
-    VADL.SetText(f.visitNo, ZeroPadded(visit.visitNumber, 5, visitNo));
-    VADL.SetText(f.download, DownloadName(visit.currentPage));
-    VADL.SetNumber(f.status, visit.status);
-    lastStatus_ = VADL.AppendRecord();
+    PadInto(job.visitNo, sizeof job.visitNo, ZeroPadded(visit.visitNumber, 5, visitNo));
+    job.lastHitTime = visit.lastHitTime;
+    job.status = visit.status;
+    PadInto(job.download, sizeof job.download, DownloadName(visit.currentPage));
+    SubmitJob();
   } catch (const std::exception& e) {
     LogFailure("F.AddDownload", e);
   }

@@ -162,7 +162,7 @@ TEST(Records, EndOfAVisitWithARepeatedKeyCompletesTheFirstRecordOfThatKey) {
 
 TEST(Records, WriterThreadWritesTheSameFilesAsWritingAtOnce) {
   // A busy run: visits that start and end interleaved, their visitors and referrers counted,
-  // batches of pages and of exceptions, a
+  // downloads, batches of pages and of exceptions, a
   // second site, and one visit that stays open while more visits start than the writer keeps
   // tickets for (its end then finds its record by key). Written at once and on the writer's
   // thread, the files must be the same byte for byte.
@@ -195,6 +195,11 @@ TEST(Records, WriterThreadWritesTheSameFilesAsWritingAtOnce) {
         f.AddPageToDatabase(v);
       }
       if (i % 8 == 0) f.AddException(1, 404, v.startTime, v.currentPage, v.clientAddress, i);
+      if (i % 5 == 0) {
+        v.currentPage = "/files\\setup" + std::to_string(i % 9) + ".exe";
+        v.status = 200 + i % 3;
+        f.AddDownload(v);
+      }
     }
     f.SetCurrentSite("Alpha");  // the key is built with the current site's name
     longest.currentPage = "/at-last.htm";
@@ -208,7 +213,8 @@ TEST(Records, WriterThreadWritesTheSameFilesAsWritingAtOnce) {
   scan(false, atOnce);
   scan(true, writer);
   for (const char* file : {"VISITS.DBF", "VISITS.MDX", "PAGES.DBF", "PAGES.MDX", "EXCEPTIONS.DBF",
-                           "EXCEPTIONS.MDX", "REFERRERS.DBF", "REFERRERS.MDX", "VISITOR.DBF"}) {
+                           "EXCEPTIONS.MDX", "REFERRERS.DBF", "REFERRERS.MDX", "VISITOR.DBF",
+                           "DOWNLOADS.DBF", "DOWNLOADS.MDX"}) {
     SCOPED_TRACE(file);
     const std::string a = tytest::ReadFile(std::filesystem::path(atOnce.Data()) / file);
     EXPECT_GT(a.size(), 1000u);
