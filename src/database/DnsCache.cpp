@@ -15,11 +15,11 @@ namespace {
 
 // Whether the record a near seek for the blank-padded IP stood on can hold that IP (its "IP"
 // field trimmed equal to the IP), judged from the tag entry's key alone, which in "Visitor" as
-// this run creates it ("IP + Site") begins with the record's "IP" field. A field that does not begin with a blank holds the IP only when
-// it is exactly the padded IP, and then the seek found it exactly; a field that begins with a
-// blank is left to the record itself. An entry key that is not known says nothing either.
-// Most near seeks of a scan are for addresses not seen before and stand on another address's
-// record: that record is then not read at all.
+// this run creates it ("IP + Site") begins with the record's "IP" field. A field that does not
+// begin with a blank holds the IP only when it is exactly the padded IP, and then the seek found
+// it exactly; a field that begins with a blank is left to the record itself. An entry key that
+// is not known says nothing either. Most near seeks of a scan are for addresses not seen before
+// and stand on another address's record: that record is then not read at all.
 bool MayHoldIp(int seekStatus, std::string_view entryKey) {
   if (seekStatus == dbase::kOk) return true;
   return entryKey.empty() || entryKey.front() == ' ';

@@ -77,22 +77,25 @@ struct Visit {
   // UpdateVisitInDatabase can find the record again without a search.
   uint64_t visitsTicket = 0;
 
+  // Calls `f` with each text of the record. A text added above must be added here too.
+  template <class Self, class Fn>
+  static void ForEachText(Self& v, Fn f) {
+    for (auto* text : {&v.clientAddress, &v.hostName, &v.groupMask, &v.friendlyName, &v.referrer,
+                       &v.browser, &v.agent, &v.currentPage, &v.query, &v.method, &v.visitorKey,
+                       &v.spiderName, &v.userName, &v.countryCode, &v.countryName})
+      f(*text);
+  }
+
   // A hint, changing nothing: fetches the memory of the texts' buffers into the cache, for a
   // record about to be reset and filled.
   void PrefetchTexts() const {
-    for (const std::string* text : {&clientAddress, &hostName, &groupMask, &friendlyName,
-                                    &referrer, &browser, &agent, &currentPage, &query, &method,
-                                    &visitorKey, &spiderName, &userName, &countryCode, &countryName})
-      __builtin_prefetch(text->data(), 1);
+    ForEachText(*this, [](const std::string& text) { __builtin_prefetch(text.data(), 1); });
   }
 
   // Every field back to its initial value, as in a new Visit, while the texts keep their buffers
   // (a visit table reuses ended visits' records). A field added above must be added here too.
   void Reset() {
-    for (std::string* text : {&clientAddress, &hostName, &groupMask, &friendlyName, &referrer,
-                              &browser, &agent, &currentPage, &query, &method, &visitorKey,
-                              &spiderName, &userName, &countryCode, &countryName})
-      text->clear();
+    ForEachText(*this, [](std::string& text) { text.clear(); });
     siteIndex = 0;
     status = 0;
     processedAt = lastHitTime = lastPageTime = startTime = 0;

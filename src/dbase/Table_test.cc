@@ -22,6 +22,15 @@ std::string Pad(std::string s, size_t w) {
   return s;
 }
 
+// Creates the table `name` with the given layout in `folder` and opens it.
+void CreateAndOpen(Table& t, const std::string& folder, const std::string& name,
+                   const std::vector<std::string>& fields, const std::vector<std::string>& tags) {
+  t.SetLocation(folder);
+  t.SetTableName(name);
+  ASSERT_EQ(t.CreateTable(fields, tags), kOk);
+  ASSERT_EQ(t.OpenTable(), kOk);
+}
+
 // A visit as the model keeps it, with its keys built independently of the engine.
 struct Visit {
   std::string ip, site, date, no;  // date "yyyymmdd" or 8 blanks
@@ -139,10 +148,8 @@ void VerifyTag(Table& t, const std::vector<Entry>& exp, size_t prefix, std::mt19
 class VisitsModel : public ::testing::Test {
  protected:
   void SetUp() override {
-    t.SetLocation(dir.str());
-    t.SetTableName("Visits");
-    ASSERT_EQ(t.CreateTable(testing::kVisitsFields, testing::kVisitsTags), kOk);
-    ASSERT_EQ(t.OpenTable(), kOk);
+    ASSERT_NO_FATAL_FAILURE(
+        CreateAndOpen(t, dir.str(), "Visits", testing::kVisitsFields, testing::kVisitsTags));
   }
   void Append(const Visit& v) {
     t.BlankRecord();
@@ -247,10 +254,8 @@ TEST_F(VisitsModel, ReplaceMovesAKeyInEveryTag) {
 TEST(Table, UniqueKeyPassesToTheNextRecordWhenItsHolderChanges) {
   tytest::TempDir dir;
   Table t;
-  t.SetLocation(dir.str());
-  t.SetTableName("Visitor");
-  ASSERT_EQ(t.CreateTable(testing::kVisitorFields, testing::kVisitorTags), kOk);
-  ASSERT_EQ(t.OpenTable(), kOk);
+  ASSERT_NO_FATAL_FAILURE(
+      CreateAndOpen(t, dir.str(), "Visitor", testing::kVisitorFields, testing::kVisitorTags));
   auto add = [&](const char* ip) {
     t.BlankRecord();
     t.SetText("IP", ip);
@@ -281,9 +286,9 @@ TEST(Table, UniqueKeyPassesToTheNextRecordWhenItsHolderChanges) {
   ASSERT_EQ(t.ReplaceRecord(), kOk);
   ASSERT_EQ(t.SeekKey(k2), kOk);
   EXPECT_EQ(t.RecNo(), 3);
-  // Record 2 takes key 3.3.3.3, held by the later... no: by record 1, the earlier one.
+  // Record 2 takes key 2.2.2.2, held by the later record 3: record 2 comes first and takes it.
   ASSERT_EQ(t.GoTo(2), kOk);
-  t.SetText("IP", "2.2.2.2");  // key 2 is held by record 3; record 2 comes first and takes it
+  t.SetText("IP", "2.2.2.2");
   ASSERT_EQ(t.ReplaceRecord(), kOk);
   ASSERT_EQ(t.SeekKey(k2), kOk);
   EXPECT_EQ(t.RecNo(), 2);
@@ -296,10 +301,8 @@ TEST(Table, UniqueKeyPassesToTheNextRecordWhenItsHolderChanges) {
 TEST(Table, SeekByTicketLandsWhereTheKeySeekLandsEvenAfterDuplicatesAndMovedKeys) {
   tytest::TempDir dir;
   Table t;
-  t.SetLocation(dir.str());
-  t.SetTableName("Visitor");
-  ASSERT_EQ(t.CreateTable(testing::kVisitorFields, testing::kVisitorTags), kOk);
-  ASSERT_EQ(t.OpenTable(), kOk);
+  ASSERT_NO_FATAL_FAILURE(
+      CreateAndOpen(t, dir.str(), "Visitor", testing::kVisitorFields, testing::kVisitorTags));
   auto add = [&](const char* ip) {
     t.BlankRecord();
     t.SetText("IP", ip);
@@ -372,10 +375,8 @@ TEST(Table, TicketSeeksWithDeferredKeysMatchPlainSeeksThroughEveryChange) {
   tytest::TempDir fastDir, plainDir;
   Table fast, plain;
   for (auto [t, d] : {std::pair{&fast, &fastDir}, std::pair{&plain, &plainDir}}) {
-    t->SetLocation(d->str());
-    t->SetTableName("Visits");
-    ASSERT_EQ(t->CreateTable(testing::kVisitsFields, testing::kVisitsTags), kOk);
-    ASSERT_EQ(t->OpenTable(), kOk);
+    ASSERT_NO_FATAL_FAILURE(
+        CreateAndOpen(*t, d->str(), "Visits", testing::kVisitsFields, testing::kVisitsTags));
   }
   std::mt19937 rng(2024);
   std::vector<Visit> model;  // the records as they stand
@@ -567,10 +568,9 @@ TEST(Table, TicketSeeksWithDeferredKeysMatchPlainSeeksThroughEveryChange) {
 TEST(Table, DescendingTagKeepsEqualKeysInRecordOrderAcrossReopen) {
   tytest::TempDir dir;
   Table t;
-  t.SetLocation(dir.str());
-  t.SetTableName("Referrers");
-  ASSERT_EQ(t.CreateTable(testing::kReferrersFields, testing::kReferrersTags), kOk);
-  ASSERT_EQ(t.OpenTable(), kOk);
+  ASSERT_NO_FATAL_FAILURE(
+      CreateAndOpen(t, dir.str(), "Referrers", testing::kReferrersFields,
+                    testing::kReferrersTags));
   std::mt19937 rng(3);
   std::vector<Entry> k1;
   for (int i = 1; i <= 4000; ++i) {
@@ -609,10 +609,8 @@ TEST(Table, DescendingTagKeepsEqualKeysInRecordOrderAcrossReopen) {
 TEST(Table, SkipRunsOffBothEndsInTagAndRecordOrder) {
   tytest::TempDir dir;
   Table t;
-  t.SetLocation(dir.str());
-  t.SetTableName("DaySum");
-  ASSERT_EQ(t.CreateTable(testing::kDaySumFields, testing::kDaySumTags), kOk);
-  ASSERT_EQ(t.OpenTable(), kOk);
+  ASSERT_NO_FATAL_FAILURE(
+      CreateAndOpen(t, dir.str(), "DaySum", testing::kDaySumFields, testing::kDaySumTags));
   EXPECT_EQ(t.GoTop(), kEof);  // empty
   EXPECT_TRUE(t.Eof());
   EXPECT_EQ(t.Skip(), kEof);
@@ -652,10 +650,9 @@ TEST(Table, SkipRunsOffBothEndsInTagAndRecordOrder) {
 TEST(Table, FieldValuesAreStoredAsDbaseWritesThem) {
   tytest::TempDir dir;
   Table t;
-  t.SetLocation(dir.str());
-  t.SetTableName("Exceptions");
-  ASSERT_EQ(t.CreateTable(testing::kExceptionsFields, testing::kExceptionsTags), kOk);
-  ASSERT_EQ(t.OpenTable(), kOk);
+  ASSERT_NO_FATAL_FAILURE(
+      CreateAndOpen(t, dir.str(), "Exceptions", testing::kExceptionsFields,
+                    testing::kExceptionsTags));
   const int num = t.FieldIndex("number"), site = t.FieldIndex("SITE"), date = t.FieldIndex("ExDate");
   ASSERT_GE(num, 0);
   t.BlankRecord();
