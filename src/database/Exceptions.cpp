@@ -104,8 +104,7 @@ void F::WriteEXCCache() {
     RecordJob& job = NewJob();
     job.kind = RecordJob::Kind::kExceptions;
     job.count = exceptionCount_;
-    job.exceptions = HandOverBatch(exceptions_.get(), exceptionCount_, exceptionCopies_,
-                                   job.batchInUse);
+    job.exceptions = HandOverBatch(exceptions_.get(), exceptionCount_, exceptionCopies_);
     SubmitJob();
     exceptionCount_ = 1;
   } catch (const std::exception& e) {

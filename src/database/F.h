@@ -231,12 +231,12 @@ class F {
   // kept for WaitForRecords on the writer thread.
   void WriterFailure(const char* location, const std::exception& e);
   void WriterNotice(const char* control, const std::string& message);
-  // The batch of the first `count` entries of `cache` as the writer gets it: the cache itself
-  // when the writer runs on this thread; otherwise a copy in the next of the two arrays (waiting
-  // for the writer when that one is still being written), with its busy flag in `inUse`.
+  // The batch of the first `count` entries of `cache` as the writer gets it, for the job being
+  // filled (NewJob): the cache itself when the writer runs on this thread; otherwise a copy in
+  // the next of the kBatchCopies arrays, in turn (waiting for the writer when that one's last
+  // batch is not written yet).
   template <class Entry>
-  const Entry* HandOverBatch(const Entry* cache, int count, BatchCopies<Entry>& copies,
-                             std::atomic<bool>*& inUse);
+  const Entry* HandOverBatch(const Entry* cache, int count, BatchCopies<Entry>& copies);
   // Writes the failures and notices the writer kept to errors.log.
   void ReportWriterFailures();
   // Adds the writer's counts to the run totals.
@@ -279,10 +279,14 @@ class F {
   std::unique_ptr<uint64_t[]> tickets_;
   uint32_t visitsNumbered_ = 0;
   RunTotals writerCounts_;
+  // Arrays that carry batches to the writer. The writer falls behind by a few batches now and
+  // then (while it merges the keys it has gathered); with only two arrays the analysis then
+  // stopped to wait for it several times in a large scan.
+  static constexpr int kBatchCopies = 4;
   template <class Entry>
   struct BatchCopies {
-    std::unique_ptr<Entry[]> arrays[2];  // taken when the writer's thread starts
-    std::atomic<bool> inUse[2] = {false, false};
+    std::unique_ptr<Entry[]> arrays[kBatchCopies];  // taken when the writer's thread starts
+    uint64_t jobOf[kBatchCopies] = {};  // the job that carried each array's last batch (0: none)
     int next = 0;
   };
   BatchCopies<PageEntry> pageCopies_;

@@ -3,11 +3,11 @@
 #pragma once
 
 #include <algorithm>
-#include <atomic>
 #include <cstdint>
 #include <string_view>
 
 #include "database/F.h"
+#include "database/JobLine.h"
 #include "dbase/Status.h"
 
 namespace database {
@@ -45,12 +45,10 @@ struct F::RecordJob {
   enum class Kind : uint8_t { kVisitStart, kVisitEnd, kPages, kExceptions, kReferrer, kDownload };
   Kind kind = Kind::kVisitStart;
   uint32_t visit = 0;  // the visit's number in the ticket ring (kVisitStart, kVisitEnd)
-  // kPages / kExceptions: the batch (entries 1..count of the array) and the flag that says the
-  // batch's array is in use, cleared once it is written (null when the array is the cache).
+  // kPages / kExceptions: the batch (entries 1..count of the array).
   int count = 0;
   const PageEntry* pages = nullptr;
   const ExceptionEntry* exceptions = nullptr;
-  std::atomic<bool>* batchInUse = nullptr;
   // kVisitStart and kVisitEnd; site and startTime for kReferrer; ip, site and visitNo for
   // kDownload.
   char ip[15];
@@ -105,17 +103,16 @@ struct F::Fields {
 };
 
 template <class Entry>
-const Entry* F::HandOverBatch(const Entry* cache, int count, BatchCopies<Entry>& copies,
-                              std::atomic<bool>*& inUse) {
-  inUse = nullptr;
+const Entry* F::HandOverBatch(const Entry* cache, int count, BatchCopies<Entry>& copies) {
   if (!writer_) return cache;
   const int k = copies.next;
-  copies.next ^= 1;
-  if (copies.inUse[k].load(std::memory_order_acquire)) WaitForRecords();
+  copies.next = (k + 1) % kBatchCopies;
+  // The array is free once the job that carried its last batch has run; the jobs after that one
+  // need not have.
+  writer_->WaitFor(copies.jobOf[k]);
   Entry* copy = copies.arrays[k].get();
   std::copy(cache, cache + count, copy);
-  copies.inUse[k].store(true, std::memory_order_relaxed);
-  inUse = &copies.inUse[k];
+  copies.jobOf[k] = writer_->Pushed() + 1;  // the job being filled
   return copy;
 }
 

@@ -5,7 +5,7 @@
 // The line is a ring of fixed slots: the producer fills the next free slot in place (no copy,
 // no allocation) and pushes it. Pushed jobs reach the writer in groups (every kGroup jobs, and
 // at Drain), so that a writer that keeps up and sleeps is woken once per group, not per job.
-// The producer waits only when the ring is full. Nothing here throws once started; a job whose
+// The producer waits only when the ring is full, or when it asks to (WaitFor, Drain). Nothing here throws once started; a job whose
 // runner throws is abandoned silently (the runner catches and reports its own failures).
 #pragma once
 
@@ -50,12 +50,13 @@ class JobLine {
   JobLine(const JobLine&) = delete;
   JobLine& operator=(const JobLine&) = delete;
 
-  // The slot of the next job, to be filled and then pushed; waits while the ring is full.
-  // Producer only.
+  // The slot of the next job, to be filled and then pushed. When the ring is full it waits until
+  // a group's worth of slots is free: waiting for one slot at a time would wake this thread
+  // once per job. Producer only.
   Job& Slot() {
     if (pushed_ - done_.load(std::memory_order_acquire) >= kSlots) {
       Release();
-      WaitDone(pushed_ - kSlots + 1);
+      WaitDone(pushed_ - kSlots + kGroup);
     }
     return slots_[pushed_ & (kSlots - 1)];
   }
@@ -64,12 +65,20 @@ class JobLine {
     ++pushed_;
     if (pushed_ - released_.load(std::memory_order_relaxed) >= kGroup) Release();
   }
+  // The number of jobs pushed so far: the job filled in Slot() is job Pushed() + 1.
+  // Producer only.
+  uint64_t Pushed() const { return pushed_; }
+  // Returns when the first `count` jobs pushed (REQUIRES: count <= Pushed()) have run; what
+  // they wrote is then visible to the producer. Later jobs may still be running.
+  // Producer only.
+  void WaitFor(uint64_t count) {
+    if (count == 0 || done_.load(std::memory_order_acquire) >= count) return;
+    Release();
+    WaitDone(count);
+  }
   // Returns when every job pushed has run; what the jobs wrote is then visible to the producer.
   // Producer only.
-  void Drain() {
-    Release();
-    WaitDone(pushed_);
-  }
+  void Drain() { WaitFor(pushed_); }
   // True on the writer thread.
   bool OnWriter() const { return std::this_thread::get_id() == writer_.get_id(); }
 

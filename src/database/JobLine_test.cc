@@ -1,6 +1,7 @@
 // The line of jobs to the record writer: order, back-pressure and hand-over of results.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <stdexcept>
@@ -61,4 +62,26 @@ TEST(JobLine, EndingTheLineRunsEveryJobPushed) {
     }
   }
   EXPECT_EQ(seen, (std::vector<uint64_t>{0, 1, 2, 4}));
+}
+
+TEST(JobLine, WaitForReturnsOnceTheGivenJobsHaveRunWhileLaterOnesStillWait) {
+  std::vector<uint64_t> seen;
+  std::atomic<bool> go{false};
+  database::JobLine<NumberJob> line([&](NumberJob& job) {
+    // Job 5 holds the writer until the test lets it go, before it records anything.
+    while (job.value == 5 && !go.load()) std::this_thread::sleep_for(std::chrono::microseconds(50));
+    seen.push_back(job.value);
+  });
+  line.WaitFor(0);  // nothing asked for: returns at once
+  for (uint64_t i = 0; i < 10; ++i) {
+    line.Slot().value = i;
+    line.Push();
+  }
+  EXPECT_EQ(line.Pushed(), 10u);
+  // Fewer jobs than a group were pushed: WaitFor hands them over itself.
+  line.WaitFor(5);
+  EXPECT_EQ(seen, (std::vector<uint64_t>{0, 1, 2, 3, 4}));
+  go = true;
+  line.Drain();
+  EXPECT_EQ(seen.size(), 10u);
 }

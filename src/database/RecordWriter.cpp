@@ -26,20 +26,6 @@ namespace {
 // Sets a "C" field to "Y" or "N".
 void SetFlag(dbase::Table& t, int field, bool value) { t.SetText(field, value ? "Y" : "N"); }
 
-// Frees a batch's array for the next batch when its writing ends, however it ends.
-class BatchWritten {
- public:
-  explicit BatchWritten(std::atomic<bool>* inUse) : inUse_(inUse) {}
-  ~BatchWritten() {
-    if (inUse_ != nullptr) inUse_->store(false, std::memory_order_release);
-  }
-  BatchWritten(const BatchWritten&) = delete;
-  BatchWritten& operator=(const BatchWritten&) = delete;
-
- private:
-  std::atomic<bool>* inUse_;
-};
-
 }  // namespace
 
 // ---- Handing jobs over -----------------------------------------------------------------------
@@ -48,7 +34,7 @@ void F::WriteInBackground(bool on) {
   if (on && !writer_) {
     try {
       // The arrays that carry batches to the writer are taken now, not while the scan runs.
-      for (int k = 0; k < 2; ++k) {
+      for (int k = 0; k < kBatchCopies; ++k) {
         if (!pageCopies_.arrays[k]) pageCopies_.arrays[k].reset(new PageEntry[kCacheEntries]);
         if (!exceptionCopies_.arrays[k])
           exceptionCopies_.arrays[k].reset(new ExceptionEntry[kCacheEntries]);
@@ -248,7 +234,6 @@ int F::WriteDownload(const RecordJob& job) {
 }
 
 int F::WritePageBatch(const RecordJob& job) {
-  const BatchWritten done(job.batchInUse);
   int status = kNoStatus;
   try {
     const auto& f = fields_->pages;
@@ -276,7 +261,6 @@ int F::WritePageBatch(const RecordJob& job) {
 }
 
 int F::WriteExceptionBatch(const RecordJob& job) {
-  const BatchWritten done(job.batchInUse);
   int status = kNoStatus;
   try {
     const auto& f = fields_->exceptions;

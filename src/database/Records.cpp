@@ -93,7 +93,7 @@ void F::WritePageCache() {
     RecordJob& job = NewJob();
     job.kind = RecordJob::Kind::kPages;
     job.count = pageCount_;
-    job.pages = HandOverBatch(pages_.get(), pageCount_, pageCopies_, job.batchInUse);
+    job.pages = HandOverBatch(pages_.get(), pageCount_, pageCopies_);
     SubmitJob();
     // The counter restarts at 1, not 0: entry 0 keeps the first page of the first batch and goes
     // out again with every later batch. Kept as the product's files have always been written.

@@ -189,12 +189,13 @@ TEST(Records, WriterThreadWritesTheSameFilesAsWritingAtOnce) {
       v.referrer = "http://ref" + std::to_string(i % 50) + ".example/from.htm";
       f.UpdateVisitor(v);
       f.AddVisitToDatabase(v, "/entry.htm");
-      if (i % 6 == 0) {
+      // Enough batches of each kind for every array that carries them over to be used again.
+      if (i % 2 == 0) {
         v.pageCount = 2;
         v.currentPage = "page" + std::to_string(i % 17) + ".htm";
         f.AddPageToDatabase(v);
       }
-      if (i % 8 == 0) f.AddException(1, 404, v.startTime, v.currentPage, v.clientAddress, i);
+      if (i % 3 == 0) f.AddException(1, 404, v.startTime, v.currentPage, v.clientAddress, i);
       if (i % 5 == 0) {
         v.currentPage = "/files\\setup" + std::to_string(i % 9) + ".exe";
         v.status = 200 + i % 3;
