@@ -160,6 +160,8 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
       }
       break;
     case 5:
+      // The page's folder is the hit's referrer. These logs name no referrer column (their
+      // field names have none), so nothing read later overwrites it.
       if (size_t slash = page.rfind('/'); slash != std::string::npos) {
         hits.referrer.assign(page, 0, slash + 1);
         page.erase(0, slash + 1);

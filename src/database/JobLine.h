@@ -5,8 +5,9 @@
 // The line is a ring of fixed slots: the producer fills the next free slot in place (no copy,
 // no allocation) and pushes it. Pushed jobs reach the writer in groups (every kGroup jobs, and
 // at Drain), so that a writer that keeps up and sleeps is woken once per group, not per job.
-// The producer waits only when the ring is full, or when it asks to (WaitFor, Drain). Nothing here throws once started; a job whose
-// runner throws is abandoned silently (the runner catches and reports its own failures).
+// The producer waits only when the ring is full, or when it asks to (WaitFor, Drain). Nothing
+// here throws once started; a job whose runner throws is abandoned silently (the runner catches
+// and reports its own failures).
 #pragma once
 
 #include <atomic>
