@@ -2,7 +2,9 @@
 // opening, flushing and closing the tables, and moving the previous visitor table aside).
 #include "database/F.h"
 
+#include <atomic>
 #include <exception>
+#include <iterator>
 #include <filesystem>
 #include <mutex>
 #include <string>
@@ -297,34 +299,38 @@ void F::CloseDatabase() {
   WaitForRecords();
   // 3. Closing a table that was never opened is harmless. Closing sorts the keys still to add
   //    and writes each table's files. The sorting is work for the processor and runs on two
-  //    threads: "Pages", the largest, on a second one while this one sorts the others. The
-  //    writing is work for the file system, where two writers at once slow each other down by
-  //    more than they gain, so the tables write one at a time. Each table writes the same bytes
-  //    whichever thread closes it, and every file is complete before this returns.
+  //    threads, each taking the next table in turn, largest first, so that neither waits while
+  //    the other still has tables to sort. The writing is work for the file system, where two
+  //    writers at once slow each other down by more than they gain, so the tables write one at a
+  //    time. Each table writes the same bytes whichever thread closes it, and every file is
+  //    complete before this returns.
+  dbase::Table* const tables[] = {&VAPG,  &VAVISITS, &VAVIS, &VAEXP, &VAREF,
+                                  &VADL,  &VADAY,    &IPCC,  &VAOLD};
+  std::atomic<size_t> next{0};
   std::mutex writing;
-  std::exception_ptr pagesFailure;
-  std::thread pagesCloser([this, &pagesFailure, &writing] {
-    try {
-      SortPendingKeys(VAPG);
+  const auto closeInTurn = [&] {
+    for (size_t i; (i = next.fetch_add(1)) < std::size(tables);) {
+      SortPendingKeys(*tables[i]);
       const std::lock_guard<std::mutex> one(writing);
-      VAPG.CloseTable();
+      tables[i]->CloseTable();
+    }
+  };
+  std::exception_ptr helperFailure;
+  std::thread helper([&closeInTurn, &helperFailure] {
+    try {
+      closeInTurn();
     } catch (...) {
-      pagesFailure = std::current_exception();
+      helperFailure = std::current_exception();
     }
   });
   try {
-    dbase::Table* const others[] = {&VAREF, &VAVIS, &VAVISITS, &VAEXP, &IPCC, &VADL, &VADAY, &VAOLD};
-    for (dbase::Table* t : others) SortPendingKeys(*t);
-    for (dbase::Table* t : others) {
-      const std::lock_guard<std::mutex> one(writing);
-      t->CloseTable();
-    }
+    closeInTurn();
   } catch (...) {
-    pagesCloser.join();
+    helper.join();
     throw;
   }
-  pagesCloser.join();
-  if (pagesFailure) std::rethrow_exception(pagesFailure);
+  helper.join();
+  if (helperFailure) std::rethrow_exception(helperFailure);
   // 4. The previous visitor table lives only for the length of one rebuild.
   VAOLD.DropTable(schema::kVisOld);
   // 5. The tables are closed, and with them the country and old-visitor lookups.
