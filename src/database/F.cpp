@@ -4,8 +4,8 @@
 
 #include <atomic>
 #include <exception>
-#include <iterator>
 #include <filesystem>
+#include <iterator>
 #include <mutex>
 #include <string>
 #include <system_error>

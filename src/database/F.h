@@ -274,7 +274,7 @@ class F {
   // The record writer's state (its thread is writer_, the last member): the job filled when it
   // is off, the ring of "Visits" tickets by visit number, and the counts of records it appended
   // since they were last added to totals_. Batches of pages and exceptions go to the writer as
-  // copies in these arrays; each one's flag says it is not yet written.
+  // copies in the arrays below.
   std::unique_ptr<RecordJob> inlineJob_;
   std::unique_ptr<uint64_t[]> tickets_;
   uint32_t visitsNumbered_ = 0;
