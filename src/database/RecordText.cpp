@@ -10,12 +10,6 @@
 
 namespace database {
 
-void PadInto(char* out, int width, std::string_view s) {
-  const size_t n = s.size() < static_cast<size_t>(width) ? s.size() : static_cast<size_t>(width);
-  std::memcpy(out, s.data(), n);
-  std::memset(out + n, ' ', static_cast<size_t>(width) - n);
-}
-
 std::string_view ZeroPadded(int64_t value, int width, char (&buf)[24]) {
   // The digits are written from the end of buf backwards (at most 20 digits and a sign fit),
   // so no second pass turns them round; the text starts where the writing stopped.

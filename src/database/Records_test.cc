@@ -1,7 +1,10 @@
 // Visit, page and download records, read back from the tables on disk.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
+#include <string>
 
 #include "database/RecordText.h"
 #include "vb/Failure.h"
@@ -23,6 +26,25 @@ TEST(RecordText, ReferrerIsShortenedToSchemeAndHost) {
   EXPECT_EQ(ShortenReferrer("   "), "");
   // In "https://" the 8th character is the second "/" itself, which is not past the 8th: kept.
   EXPECT_EQ(ShortenReferrer("https://host/path/"), "https://host/path");
+}
+
+TEST(RecordText, PaddedFieldHoldsTheTextCutOrBlankPaddedAndNothingBeyond) {
+  // Every width a record field can have around the 16-byte steps of the copy, with texts from
+  // empty to longer than the field; the byte after the field must stay untouched.
+  std::string text;
+  for (int i = 0; i < 80; ++i) text += static_cast<char>('A' + i % 26);
+  for (int width = 0; width <= 70; ++width) {
+    for (size_t len = 0; len <= 80; ++len) {
+      char out[72];
+      std::memset(out, '#', sizeof out);
+      database::PadInto(out, width, std::string_view(text).substr(0, len));
+      std::string expected = text.substr(0, std::min(len, static_cast<size_t>(width)));
+      expected.resize(static_cast<size_t>(width), ' ');
+      ASSERT_EQ(std::string(out, static_cast<size_t>(width)), expected)
+          << "width " << width << ", length " << len;
+      ASSERT_EQ(out[width], '#') << "width " << width << ", length " << len;
+    }
+  }
 }
 
 TEST(RecordText, NumbersDurationsAndCountryKeys) {

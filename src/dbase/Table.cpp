@@ -171,20 +171,22 @@ struct Table::Impl {
   std::string DbfName() const { return UpperAscii(stem) + ".DBF"; }
   std::string MdxName() const { return UpperAscii(stem) + ".MDX"; }
 
+  // The field calls test only `loaded` in line; the read itself is out of line.
   void EnsureLoaded() const {
-    if (loaded) return;
-    loaded = true;
-    if (recno == 0) {
-      std::fill(buf.begin(), buf.end(), ' ');
-      return;
-    }
-    loadStatus = dbf.Read(recno, buf.data());
-    if (loadStatus != kOk) std::fill(buf.begin(), buf.end(), ' ');
+    if (!loaded) Load();
   }
+  void Load() const;
 
+  // The open file's fields, kept at hand for the field calls (a writer sets millions of fields
+  // in a scan): none while the table is closed. Set by TakeFields at every open and close.
+  const FieldInfo* fieldArr = nullptr;
+  uint32_t fieldCount = 0;
+  void TakeFields() {
+    fieldArr = open ? dbf.Fields().data() : nullptr;
+    fieldCount = open ? uint32_t(dbf.Fields().size()) : 0;
+  }
   const FieldInfo* Field(int i) const {
-    const auto& f = dbf.Fields();
-    return (open && i >= 0 && size_t(i) < f.size()) ? &f[size_t(i)] : nullptr;
+    return uint32_t(i) < fieldCount ? fieldArr + i : nullptr;
   }
   int IndexOf(std::string_view name) const {
     const auto& f = dbf.Fields();
@@ -371,6 +373,16 @@ int Table::CreateTable(const std::vector<std::string>& fieldSpecs,
   return kOk;
 }
 
+void Table::Impl::Load() const {
+  loaded = true;
+  if (recno == 0) {
+    std::fill(buf.begin(), buf.end(), ' ');
+    return;
+  }
+  loadStatus = dbf.Read(recno, buf.data());
+  if (loadStatus != kOk) std::fill(buf.begin(), buf.end(), ' ');
+}
+
 int Table::OpenTable() { return impl_->Open(false); }
 int Table::OpenTableReadOnly() { return impl_->Open(true); }
 
@@ -387,6 +399,7 @@ int Table::Impl::Open(bool ro) {
   if (s != kOk) return s;
   if (!notice.empty()) Notice(dbf.Path() + ": " + notice);
   open = true;
+  TakeFields();
   readOnly = ro;
   indexDirty = false;
   indexRebuilt = false;
@@ -415,6 +428,7 @@ int Table::Impl::Open(bool ro) {
       dbf.Close();
       tags.clear();
       open = false;
+      TakeFields();
       return s;
     }
     indexRebuilt = !tags.empty();
@@ -990,6 +1004,7 @@ void Table::CloseTable() {
   m.dbf.Close();
   m.tags.clear();
   m.open = false;
+  m.TakeFields();
   m.selected = -1;
   m.recno = 0;
   m.eof = true;
