@@ -99,12 +99,12 @@ bool F::AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
 
 void F::WriteEXCCache() {
   try {
-    // The batch goes to the record writer, as a copy when the writer has a thread of its own
-    // (see WritePageCache).
+    // The batch goes to the record writer, in the cache's own array when the writer has a
+    // thread of its own (see WritePageCache).
     RecordJob& job = NewJob();
     job.kind = RecordJob::Kind::kExceptions;
     job.count = exceptionCount_;
-    job.exceptions = HandOverBatch(exceptions_.get(), exceptionCount_, exceptionCopies_);
+    job.exceptions = HandOverBatch(exceptions_, exceptionCopies_);
     SubmitJob();
     exceptionCount_ = 1;
   } catch (const std::exception& e) {

@@ -231,12 +231,13 @@ class F {
   // kept for WaitForRecords on the writer thread.
   void WriterFailure(const char* location, const std::exception& e);
   void WriterNotice(const char* control, const std::string& message);
-  // The batch of the first `count` entries of `cache` as the writer gets it, for the job being
-  // filled (NewJob): the cache itself when the writer runs on this thread; otherwise a copy in
-  // the next of the kBatchCopies arrays, in turn (waiting for the writer when that one's last
-  // batch is not written yet).
+  // The batch in `cache` as the writer gets it, for the job being filled (NewJob): the cache
+  // itself when the writer runs on this thread. Otherwise the cache's array goes with the job,
+  // and the cache goes on in the next of the kBatchCopies arrays, in turn (waiting for the
+  // writer when that one's last batch is not written yet), with the batch's first entry carried
+  // over: a cache's entries from the second on are filled again before they are handed over.
   template <class Entry>
-  const Entry* HandOverBatch(const Entry* cache, int count, BatchCopies<Entry>& copies);
+  const Entry* HandOverBatch(std::unique_ptr<Entry[]>& cache, BatchCopies<Entry>& copies);
   // Writes the failures and notices the writer kept to errors.log.
   void ReportWriterFailures();
   // Adds the writer's counts to the run totals.

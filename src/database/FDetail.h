@@ -103,17 +103,19 @@ struct F::Fields {
 };
 
 template <class Entry>
-const Entry* F::HandOverBatch(const Entry* cache, int count, BatchCopies<Entry>& copies) {
-  if (!writer_) return cache;
+const Entry* F::HandOverBatch(std::unique_ptr<Entry[]>& cache, BatchCopies<Entry>& copies) {
+  if (!writer_) return cache.get();
   const int k = copies.next;
   copies.next = (k + 1) % kBatchCopies;
   // The array is free once the job that carried its last batch has run; the jobs after that one
   // need not have.
   writer_->WaitFor(copies.jobOf[k]);
-  Entry* copy = copies.arrays[k].get();
-  std::copy(cache, cache + count, copy);
+  // The arrays change places rather than the batch being copied. An entry that no batch ever
+  // fills (the last of a full batch) stays unfilled in every array, as in the cache itself.
+  cache.swap(copies.arrays[k]);
+  cache[0] = copies.arrays[k][0];
   copies.jobOf[k] = writer_->Pushed() + 1;  // the job being filled
-  return copy;
+  return copies.arrays[k].get();
 }
 
 namespace detail {

@@ -88,12 +88,13 @@ void F::CachePage(const Visit& visit) {
 
 void F::WritePageCache() {
   try {
-    // The batch goes to the record writer. A writer on its own thread gets a copy, so that the
-    // cache fills again meanwhile; the copy's array is free again once its batch is written.
+    // The batch goes to the record writer. A writer on its own thread takes the cache's array
+    // itself, and the cache fills again meanwhile in another one; an array is free again once
+    // its batch is written.
     RecordJob& job = NewJob();
     job.kind = RecordJob::Kind::kPages;
     job.count = pageCount_;
-    job.pages = HandOverBatch(pages_.get(), pageCount_, pageCopies_);
+    job.pages = HandOverBatch(pages_, pageCopies_);
     SubmitJob();
     // The counter restarts at 1, not 0: entry 0 keeps the first page of the first batch and goes
     // out again with every later batch. Kept as the product's files have always been written.
