@@ -10,6 +10,16 @@
 
 namespace database {
 
+namespace {
+
+// "00" to "99": the digits of a number go two at a time.
+constexpr char kDigitPairs[] =
+    "0001020304050607080910111213141516171819202122232425262728293031323334353637383940414243444546"
+    "4748495051525354555657585960616263646566676869707172737475767778798081828384858687888990919293"
+    "949596979899";
+
+}  // namespace
+
 std::string_view ZeroPadded(int64_t value, int width, char (&buf)[24]) {
   // The digits are written from the end of buf backwards (at most 20 digits and a sign fit),
   // so no second pass turns them round; the text starts where the writing stopped.
@@ -17,10 +27,17 @@ std::string_view ZeroPadded(int64_t value, int width, char (&buf)[24]) {
   char* p = end;
   const bool negative = value < 0;
   uint64_t v = negative ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
-  do {
-    *--p = static_cast<char>('0' + v % 10);
-    v /= 10;
-  } while (v != 0);
+  while (v >= 100) {
+    p -= 2;
+    std::memcpy(p, kDigitPairs + 2 * (v % 100), 2);
+    v /= 100;
+  }
+  if (v >= 10) {
+    p -= 2;
+    std::memcpy(p, kDigitPairs + 2 * v, 2);
+  } else {
+    *--p = static_cast<char>('0' + v);
+  }
   while (end - p < width) *--p = '0';
   if (negative) *--p = '-';
   return {p, static_cast<size_t>(end - p)};

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -55,6 +56,14 @@ TEST(RecordText, NumbersDurationsAndCountryKeys) {
   EXPECT_EQ(database::ZeroPadded(-7, 3, buf), "-007");
   EXPECT_EQ(database::ZeroPadded(INT64_MIN, 20, buf), "-09223372036854775808");
   EXPECT_EQ(database::ZeroPadded(INT64_MAX, 1, buf), "9223372036854775807");
+  // Every digit count, odd and even, either side of each power of ten.
+  for (int64_t power = 1; power <= INT64_MAX / 10; power *= 10) {
+    for (const int64_t v : {power - 1, power, power + 1, 10 * power - 1}) {
+      char expected[32];
+      std::snprintf(expected, sizeof expected, "%05lld", static_cast<long long>(v));
+      ASSERT_EQ(database::ZeroPadded(v, 5, buf), expected) << v;
+    }
+  }
   EXPECT_EQ(database::MinsOnText(0, buf), "0:00");
   EXPECT_EQ(database::MinsOnText(59, buf), "0:59");
   EXPECT_EQ(database::MinsOnText(60, buf), "0:60");  // the split only starts above 60

@@ -1259,6 +1259,15 @@ double Table::GetNumber(int field) const {
   std::string_view t = TrimBlanks(GetText(field));
   if (t.empty()) return 0;
   if (t.front() == '+') t.remove_prefix(1);
+  // Whole numbers, nearly every counter, are read digit by digit: up to 15 digits the value is
+  // exact, as the general reading below would give it.
+  const size_t sign = t.front() == '-' ? 1 : 0;
+  if (t.size() > sign && t.size() - sign <= 15) {
+    uint64_t u = 0;
+    size_t i = sign;
+    for (; i < t.size() && unsigned(t[i] - '0') < 10; ++i) u = u * 10 + unsigned(t[i] - '0');
+    if (i == t.size()) return sign ? -double(u) : double(u);
+  }
   double v = 0;
   auto r = std::from_chars(t.data(), t.data() + t.size(), v);
   return r.ec == std::errc() ? v : 0;

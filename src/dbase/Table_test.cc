@@ -8,6 +8,9 @@
 #include <algorithm>
 #include <map>
 #include <random>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "TestSupport.h"
 #include "dbase/Checker.h"
@@ -669,6 +672,12 @@ TEST(Table, FieldValuesAreStoredAsDbaseWritesThem) {
   EXPECT_EQ(t.GetNumber(num), 0);
   t.SetText(num, "   ");
   EXPECT_EQ(t.GetNumber(num), 0);  // blank counts as 0
+  // Stored texts read back as numbers: whole numbers, a sign, decimals, and what is not one.
+  for (const auto& [text, value] : std::vector<std::pair<std::string, double>>{
+           {" -5", -5}, {"+7 ", 7}, {"1.5", 1.5}, {"12x", 12}, {" - ", 0}, {"x1 ", 0}, {"007", 7}}) {
+    t.SetText(num, text);
+    EXPECT_EQ(t.GetNumber(num), value) << text;
+  }
 
   t.SetText(site, "a-site-name-longer-than-twenty");
   EXPECT_EQ(t.GetText(site), "a-site-name-longer-t");
