@@ -5,7 +5,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
 #include "vb/Dates.h"
@@ -13,34 +12,10 @@
 
 namespace database {
 
-// Writes `s` left-aligned into out[0..width-1], cut or blank-padded. No terminator.
-// In line: every record field of the per-hit path goes through here, and the fields are short
-// (at most 50 bytes), so the blanks and the text are laid with a few 16-byte moves rather than
-// two library calls.
+// Writes `s` left-aligned into out[0..width-1], cut or blank-padded. No terminator. In line, as
+// every record field of the per-hit path goes through here. REQUIRES: width >= 0.
 inline void PadInto(char* out, int width, std::string_view s) {
-  const size_t w = static_cast<size_t>(width);
-  const size_t n = s.size() < w ? s.size() : w;
-  if (w < 16) {
-    char padded[16];
-    std::memset(padded, ' ', sizeof padded);
-    vb::CopyShort(padded, s.data(), n);
-    vb::CopyShort(out, padded, w);
-    return;
-  }
-  if (w > 64) {
-    std::memcpy(out, s.data(), n);
-    std::memset(out + n, ' ', w - n);
-    return;
-  }
-  // The blanks over the whole field, then the text over them.
-  for (size_t i = 0; i + 16 < w; i += 16) std::memset(out + i, ' ', 16);
-  std::memset(out + w - 16, ' ', 16);
-  if (n < 16) {
-    vb::CopyShort(out, s.data(), n);
-    return;
-  }
-  for (size_t i = 0; i + 16 < n; i += 16) std::memcpy(out + i, s.data() + i, 16);
-  std::memcpy(out + n - 16, s.data() + n - 16, 16);
+  vb::PadField(out, static_cast<size_t>(width), s);
 }
 
 // A whole number in the "00000"-style form with `width` zeros: at least `width` digits with

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -1239,20 +1240,7 @@ void Table::SetText(int field, std::string_view v) {
   const FieldInfo* f = impl_->Field(field);
   if (!f) return;
   impl_->EnsureLoaded();
-  char* dst = impl_->buf.data() + f->offset;
-  const size_t width = size_t(f->width);
-  const size_t n = std::min(v.size(), width);
-  if (width <= 16) {
-    // Most fields are short: the text is laid into sixteen blanks and the field's bytes copied
-    // from there, without a library call.
-    char padded[16];
-    std::memset(padded, ' ', sizeof padded);
-    vb::CopyShort(padded, v.data(), n);
-    vb::CopyShort(dst, padded, width);
-    return;
-  }
-  std::memcpy(dst, v.data(), n);
-  std::memset(dst + n, ' ', width - n);
+  vb::PadField(impl_->buf.data() + f->offset, size_t(f->width), v);
 }
 
 double Table::GetNumber(int field) const {
@@ -1284,25 +1272,39 @@ void Table::SetNumber(int field, double v) {
   const int intDigits = f->width - (d > 0 ? d + 1 : 0);
   char text[64];
   if (d == 0 && f->width <= 18) {
-    // Whole numbers, the usual case: rounded half away from zero, digits written by hand.
-    int64_t maxV = 1;
-    for (int i = 0; i < intDigits; ++i) maxV *= 10;
-    --maxV;
+    // Whole numbers, the usual case: rounded half away from zero, digits written by hand
+    // straight into the field. A value that is whole already (nearly every counter) needs no
+    // rounding.
+    static constexpr std::array<int64_t, 19> kPowersOf10 = [] {
+      std::array<int64_t, 19> p{};
+      for (size_t i = 0; i < p.size(); ++i) p[i] = i == 0 ? 1 : p[i - 1] * 10;
+      return p;
+    }();
+    const int64_t maxV = kPowersOf10[size_t(intDigits)] - 1;
     const int64_t minV = -(maxV / 10);
-    double r = std::round(v);
-    int64_t iv = r >= double(maxV) ? maxV : r <= double(minV) ? minV : int64_t(r);
-    bool neg = iv < 0;
+    int64_t iv;
+    if (v >= double(maxV)) {
+      iv = maxV;
+    } else if (v <= double(minV)) {
+      iv = minV;
+    } else {
+      iv = int64_t(v);
+      if (double(iv) != v) {
+        const double r = std::round(v);
+        iv = r >= double(maxV) ? maxV : r <= double(minV) ? minV : int64_t(r);
+      }
+    }
+    const bool neg = iv < 0;
     uint64_t u = neg ? uint64_t(-iv) : uint64_t(iv);
-    int w = f->width;
-    int at = w;
+    impl_->EnsureLoaded();
+    char* const out = impl_->buf.data() + f->offset;
+    int at = f->width;
     do {
-      text[--at] = char('0' + u % 10);
+      out[--at] = char('0' + u % 10);
       u /= 10;
     } while (u);
-    if (neg) text[--at] = '-';
-    while (at > 0) text[--at] = ' ';
-    impl_->EnsureLoaded();
-    std::memcpy(impl_->buf.data() + f->offset, text, size_t(w));
+    if (neg) out[--at] = '-';
+    while (at > 0) out[--at] = ' ';
     return;
   }
   const double step = std::pow(10.0, -d);

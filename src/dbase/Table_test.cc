@@ -668,6 +668,10 @@ TEST(Table, FieldValuesAreStoredAsDbaseWritesThem) {
   EXPECT_EQ(numText(-2.5), " -3");
   EXPECT_EQ(numText(1234), "999");  // too wide: the largest value that fits
   EXPECT_EQ(numText(-1234), "-99");
+  EXPECT_EQ(numText(-0.4), "  0");  // no "-0"
+  EXPECT_EQ(numText(998.5), "999");
+  EXPECT_EQ(numText(-98.6), "-99");
+  EXPECT_EQ(numText(7), "  7");
   EXPECT_EQ(numText(0), "  0");
   EXPECT_EQ(t.GetNumber(num), 0);
   t.SetText(num, "   ");
