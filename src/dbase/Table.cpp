@@ -88,6 +88,14 @@ struct Tag {
   // any later pending record is read back at the merge.
   std::vector<KeyRun> runs;
   uint32_t gatheredTo = 0;
+  // Records whose key in this (non-unique, unselected) tag changed since its last use: the tree
+  // still holds each one's entry under its key at the first change (k bytes each in movedKeys,
+  // in the order of movedRecs), and the next merge moves it to the record's key then. A counter
+  // that a scan raises again and again ("Referrers" by visits) thus moves once per use of the
+  // order instead of at every change.
+  std::vector<uint32_t> movedRecs;
+  std::string movedKeys;
+  std::vector<bool> isMoved;  // by record number
 };
 
 // Record numbers are read in chunks of this many records when all of them are needed.
@@ -257,6 +265,10 @@ struct Table::Impl {
   bool TagsFromSpecs(const std::vector<std::string>& specs, std::string* why);
   int RebuildIndex();
   int Merge(Tag& t);
+  int MergeAppended(Tag& t);
+  void NoteMoved(Tag& t, uint32_t r, const char* key);
+  int MoveNoted(Tag& t);
+  void ForgetMoved(Tag& t, size_t count = SIZE_MAX);
   void GatherKey(Tag& t, uint32_t r);
   int MergeAll();
   int MergeSelected() { return selected >= 0 ? Merge(tags[size_t(selected)]) : int(kOk); }
@@ -620,6 +632,7 @@ int Table::Impl::RebuildIndex() {
   for (Tag& t : tags) {
     t.index->Clear();
     t.merged = 0;
+    ForgetMoved(t);
     if (int s = Merge(t); s != kOk) return s;
   }
   return kOk;
@@ -708,7 +721,54 @@ void MergeRuns(const TagIndex& order, const std::vector<std::pair<const char*, s
 
 }  // namespace
 
+// Brings tag t up to date for a use of its order: the entries of records whose key changed
+// since its last use move, and the records appended since go in.
 int Table::Impl::Merge(Tag& t) {
+  if (!t.movedRecs.empty())
+    if (int s = MoveNoted(t); s != kOk) return s;
+  return MergeAppended(t);
+}
+
+// Record r (in the tree) has a new key in tag t, whose entry is still under `key`: noted for the
+// next merge, unless it is noted already (then the tree's entry is still under the first key).
+void Table::Impl::NoteMoved(Tag& t, uint32_t r, const char* key) {
+  if (t.isMoved.size() <= r) t.isMoved.resize(std::max<size_t>(size_t(r) + 1, t.isMoved.size() * 2));
+  if (t.isMoved[r]) return;
+  t.isMoved[r] = true;
+  t.movedRecs.push_back(r);
+  t.movedKeys.append(key, size_t(t.expr.KeyLength()));
+}
+
+// Moves the entries noted by NoteMoved to their records' keys as they are now. A record that
+// cannot be read stops the moves: the ones made are forgotten, the others stay noted.
+int Table::Impl::MoveNoted(Tag& t) {
+  const size_t k = size_t(t.expr.KeyLength());
+  mergeRec.resize(size_t(dbf.RecordLength()));
+  mergeKey.resize(k);
+  size_t done = 0;
+  int status = kOk;
+  for (; done < t.movedRecs.size(); ++done) {
+    const uint32_t r = t.movedRecs[done];
+    if (status = dbf.Read(r, mergeRec.data()); status != kOk) break;
+    t.expr.Evaluate(mergeRec.data(), mergeKey.data());
+    const char* was = t.movedKeys.data() + done * k;
+    if (std::memcmp(was, mergeKey.data(), k) == 0) continue;
+    t.index->Erase(was, r);
+    t.index->Insert(mergeKey.data(), r);
+  }
+  ForgetMoved(t, done);
+  return status;
+}
+
+// Forgets the first `count` noted records of tag t (all of them by default).
+void Table::Impl::ForgetMoved(Tag& t, size_t count) {
+  count = std::min(count, t.movedRecs.size());
+  for (size_t i = 0; i < count; ++i) t.isMoved[t.movedRecs[i]] = false;
+  t.movedRecs.erase(t.movedRecs.begin(), t.movedRecs.begin() + ptrdiff_t(count));
+  t.movedKeys.erase(0, count * size_t(t.expr.KeyLength()));
+}
+
+int Table::Impl::MergeAppended(Tag& t) {
   const uint32_t n = dbf.RecordCount();
   t.appendsSinceUse = 0;
   // The gathered keys are taken over by this merge (a run still being sorted is waited for when
@@ -1188,9 +1248,20 @@ int Table::ReplaceRecord() {
     // A tag whose key the change leaves as it was needs nothing, not even the records appended
     // since its last merge: they enter it later from the file, as written now.
     if (std::memcmp(m.scratch.data(), m.scratch2.data(), k) == 0) continue;
-    // The key moves: the tag first takes every record up to this one (with its old key).
-    if (int ms = m.Merge(t); ms != kOk) return ms;
     m.indexDirty = true;
+    // The key moves. In a non-unique tag other than the selected one, the move waits for the
+    // tag's next use: once the record is in the tree (with its old key), it is only noted.
+    const bool selectedTag = m.selected >= 0 && &t == &m.tags[size_t(m.selected)];
+    if (!t.unique && !selectedTag) {
+      if (r > t.merged)
+        if (int ms = m.MergeAppended(t); ms != kOk) return ms;
+      if (r <= t.merged) {
+        m.NoteMoved(t, r, m.scratch.data());
+        continue;
+      }
+    }
+    // The tag first takes every record up to this one (with its old key).
+    if (int ms = m.Merge(t); ms != kOk) return ms;
     // A unique tag's entry may pass to another record: every ticket so far is void.
     if (t.unique) {
       ++m.uniqueEpoch;

@@ -254,6 +254,41 @@ TEST_F(VisitsModel, ReplaceMovesAKeyInEveryTag) {
   EXPECT_EQ(t.ReplaceRecord(), kNoRecord);
 }
 
+TEST_F(VisitsModel, KeysChangedWhileTheirTagIsNotInUseAreInItsOrderAtItsNextUse) {
+  // Visit numbers change again and again while "key0" gives the order: "key1" (not unique, not
+  // in use) takes its moves when it is next used, however often a record changed meanwhile,
+  // including back to where it was, with appends, a flush and a reopen in between.
+  for (int i = 0; i < 300; ++i)
+    Append({"10.1." + std::to_string(i / 250) + "." + std::to_string(i % 250),
+            i % 3 ? "a.example" : "b.example", "20040101", "00001"});
+  auto replaceSome = [&](int times) {
+    ASSERT_EQ(t.SelectTag("key0"), kOk);
+    for (int i = 0; i < times; ++i) {
+      const size_t r = rng() % visits.size();
+      char no[8];
+      std::snprintf(no, sizeof no, "%05u", unsigned(rng() % 4));
+      ASSERT_EQ(t.GoTo(long(r + 1)), kOk);
+      t.SetText("VisitNo", no);
+      ASSERT_EQ(t.ReplaceRecord(), kOk);
+      visits[r].no = no;
+    }
+  };
+  ASSERT_NO_FATAL_FAILURE(replaceSome(2000));
+  Verify("after changes");
+  ASSERT_NO_FATAL_FAILURE(replaceSome(500));
+  for (int i = 0; i < 100; ++i) Append({"10.2.0." + std::to_string(i), "c.example", "20040102", "00002"});
+  ASSERT_NO_FATAL_FAILURE(replaceSome(500));
+  EXPECT_EQ(t.FlushTable(), kOk);
+  EXPECT_TRUE(CheckTable(dir.str() + "VISITS.DBF").Ok());
+  ASSERT_NO_FATAL_FAILURE(replaceSome(500));
+  t.CloseTable();
+  const CheckReport rep = CheckTable(dir.str() + "VISITS.DBF");
+  ASSERT_TRUE(rep.Ok()) << rep.defects.front();
+  ASSERT_EQ(t.OpenTable(), kOk);
+  EXPECT_FALSE(t.Info().indexRebuilt);
+  Verify("after reopen");
+}
+
 TEST(Table, UniqueKeyPassesToTheNextRecordWhenItsHolderChanges) {
   tytest::TempDir dir;
   Table t;
