@@ -684,8 +684,10 @@ void Table::Impl::GatherKey(Tag& t, uint32_t r) {
 namespace {
 
 // Merges sorted runs of entries (key, then record number), handing each entry to `out` in the
-// tag's order, ties by record number: the same order as sorting them all at once. A binary heap
-// of the runs' next entries picks each one.
+// tag's order, ties by record number: the same order as sorting them all at once. A tournament
+// of the runs' next entries picks each one: every node of a binary tree over the runs keeps the
+// loser of the match played there, so the run that gave the last entry replays only its own
+// path to the root, one comparison per level (a binary heap needs about two per level).
 template <class Out>
 void MergeRuns(const TagIndex& order, const std::vector<std::pair<const char*, size_t>>& runs,
                Out&& out) {
@@ -695,27 +697,46 @@ void MergeRuns(const TagIndex& order, const std::vector<std::pair<const char*, s
     const char* at;
     const char* end;
   };
-  auto less = [&](const Head& a, const Head& b) {
-    const int c = order.Compare(a.at, b.at, k);
+  std::vector<Head> heads;
+  for (const auto& [entries, n] : runs)
+    if (n > 0) heads.push_back({entries, entries + n * es});
+  if (heads.empty()) return;
+  if (heads.size() == 1) {
+    for (const char* e = heads[0].at; e != heads[0].end; e += es) out(e);
+    return;
+  }
+  // The tree has a leaf per run, up to a power of two; the extra leaves are runs already done.
+  size_t leaves = 1;
+  while (leaves < heads.size()) leaves <<= 1;
+  heads.resize(leaves, Head{nullptr, nullptr});
+  // Whether run a's next entry goes before run b's; a run that is done goes after every other.
+  auto before = [&](uint32_t a, uint32_t b) {
+    const Head& x = heads[a];
+    const Head& y = heads[b];
+    if (x.at == x.end) return false;
+    if (y.at == y.end) return true;
+    const int c = order.Compare(x.at, y.at, k);
     if (c != 0) return c < 0;
     uint32_t ra, rb;
-    std::memcpy(&ra, a.at + k, 4);
-    std::memcpy(&rb, b.at + k, 4);
+    std::memcpy(&ra, x.at + k, 4);
+    std::memcpy(&rb, y.at + k, 4);
     return ra < rb;
   };
-  // std::push_heap and friends keep the largest on top: the comparison is turned round.
-  auto later = [&](const Head& a, const Head& b) { return less(b, a); };
-  std::vector<Head> heap;
-  for (const auto& [entries, n] : runs)
-    if (n > 0) heap.push_back({entries, entries + n * es});
-  std::make_heap(heap.begin(), heap.end(), later);
-  while (!heap.empty()) {
-    std::pop_heap(heap.begin(), heap.end(), later);
-    Head& h = heap.back();
-    out(static_cast<const char*>(h.at));
-    h.at += es;
-    if (h.at == h.end) heap.pop_back();
-    else std::push_heap(heap.begin(), heap.end(), later);
+  // Node n (1 .. leaves-1) has the children 2n and 2n+1; node leaves+i is run i.
+  std::vector<uint32_t> loser(leaves), winner(2 * leaves);
+  for (size_t i = 0; i < leaves; ++i) winner[leaves + i] = uint32_t(i);
+  for (size_t n = leaves - 1; n >= 1; --n) {
+    const uint32_t l = winner[2 * n], r = winner[2 * n + 1];
+    const bool rightFirst = before(r, l);
+    winner[n] = rightFirst ? r : l;
+    loser[n] = rightFirst ? l : r;
+  }
+  uint32_t best = winner[1];
+  while (heads[best].at != heads[best].end) {
+    out(static_cast<const char*>(heads[best].at));
+    heads[best].at += es;
+    for (size_t n = (leaves + best) >> 1; n >= 1; n >>= 1)
+      if (before(loser[n], best)) std::swap(loser[n], best);
   }
 }
 
