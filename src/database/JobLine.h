@@ -33,9 +33,17 @@ class JobLine {
   static constexpr uint64_t kGroup = 4096;
   static constexpr uint64_t kSlots = 16384;
 
-  // Starts the writer thread; every job pushed later runs through `run` on it.
+  using LookAhead = std::function<void(const Job&)>;
+  // How many jobs ahead of the one running the look-ahead is shown.
+  static constexpr uint64_t kAhead = 8;
+
+  // Starts the writer thread; every job pushed later runs through `run` on it. `ahead`, when
+  // given, is shown each job (on the writer thread, before it runs) while the job kAhead places
+  // before it runs, so that it can fetch what the job will read: a record written long before
+  // has left the processor's caches.
   // Throws std::system_error when no thread can be started (nothing is then left running).
-  explicit JobLine(Runner run) : run_(std::move(run)), slots_(new Job[kSlots]) {
+  explicit JobLine(Runner run, LookAhead ahead = nullptr)
+      : run_(std::move(run)), ahead_(std::move(ahead)), slots_(new Job[kSlots]) {
     writer_ = std::thread([this] { WriterLoop(); });
   }
   // Runs every job pushed, then ends the writer thread.
@@ -113,6 +121,7 @@ class JobLine {
       const uint64_t released = released_.load(std::memory_order_acquire);
       while (done < released) {
         try {
+          if (ahead_ && done + kAhead < released) ahead_(slots_[(done + kAhead) & (kSlots - 1)]);
           run_(slots_[done & (kSlots - 1)]);
         } catch (...) {
         }
@@ -135,6 +144,7 @@ class JobLine {
   }
 
   Runner run_;
+  LookAhead ahead_;
   std::unique_ptr<Job[]> slots_;
   uint64_t pushed_ = 0;                  // producer only
   std::atomic<uint64_t> released_{0};    // written by the producer

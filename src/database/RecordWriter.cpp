@@ -39,7 +39,14 @@ void F::WriteInBackground(bool on) {
         if (!exceptionCopies_.arrays[k])
           exceptionCopies_.arrays[k].reset(new ExceptionEntry[kCacheEntries]);
       }
-      writer_ = std::make_unique<JobLine<RecordJob>>([this](RecordJob& job) { RunJob(job); });
+      // The end of a visit rewrites a "Visits" record written long before: it is fetched while
+      // the jobs before it run.
+      writer_ = std::make_unique<JobLine<RecordJob>>(
+          [this](RecordJob& job) { RunJob(job); },
+          [this](const RecordJob& job) {
+            if (job.kind == RecordJob::Kind::kVisitEnd)
+              VAVISITS.PrefetchTicket(tickets_[job.visit & (kTicketSlots - 1)]);
+          });
     } catch (const std::exception&) {
       // No thread: the records are written on the caller's thread, as with the writer off.
       writer_.reset();
