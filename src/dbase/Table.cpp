@@ -159,13 +159,15 @@ struct Table::Impl {
   bool mergingAll = false;
   void TrimMergeBuffers(size_t largest);
   std::string deferKey;            // the key of an append to the tag that defers its keys
-  // The last day written by SetDate and its text, and the last date text read by GetDate and
-  // its day: dates repeat from record to record.
+  // The last day written by SetDate and its text, and the last two date texts read by GetDate
+  // and their days (a record's first and last date are often read in turn): dates repeat from
+  // record to record. getNext is the slot the next new text takes.
   int64_t setDay = INT64_MIN;
   char setText[8] = {};
-  mutable char getText[8] = {};
-  mutable bool getKnown = false;
-  mutable vb::Date getDate = 0;
+  mutable char getText[2][8] = {};
+  mutable bool getKnown[2] = {};
+  mutable vb::Date getDate[2] = {};
+  mutable int getNext = 0;
   // Tickets for finding an appended record again (AppendTicket, SeekKeyAt). The epoch grows
   // whenever an entry of a unique tag may have passed from one record to another, or the
   // selected tag changed; a ticket is the epoch at its append and stays good while it is
@@ -1419,23 +1421,27 @@ static bool ParseYmd(std::string_view t, int& y, int& m, int& d) {
   y = (t[0] - '0') * 1000 + (t[1] - '0') * 100 + (t[2] - '0') * 10 + (t[3] - '0');
   m = (t[4] - '0') * 10 + (t[5] - '0');
   d = (t[6] - '0') * 10 + (t[7] - '0');
-  if (m < 1 || m > 12 || d < 1 || d > 31) return false;
-  int yy, mm, dd;
-  CivilDate(DayCount(y, m, d), yy, mm, dd);
-  return yy == y && mm == m && dd == d;
+  if (m < 1 || m > 12 || d < 1) return false;
+  // The days of the month in the Gregorian calendar, carried back before its start.
+  static constexpr int kDays[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  const bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+  return d <= kDays[m - 1] + (m == 2 && leap ? 1 : 0);
 }
 
 vb::Date Table::GetDate(int field) const {
   const std::string_view text = GetText(field);
   const Impl& m = *impl_;
-  if (text.size() == 8 && m.getKnown && std::memcmp(text.data(), m.getText, 8) == 0)
-    return m.getDate;
+  if (text.size() == 8)
+    for (int i = 0; i < 2; ++i)
+      if (m.getKnown[i] && std::memcmp(text.data(), m.getText[i], 8) == 0) return m.getDate[i];
   int y, mo, d;
   const vb::Date date = ParseYmd(text, y, mo, d) ? vb::Date(DayCount(y, mo, d)) : 0;
   if (text.size() == 8) {
-    std::memcpy(m.getText, text.data(), 8);
-    m.getDate = date;
-    m.getKnown = true;
+    const int i = m.getNext;
+    m.getNext = 1 - i;
+    std::memcpy(m.getText[i], text.data(), 8);
+    m.getDate[i] = date;
+    m.getKnown[i] = true;
   }
   return date;
 }

@@ -768,6 +768,39 @@ TEST(Table, FieldValuesAreStoredAsDbaseWritesThem) {
 // Wide records fill the write buffer many times over: the older half of it goes to the file while
 // the newer half stays in memory. Records on both sides of that line are read back and replaced,
 // and every record must read back as last written, before and after reopening.
+TEST(Table, StoredDatesReadBackOnlyWhenTheyAreDaysOfTheCalendar) {
+  // Month ends, leap years by all three rules, and texts that are no day, read in an order that
+  // makes the remembered last dates both help and be replaced.
+  tytest::TempDir dir;
+  Table t;
+  ASSERT_NO_FATAL_FAILURE(
+      CreateAndOpen(t, dir.str(), "Exceptions", testing::kExceptionsFields,
+                    testing::kExceptionsTags));
+  const int date = t.FieldIndex("ExDate");
+  t.BlankRecord();
+  for (const int year : {0, 1, 4, 100, 400, 1600, 1899, 1900, 2000, 2023, 2024, 9999}) {
+    for (int month = 0; month <= 13; ++month) {
+      for (int day = 0; day <= 32; ++day) {
+        char text[16];
+        std::snprintf(text, sizeof text, "%04d%02d%02d", year, month, day);
+        int y = -1, m = -1, d = -1;
+        if (month >= 1 && month <= 12 && day >= 1) CivilDate(DayCount(year, month, day), y, m, d);
+        const bool real = y == year && m == month && d == day;
+        const double expected = real ? double(DayCount(year, month, day)) : 0;
+        for (int again = 0; again < 2; ++again) {
+          t.SetText(date, text);
+          ASSERT_EQ(t.GetDate(date), expected) << text;
+          ASSERT_EQ(t.DateIsBlank(date), !real) << text;
+          t.SetText(date, "20240229");
+          ASSERT_EQ(t.GetDate(date), double(DayCount(2024, 2, 29)));
+        }
+      }
+    }
+  }
+  t.SetText(date, "2024-2-1");
+  EXPECT_EQ(t.GetDate(date), 0);
+}
+
 TEST(Table, RecordsReadAndReplacedAcrossTheWriteBufferEdge) {
   tytest::TempDir dir;
   Table t;
