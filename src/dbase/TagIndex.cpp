@@ -98,32 +98,6 @@ static inline uint32_t RecnoOf(const char* entry, int keyLength) {
   return r;
 }
 
-// Byte-wise unsigned comparison, eight bytes at a time (keys are short; a library call per
-// comparison costs more than the comparison).
-static inline int CompareBytes(const char* a, const char* b, int len) {
-  int i = 0;
-  for (; i + 8 <= len; i += 8) {
-    uint64_t x, y;
-    std::memcpy(&x, a + i, 8);
-    std::memcpy(&y, b + i, 8);
-    if (x != y) {
-      x = __builtin_bswap64(x);
-      y = __builtin_bswap64(y);
-      return x < y ? -1 : 1;
-    }
-  }
-  for (; i < len; ++i) {
-    unsigned char x = static_cast<unsigned char>(a[i]), y = static_cast<unsigned char>(b[i]);
-    if (x != y) return x < y ? -1 : 1;
-  }
-  return 0;
-}
-
-int TagIndex::Compare(const char* a, const char* b, int len) const {
-  int c = CompareBytes(a, b, len);
-  return descending_ ? -c : c;
-}
-
 bool TagIndex::EntryLess(const char* e, const char* key, int len, uint32_t recno) const {
   int c = Compare(e, key, len);
   if (c != 0) return c < 0;

@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,27 @@
 #include "dbase/PageMemory.h"
 
 namespace dbase {
+
+// Byte-wise unsigned comparison of two keys' first len bytes, eight bytes at a time (keys are
+// short; a library call per comparison costs more than the comparison).
+inline int CompareKeyBytes(const char* a, const char* b, int len) {
+  int i = 0;
+  for (; i + 8 <= len; i += 8) {
+    uint64_t x, y;
+    std::memcpy(&x, a + i, 8);
+    std::memcpy(&y, b + i, 8);
+    if (x != y) {
+      x = __builtin_bswap64(x);
+      y = __builtin_bswap64(y);
+      return x < y ? -1 : 1;
+    }
+  }
+  for (; i < len; ++i) {
+    const unsigned char x = static_cast<unsigned char>(a[i]), y = static_cast<unsigned char>(b[i]);
+    if (x != y) return x < y ? -1 : 1;
+  }
+  return 0;
+}
 
 class TagIndex {
  public:
@@ -92,8 +114,12 @@ class TagIndex {
   // The same with working memory of its own.
   void SortEntries(char* entries, size_t n) const;
 
-  // Three-way comparison of two keys' first len bytes in this index's order.
-  int Compare(const char* a, const char* b, int len) const;
+  // Three-way comparison of two keys' first len bytes in this index's order. In line: the
+  // sorts and merges of a close compare millions of keys.
+  int Compare(const char* a, const char* b, int len) const {
+    const int c = CompareKeyBytes(a, b, len);
+    return descending_ ? -c : c;
+  }
 
   // Checks the tree's own invariants (order, separators, chain, count); for tests.
   bool SelfCheck(std::string* why) const;
