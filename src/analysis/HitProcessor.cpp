@@ -13,7 +13,6 @@
 #include "analysis/Spider.h"
 #include "analysis/Sweep.h"
 #include "analysis/Text.h"
-#include "vb/Like.h"
 
 namespace analysis {
 
@@ -524,7 +523,7 @@ int32_t HitProcessor::GetVisitorByGroup(std::string_view address) {
   if (host.empty()) return 0;
   // 2. Mask by mask: the first visit whose host name fits the same mask decides.
   for (size_t k = 0; k < masks.size(); ++k) {
-    if (!vb::Like(host, masks[k])) continue;
+    if (!visits_.FitsHostMask(k, host)) continue;
     const int32_t j = visits_.FirstWithHostMask(k);
     if (j == 0) continue;
     database::Visit& v = visits_[j];

@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "vb/Like.h"
-
 namespace analysis {
 
 namespace {
@@ -15,6 +13,7 @@ constexpr size_t kFirstBuckets = 64;  // a power of two
 
 VisitTable::VisitTable(std::vector<std::string> hostMasks) : masks_(std::move(hostMasks)) {
   if (masks_.size() > kMaxIndexedMasks) masks_.resize(kMaxIndexedMasks);
+  for (const std::string& m : masks_) maskPatterns_.emplace_back(m);
   Clear();
 }
 
@@ -43,8 +42,8 @@ int32_t VisitTable::Nth(int32_t k) const {
 
 uint64_t VisitTable::MatchMasks(std::string_view hostName) const {
   uint64_t bits = 0;
-  for (size_t k = 0; k < masks_.size(); ++k)
-    if (vb::Like(hostName, masks_[k])) bits |= uint64_t{1} << k;
+  for (size_t k = 0; k < maskPatterns_.size(); ++k)
+    if (maskPatterns_[k].Matches(hostName)) bits |= uint64_t{1} << k;
   return bits;
 }
 

@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "database/Visit.h"
+#include "vb/Like.h"
 
 namespace analysis {
 
@@ -61,6 +62,10 @@ class VisitTable {
   int32_t FindByAddress(int32_t siteIndex, std::string_view address) const;
 
   const std::vector<std::string>& HostMasks() const { return masks_; }
+  // Whether `hostName` fits host mask `maskSlot` (0-based into HostMasks()).
+  bool FitsHostMask(size_t maskSlot, std::string_view hostName) const {
+    return maskPatterns_[maskSlot].Matches(hostName);
+  }
   // The first open visit (any site) whose host name matches host mask `maskSlot` (0-based into
   // HostMasks()), or 0.
   int32_t FirstWithHostMask(size_t maskSlot) const;
@@ -155,6 +160,7 @@ class VisitTable {
   std::vector<int32_t> marked_;             // marked since the last RemoveMarked
   std::vector<int32_t> gone_;               // RemoveMarked's list, kept for its buffer
   std::vector<std::string> masks_;
+  std::vector<vb::LikePattern> maskPatterns_;  // masks_, prepared for matching
   std::vector<std::set<int32_t>> byMask_;   // per mask: the open visits whose host name matches
   // The address index: (site, address) -> the first open visit with them, the others chained
   // through Slot::nextSame in table order. Linear probing; the size is a power of two.

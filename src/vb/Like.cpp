@@ -2,6 +2,7 @@
 #include "vb/Like.h"
 
 #include <cstddef>
+#include <utility>
 
 namespace vb {
 namespace {
@@ -47,16 +48,14 @@ bool ClassMatches(std::string_view p, size_t i, size_t len, char c) {
   return found != negate;
 }
 
-// A quick necessary condition: the part of the pattern after its last "*" stands for exactly as
-// many characters at the end of the text, one each, so those characters are checked first (most
-// texts a mask is tried on fail here, e.g. an address against "*.example.com"). A tail with a
-// pattern with a class anywhere ("[]" stands for no character, "[*]" for a star) is not checked
-// here.
-bool TailFits(std::string_view text, std::string_view pattern) {
-  if (pattern.find('[') != std::string_view::npos) return true;
+// The part of a pattern after its last "*" (all of it without one).
+std::string_view TailOf(std::string_view pattern) {
   const size_t star = pattern.rfind('*');
-  const std::string_view tail =
-      star == std::string_view::npos ? pattern : pattern.substr(star + 1);
+  return star == std::string_view::npos ? pattern : pattern.substr(star + 1);
+}
+
+// Whether the end of `text` fits `tail`, a tail without a class.
+bool EndFits(std::string_view text, std::string_view tail) {
   if (tail.size() > text.size()) return false;
   const std::string_view end = text.substr(text.size() - tail.size());
   for (size_t i = 0; i < tail.size(); ++i) {
@@ -65,6 +64,16 @@ bool TailFits(std::string_view text, std::string_view pattern) {
     if (pc == '#' ? !(c >= '0' && c <= '9') : pc != c) return false;
   }
   return true;
+}
+
+// A quick necessary condition: the part of the pattern after its last "*" stands for exactly as
+// many characters at the end of the text, one each, so those characters are checked first (most
+// texts a mask is tried on fail here, e.g. an address against "*.example.com"). A tail with a
+// pattern with a class anywhere ("[]" stands for no character, "[*]" for a star) is not checked
+// here.
+bool TailFits(std::string_view text, std::string_view pattern) {
+  if (pattern.find('[') != std::string_view::npos) return true;
+  return EndFits(text, TailOf(pattern));
 }
 
 }  // namespace
@@ -136,6 +145,16 @@ bool Like(std::string_view text, std::string_view pattern) {
     }
   }
   return p == m;
+}
+
+LikePattern::LikePattern(std::string pattern)
+    : pattern_(std::move(pattern)),
+      tail_(TailOf(pattern_)),
+      checkTail_(pattern_.find('[') == std::string::npos) {}
+
+bool LikePattern::Matches(std::string_view text) const {
+  if (checkTail_ && !EndFits(text, tail_)) return false;
+  return Like(text, pattern_);
 }
 
 }  // namespace vb

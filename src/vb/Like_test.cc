@@ -37,6 +37,19 @@ TEST(Like, TheTailAfterTheLastStarDecidesTheEndOfTheText) {
   EXPECT_TRUE(Like("a.com", "*[.]com"));
 }
 
+TEST(Like, APreparedPatternAnswersAsTheRuleItself) {
+  const char* patterns[] = {"*.aol.com", "10.1.*", "a?c", "*", "", "*X*X*", "*sip", "*.search#.inktomi.com",
+                            "*.com[", "*[.]com", "[!a-c]*", "[]x", "*[*]", "#*", "abc"};
+  const char* texts[] = {"proxy3.aol.com", "proxy3.aol.com.au", "10.1.2.3", "abc", "ac", "", "a",
+                         "aXbXc", "mississippi", "crawl3.search7.inktomi.com", "x.com", "a.com",
+                         "dog", "x", "a*", "9lives", ".com"};
+  for (const char* p : patterns) {
+    const LikePattern prepared(p);
+    EXPECT_EQ(prepared.Text(), p);
+    for (const char* t : texts) EXPECT_EQ(prepared.Matches(t), Like(t, p)) << t << " / " << p;
+  }
+}
+
 TEST(Like, DigitsAndCharacterClasses) {
   EXPECT_TRUE(Like("page7.htm", "page#.htm"));
   EXPECT_FALSE(Like("pageX.htm", "page#.htm"));
