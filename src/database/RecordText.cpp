@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <iterator>
 
 #include "vb/Convert.h"
 #include "vb/Failure.h"
@@ -41,6 +42,23 @@ std::string_view ZeroPadded(int64_t value, int width, char (&buf)[24]) {
   while (end - p < width) *--p = '0';
   if (negative) *--p = '-';
   return {p, static_cast<size_t>(end - p)};
+}
+
+void PutZeroPadded(char* out, int width, int64_t value) {
+  static constexpr int64_t kFits[] = {1, 10, 100, 1000, 10000, 100000, 1000000};
+  if (value >= 0 && width < static_cast<int>(std::size(kFits)) && value < kFits[width]) {
+    uint64_t v = static_cast<uint64_t>(value);
+    int at = width;
+    while (at >= 2) {
+      at -= 2;
+      std::memcpy(out + at, kDigitPairs + 2 * (v % 100), 2);
+      v /= 100;
+    }
+    if (at == 1) out[0] = static_cast<char>('0' + v);
+    return;
+  }
+  char buf[24];
+  PadInto(out, width, ZeroPadded(value, width, buf));
 }
 
 std::string_view ShortenReferrer(std::string_view referrer) {

@@ -23,6 +23,11 @@ inline void PadInto(char* out, int width, std::string_view s) {
 // before a negative number. The text lives in `buf`. REQUIRES: 1 <= width <= 20.
 std::string_view ZeroPadded(int64_t value, int width, char (&buf)[24]);
 
+// Fills the `width`-byte field at `out` with ZeroPadded(value, width), cut to the field as
+// PadInto cuts it: the visit and page numbers of every record. A number that fits the field is
+// written straight in. REQUIRES: 1 <= width <= 20.
+void PutZeroPadded(char* out, int width, int64_t value);
+
 // The referrer as the "Visits" and "Referrers" tables keep it: surrounding blanks removed, one
 // trailing "/" dropped, and when a "/" is found from the 8th character on at a position above 8,
 // everything from it on removed (so "http://host/path/" becomes "http://host"; an https referrer,

@@ -34,8 +34,7 @@ void F::AddVisitToDatabase(Visit& visit, std::string_view entryPage) {
     job.visit = visitsNumbered_;
     PadInto(job.ip, sizeof job.ip, visit.clientAddress);
     std::memcpy(job.site, siteKey_.data(), sizeof job.site);
-    char visitNo[24];
-    PadInto(job.visitNo, sizeof job.visitNo, ZeroPadded(visit.visitNumber, 5, visitNo));
+    PutZeroPadded(job.visitNo, sizeof job.visitNo, visit.visitNumber);
     job.startTime = visit.startTime;
     job.alert = visit.alert;
     job.alertNumber = visit.alertNumber;
@@ -74,13 +73,12 @@ void F::CachePage(const Visit& visit) {
   }
   // 2.
   PageEntry& e = pages_[n];
-  char number[24];
   e.filled = true;
   PadInto(e.ip, sizeof e.ip, visit.clientAddress);
   std::memcpy(e.site, siteKey_.data(), sizeof e.site);
-  PadInto(e.visitNo, sizeof e.visitNo, ZeroPadded(visit.visitNumber, 5, number));
+  PutZeroPadded(e.visitNo, sizeof e.visitNo, visit.visitNumber);
   PadInto(e.page, sizeof e.page, visit.currentPage);
-  PadInto(e.pageNo, sizeof e.pageNo, ZeroPadded(visit.pageCount, 4, number));
+  PutZeroPadded(e.pageNo, sizeof e.pageNo, visit.pageCount);
   e.pageDate = visit.lastHitTime;
   vb::FormatTimeTo(visit.lastHitTime, e.pageTime);
   e.status = static_cast<int16_t>(visit.status);
@@ -113,8 +111,7 @@ void F::AddDownload(const Visit& visit) {
     job.kind = RecordJob::Kind::kDownload;
     PadInto(job.ip, sizeof job.ip, visit.clientAddress);
     std::memcpy(job.site, siteKey_.data(), sizeof job.site);
-    char visitNo[24];
-    PadInto(job.visitNo, sizeof job.visitNo, ZeroPadded(visit.visitNumber, 5, visitNo));
+    PutZeroPadded(job.visitNo, sizeof job.visitNo, visit.visitNumber);
     job.lastHitTime = visit.lastHitTime;
     job.status = visit.status;
     PadInto(job.download, sizeof job.download, DownloadName(visit.currentPage));
@@ -140,8 +137,7 @@ void F::UpdateVisitInDatabase(const Visit& visit) {
     job.visit = static_cast<uint32_t>(visit.visitsTicket);
     PadInto(job.ip, sizeof job.ip, visit.clientAddress);
     std::memcpy(job.site, siteKey_.data(), sizeof job.site);
-    char visitNo[24];
-    PadInto(job.visitNo, sizeof job.visitNo, ZeroPadded(visit.visitNumber, 5, visitNo));
+    PutZeroPadded(job.visitNo, sizeof job.visitNo, visit.visitNumber);
     job.startTime = visit.startTime;
     job.lastHitTime = visit.lastHitTime;
     job.pageCount = visit.pageCount;

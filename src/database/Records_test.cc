@@ -56,6 +56,21 @@ TEST(RecordText, NumbersDurationsAndCountryKeys) {
   EXPECT_EQ(database::ZeroPadded(-7, 3, buf), "-007");
   EXPECT_EQ(database::ZeroPadded(INT64_MIN, 20, buf), "-09223372036854775808");
   EXPECT_EQ(database::ZeroPadded(INT64_MAX, 1, buf), "9223372036854775807");
+  // A field filled in place holds what the padded text would: numbers that fit, longer ones cut,
+  // negative ones.
+  for (const int width : {1, 2, 4, 5, 6, 7}) {
+    for (const int64_t v : {int64_t{0}, int64_t{7}, int64_t{42}, int64_t{999}, int64_t{1000},
+                            int64_t{12345}, int64_t{99999}, int64_t{100000}, int64_t{-3},
+                            int64_t{1234567}, INT64_MAX, INT64_MIN}) {
+      char expected[8], put[8];
+      std::memset(expected, '#', sizeof expected);
+      std::memset(put, '#', sizeof put);
+      database::PadInto(expected, width, database::ZeroPadded(v, width, buf));
+      database::PutZeroPadded(put, width, v);
+      ASSERT_EQ(std::string(put, sizeof put), std::string(expected, sizeof expected))
+          << v << " in " << width;
+    }
+  }
   // Every digit count, odd and even, either side of each power of ten.
   for (int64_t power = 1; power <= INT64_MAX / 10; power *= 10) {
     for (const int64_t v : {power - 1, power, power + 1, 10 * power - 1}) {
