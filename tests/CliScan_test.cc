@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,8 +32,10 @@ struct Outcome {
 // `scratch`; stdin is /dev/null.
 class Cli {
  public:
+  // fileSizeLimit: when not 0, no file of the program may grow past this many bytes (its writes
+  // then fail as on a full disk, without the limit's signal).
   Cli(const std::vector<std::string>& args, const tytest::TempDir& scratch,
-      const std::string& registryText = "")
+      const std::string& registryText = "", rlim_t fileSizeLimit = 0)
       : outFile_(scratch.path() / "stdout.txt"), errFile_(scratch.path() / "stderr.txt") {
     const fs::path registry = scratch.path() / "registry.ini";
     tytest::WriteFile(registry, registryText);
@@ -44,6 +47,13 @@ class Cli {
       freopen("/dev/null", "r", stdin);
       freopen(outFile_.c_str(), "w", stdout);
       freopen(errFile_.c_str(), "w", stderr);
+      if (fileSizeLimit != 0) {
+        signal(SIGXFSZ, SIG_IGN);
+        rlimit limit{};
+        getrlimit(RLIMIT_FSIZE, &limit);
+        limit.rlim_cur = fileSizeLimit;
+        setrlimit(RLIMIT_FSIZE, &limit);
+      }
       std::vector<char*> argv{const_cast<char*>(program.c_str())};
       for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
       argv.push_back(nullptr);
@@ -149,6 +159,34 @@ TEST(CliScan, DemoJsonParsesAndMatchesTheMessagesAndTheTables) {
   EXPECT_EQ(plain.out.rfind("Scan Complete. \n\nScanned ", 0), 0u);
   EXPECT_NE(plain.out.find(" visit records added.\n"), std::string::npos);
   EXPECT_EQ(j["visitRecordsAdded"].number, Records(data, "Visits"));
+}
+
+TEST(CliScan, TablesThatCannotBeWrittenWholeAreReportedAndTheRunEnds) {
+  // A full disk, as a limit on the size of every file the program writes: the scan completes,
+  // each table cut short is named in errors.log, and the user is warned, even with --quiet.
+  Demo demo;
+  tytest::TempDir scratch;
+  const Outcome o =
+      Cli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", demo.str()}, scratch, "", 150 << 10)
+          .Wait();
+  EXPECT_EQ(o.status, 0) << o.err;
+  EXPECT_NE(o.err.find("tydbcreate-cli: warning: "), std::string::npos) << o.err;
+  EXPECT_NE(o.err.find(" problems were reported while the database was built; see errors.log"),
+            std::string::npos)
+      << o.err;
+  const std::string log = tytest::ReadFile(demo.dir.path() / "Data" / "errors.log");
+  for (const char* table : {"PAGES.DBF", "VISITS.DBF", "EXCEPTIONS.DBF"}) {
+    EXPECT_NE(log.find(std::string(table) +
+                       " could not be written (File too large): the table on disk is incomplete."),
+              std::string::npos)
+        << table << "\n"
+        << log;
+  }
+  // With room again the next run builds every table whole, and has nothing to report.
+  const Outcome again = RunCli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", demo.str()});
+  EXPECT_EQ(again.status, 0);
+  EXPECT_EQ(again.err, "");
+  EXPECT_GT(Records(demo.str() + "Data/", "Pages"), 1000);
 }
 
 TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {

@@ -102,6 +102,7 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
   if (started.status == startup::MainStatus::AnotherCopyRunning) return kExitAnotherCopy;
   if (started.status != startup::MainStatus::Ok) return kExitStartupFailed;
   startup::World& world = *started.world;
+  const size_t reportsBefore = world.errors.Reports();
 
   wizard::SystemRunTimer timer;
   wizard::Wizard window(world, ui, timer);
@@ -142,6 +143,13 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
   // The window closes: database closed, robot list saved when it changed.
   window.Unload();
   ui.ClearStatus();
+  // The run goes on past the problems it reports (a table that could not be written whole, a
+  // failed operation): the user is told that there is something to read, as a warning, so even
+  // with --quiet.
+  if (const size_t reports = world.errors.Reports() - reportsBefore; reports > 0)
+    std::cerr << "tydbcreate-cli: warning: " << reports
+              << (reports == 1 ? " problem was" : " problems were")
+              << " reported while the database was built; see errors.log in the data folder.\n";
 
   if (options.json) {
     std::cout << RunJson(window.Driver(), ui.Messages()) << "\n";

@@ -1,9 +1,13 @@
 // Damaged, stale or missing files and impossible requests: every case ends in a clear status
 // or notice, never a crash, and nothing is written where it should not be.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "TestSupport.h"
 #include "dbase/Checker.h"
@@ -301,6 +305,65 @@ TEST(BadInput, MissingOrStaleIndex) {
     EXPECT_EQ(ro.t.SeekNear("0.0.0.0"), kOk);
     EXPECT_EQ(ro.t.RecNo(), 251);
   }
+}
+
+TEST(BadInput, AFullDiskIsReportedOnceAndTheTableStillCloses) {
+  // A file-size limit stands for a full disk: writes past it fail (the limit's signal ignored,
+  // as a full disk sends none). It holds for this process only and is lifted however the test
+  // ends.
+  struct Limit {
+    rlimit old{};
+    void (*handler)(int) = nullptr;
+    Limit() {
+      getrlimit(RLIMIT_FSIZE, &old);
+      handler = std::signal(SIGXFSZ, SIG_IGN);
+    }
+    void To(rlim_t bytes) {
+      rlimit lim = old;
+      lim.rlim_cur = bytes;
+      setrlimit(RLIMIT_FSIZE, &lim);
+    }
+    ~Limit() {
+      setrlimit(RLIMIT_FSIZE, &old);
+      std::signal(SIGXFSZ, handler);
+    }
+  };
+  tytest::TempDir dir;
+  Table t;
+  std::vector<std::string> notices;
+  t.SetNoticeSink([&](const std::string& m) { notices.push_back(m); });
+  t.SetLocation(dir.str());
+  t.SetTableName("Visitor");
+  ASSERT_EQ(t.CreateTable(testing::kVisitorFields, testing::kVisitorTags), kOk);
+  ASSERT_EQ(t.OpenTable(), kOk);
+  {
+    Limit limit;
+    limit.To(64 << 10);
+    // About 1 MB of records: they reach the file at the flush, which stops at the limit.
+    for (int i = 0; i < 5000; ++i) {
+      t.BlankRecord();
+      t.SetText("IP", VisitorKey(i).substr(0, 15));
+      t.SetText("Site", "intranet");
+      ASSERT_EQ(t.AppendRecord(), kOk);
+    }
+    EXPECT_EQ(t.FlushTable(), kIoError);
+    EXPECT_EQ(t.FlushTable(), kIoError);
+    t.CloseTable();
+  }
+  EXPECT_FALSE(t.IsOpen());
+  ASSERT_EQ(notices.size(), 1u);
+  EXPECT_NE(notices[0].find("VISITOR.DBF could not be written (File too large)"), std::string::npos)
+      << notices[0];
+  EXPECT_NE(notices[0].find("Make room on the disk"), std::string::npos);
+  // With room again, the next run writes the table whole.
+  ASSERT_EQ(t.CreateTable(testing::kVisitorFields, testing::kVisitorTags), kOk);
+  ASSERT_EQ(t.OpenTable(), kOk);
+  t.BlankRecord();
+  t.SetText("IP", "10.0.0.1");
+  ASSERT_EQ(t.AppendRecord(), kOk);
+  t.CloseTable();
+  EXPECT_EQ(notices.size(), 1u);
+  EXPECT_TRUE(CheckTable(dir.str() + "VISITOR.DBF").Ok());
 }
 
 TEST(BadInput, ClosedReadOnlyAndForeignCaseTables) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -133,6 +134,8 @@ struct Table::Impl {
   bool indexDirty = false;   // the .MDX must be written
   bool indexRebuilt = false;
   int flushStatus = kOk;
+  // A write to the table's files failed since it was opened: reported once (see WriteFailed).
+  bool writeFailureReported = false;
 
   // Position. recno 0 = none (past the end).
   uint32_t recno = 0;
@@ -178,6 +181,16 @@ struct Table::Impl {
 
   void Notice(const std::string& m) const {
     if (sink) sink(m);
+  }
+  // Tells the notice sink, once per open, that a write to `file` failed (status kIoError, with
+  // the system's reason in `error`, the errno of the failed call): the records written since
+  // are not all on disk, and nothing else would say so, as the record operations' callers do
+  // not examine statuses. A full disk is the usual cause.
+  void WriteFailed(int status, int error, const std::string& file) {
+    if (status != kIoError || writeFailureReported) return;
+    writeFailureReported = true;
+    Notice(file + " could not be written (" + (error != 0 ? std::strerror(error) : "nothing written") +
+           "): the table on disk is incomplete. Make room on the disk and run the scan again.");
   }
   std::string DbfName() const { return UpperAscii(stem) + ".DBF"; }
   std::string MdxName() const { return UpperAscii(stem) + ".MDX"; }
@@ -415,6 +428,7 @@ int Table::Impl::Open(bool ro) {
   if (!notice.empty()) Notice(dbf.Path() + ": " + notice);
   open = true;
   TakeFields();
+  writeFailureReported = false;
   readOnly = ro;
   indexDirty = false;
   indexRebuilt = false;
@@ -1070,9 +1084,13 @@ int Table::FlushTable() {
   Impl& m = *impl_;
   if (!m.open) return kNotOpen;
   if (m.readOnly) return kOk;
+  errno = 0;
   int s = m.dbf.Flush(!m.tags.empty(), m.FieldMdxFlags());
+  m.WriteFailed(s, errno, m.DbfName());
   if (s == kOk && m.indexDirty && !m.tags.empty()) {
+    errno = 0;
     s = m.WriteIndex();
+    m.WriteFailed(s, errno, m.MdxName());
     if (s == kOk) m.indexDirty = false;
   }
   m.flushStatus = s;
@@ -1208,8 +1226,12 @@ int Table::AppendRecord() {
     hash = KeyFingerprints::Hash(m.deferKey.data(), deferring->expr.KeyLength());
     deferring->fingerprints->Prefetch(hash);
   }
+  errno = 0;
   int s = m.dbf.Append(m.buf.data());
-  if (s != kOk) return s;
+  if (s != kOk) {
+    m.WriteFailed(s, errno, m.DbfName());
+    return s;
+  }
   const uint32_t r = m.dbf.RecordCount();
   bool selectedKeyKnown = false;
   m.appendTicket = 0;
@@ -1317,7 +1339,9 @@ int Table::ReplaceRecord() {
     // Cannot happen while they hold every entry; if it did, they could no longer be trusted.
     if (!fpKept) m.DropFingerprints(t);
   }
+  errno = 0;
   s = m.dbf.Write(r, m.buf.data());
+  m.WriteFailed(s, errno, m.DbfName());
   m.curKeyValid = false;
   m.posVersion = ~uint64_t(0);
   return s;

@@ -13,6 +13,7 @@
 namespace startup {
 
 void ErrorLog::LogError(std::string_view procedure, std::string_view description) noexcept {
+  reports_.fetch_add(1, std::memory_order_relaxed);
   try {
     if (beep_ && ::isatty(STDERR_FILENO)) {
       [[maybe_unused]] const auto n = ::write(STDERR_FILENO, "\a", 1);

@@ -9,6 +9,8 @@
 // of the entry procedure ("Main"). The file is opened, appended to and closed for every line.
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <exception>
 #include <string>
 #include <string_view>
@@ -36,10 +38,15 @@ class ErrorLog {
 
   void SetBeep(bool on) { beep_ = on; }
 
+  // How many reports were made so far, written or dropped (a front-end tells its user that a run
+  // left reports). Reports may come from more than one thread.
+  size_t Reports() const { return reports_.load(std::memory_order_relaxed); }
+
  private:
   const platform::Clock& clock_;
   const std::string& dataFolder_;
   bool beep_ = true;
+  std::atomic<size_t> reports_{0};
 };
 
 }  // namespace startup
