@@ -355,6 +355,15 @@ TEST(BadInput, AFullDiskIsReportedOnceAndTheTableStillCloses) {
   EXPECT_NE(notices[0].find("VISITOR.DBF could not be written (File too large)"), std::string::npos)
       << notices[0];
   EXPECT_NE(notices[0].find("Make room on the disk"), std::string::npos);
+  // The file went back to what its header counts (no record yet): a whole, empty table that
+  // agrees with its index.
+  const CheckReport cut = CheckTable(dir.str() + "VISITOR.DBF");
+  EXPECT_TRUE(cut.Ok()) << (cut.defects.empty() ? "" : cut.defects.front());
+  ASSERT_EQ(t.OpenTableReadOnly(), kOk);
+  EXPECT_EQ(t.RecordCount(), 0);
+  EXPECT_FALSE(t.Info().indexRebuilt);
+  t.CloseTable();
+  EXPECT_EQ(notices.size(), 1u);
   // With room again, the next run writes the table whole.
   ASSERT_EQ(t.CreateTable(testing::kVisitorFields, testing::kVisitorTags), kOk);
   ASSERT_EQ(t.OpenTable(), kOk);

@@ -143,6 +143,15 @@ void DbfFile::Close() {
   if (map_) ::munmap(map_, mapLen_);
   map_ = nullptr;
   mapLen_ = 0;
+  if (fd_ >= 0 && writeFailed_ && !readOnly_) {
+    // Back to what the header on disk says (the mapping is gone, so nothing reads past the cut).
+    const unsigned char eof = dbf::kEofMark;
+    const uint64_t end = Offset(header_.recordCount + 1);
+    if (PwriteAll(fd_, &eof, 1, end)) {
+      [[maybe_unused]] const int cut = ::ftruncate(fd_, off_t(end + 1));
+    }
+  }
+  writeFailed_ = false;
   if (fd_ >= 0) ::close(fd_);
   fd_ = -1;
   buffer_.Release();
@@ -225,7 +234,10 @@ int DbfFile::FlushBuffer(uint32_t keep) {
   const size_t rl = size_t(header_.recordLength);
   const size_t out = size_t(inBuffer - keep) * rl;
   if (out == 0) return kOk;
-  if (!PwriteAll(fd_, buffer_.Data(), out, Offset(onDisk_ + 1))) return kIoError;
+  if (!PwriteAll(fd_, buffer_.Data(), out, Offset(onDisk_ + 1))) {
+    writeFailed_ = true;
+    return kIoError;
+  }
   onDisk_ += inBuffer - keep;
   std::memmove(buffer_.Data(), buffer_.Data() + out, size_t(keep) * rl);
   Remap();
@@ -318,6 +330,7 @@ int DbfFile::Flush(bool productionMdx, const std::vector<bool>& fieldMdxFlags) {
   if (s != kOk) return s;
   unsigned char eof = dbf::kEofMark;
   uint64_t end = Offset(count_ + 1);
+  writeFailed_ = true;  // until the header is written
   if (!PwriteAll(fd_, &eof, 1, end)) return kIoError;
   // Anything after the end-of-file byte (a longer file from before) goes.
   struct stat st{};
@@ -338,6 +351,7 @@ int DbfFile::Flush(bool productionMdx, const std::vector<bool>& fieldMdxFlags) {
   header_.recordCount = count_;
   header_.productionMdx = productionMdx;
   headerDirty_ = false;
+  writeFailed_ = false;
   return kOk;
 }
 

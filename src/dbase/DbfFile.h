@@ -107,6 +107,10 @@ class DbfFile {
   // kCorruptDbf (reason in *why).
   int Open(const std::string& path, bool readOnly, std::string* why, std::string* notice);
   bool IsOpen() const { return fd_ >= 0; }
+  // Closes without flushing. After a failed write of records or of the header (a full disk),
+  // the file is first cut back to the records its header on disk counts, with its end-of-file
+  // mark: the records that did not all fit are lost either way, and the table stays whole and
+  // agrees with the index last written for it.
   void Close();
 
   const DbfHeader& Header() const { return header_; }
@@ -149,6 +153,7 @@ class DbfFile {
   PageBuffer buffer_;
   size_t BufferedBytes() const { return size_t(count_ - onDisk_) * size_t(header_.recordLength); }
   bool headerDirty_ = false;
+  bool writeFailed_ = false;  // a write of records or of the header failed since the open
   // Shared mapping of the file's first mapLen_ bytes (writable unless the table is read-only),
   // or null. Only bytes of records on disk are read or written through it.
   char* map_ = nullptr;
