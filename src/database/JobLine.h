@@ -71,7 +71,8 @@ class JobLine {
     }
     // The ring is larger than the processor's caches: the slot a few jobs on is fetched for
     // writing now, so that filling it then does not wait for memory.
-    const char* later = reinterpret_cast<const char*>(&slots_[(pushed_ + kFetchAhead) & (kSlots - 1)]);
+    const Job& ahead = slots_[(pushed_ + kFetchAhead) & (kSlots - 1)];
+    const char* later = reinterpret_cast<const char*>(&ahead);
     for (size_t at = 0; at < sizeof(Job); at += 64) __builtin_prefetch(later + at, 1);
     return slots_[pushed_ & (kSlots - 1)];
   }

@@ -189,7 +189,8 @@ struct Table::Impl {
   void WriteFailed(int status, int error, const std::string& file) {
     if (status != kIoError || writeFailureReported) return;
     writeFailureReported = true;
-    Notice(file + " could not be written (" + (error != 0 ? std::strerror(error) : "nothing written") +
+    const std::string reason = error != 0 ? std::strerror(error) : "nothing written";
+    Notice(file + " could not be written (" + reason +
            "): the table on disk is incomplete. Make room on the disk and run the scan again.");
   }
   std::string DbfName() const { return UpperAscii(stem) + ".DBF"; }
@@ -769,7 +770,8 @@ int Table::Impl::Merge(Tag& t) {
 // Record r (in the tree) has a new key in tag t, whose entry is still under `key`: noted for the
 // next merge, unless it is noted already (then the tree's entry is still under the first key).
 void Table::Impl::NoteMoved(Tag& t, uint32_t r, const char* key) {
-  if (t.isMoved.size() <= r) t.isMoved.resize(std::max<size_t>(size_t(r) + 1, t.isMoved.size() * 2));
+  if (t.isMoved.size() <= r)
+    t.isMoved.resize(std::max<size_t>(size_t(r) + 1, t.isMoved.size() * 2));
   if (t.isMoved[r]) return;
   t.isMoved[r] = true;
   t.movedRecs.push_back(r);
