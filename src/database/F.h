@@ -210,6 +210,10 @@ class F {
   void WriteEXCCache();
   void ResolveFields();
   void CachePage(const Visit& visit);
+  // Fills the key of a visit's records in `to` (a job or a page entry): the client address, the
+  // current site and the visit's number, each blank-padded to its field.
+  template <class Entry>
+  void PutVisitKey(Entry& to, const Visit& visit) const;
   void LogFailure(const char* location, const std::exception& e);
 
   // The record writer. NewJob gives the job to fill, SubmitJob hands it over (with the writer

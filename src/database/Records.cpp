@@ -19,6 +19,13 @@ constexpr int kPageBatch = 5000;
 
 }  // namespace
 
+template <class Entry>
+void F::PutVisitKey(Entry& to, const Visit& visit) const {
+  PadInto(to.ip, sizeof to.ip, visit.clientAddress);
+  std::memcpy(to.site, siteKey_.data(), sizeof to.site);
+  PutZeroPadded(to.visitNo, sizeof to.visitNo, visit.visitNumber);
+}
+
 void F::AddVisitToDatabase(Visit& visit, std::string_view entryPage) {
   try {
     // 1. Referrer, shortened to scheme://host.
@@ -32,9 +39,7 @@ void F::AddVisitToDatabase(Visit& visit, std::string_view entryPage) {
     RecordJob& job = NewJob();
     job.kind = RecordJob::Kind::kVisitStart;
     job.visit = visitsNumbered_;
-    PadInto(job.ip, sizeof job.ip, visit.clientAddress);
-    std::memcpy(job.site, siteKey_.data(), sizeof job.site);
-    PutZeroPadded(job.visitNo, sizeof job.visitNo, visit.visitNumber);
+    PutVisitKey(job, visit);
     job.startTime = visit.startTime;
     job.alert = visit.alert;
     job.alertNumber = visit.alertNumber;
@@ -74,9 +79,7 @@ void F::CachePage(const Visit& visit) {
   // 2.
   PageEntry& e = pages_[n];
   e.filled = true;
-  PadInto(e.ip, sizeof e.ip, visit.clientAddress);
-  std::memcpy(e.site, siteKey_.data(), sizeof e.site);
-  PutZeroPadded(e.visitNo, sizeof e.visitNo, visit.visitNumber);
+  PutVisitKey(e, visit);
   PadInto(e.page, sizeof e.page, visit.currentPage);
   PutZeroPadded(e.pageNo, sizeof e.pageNo, visit.pageCount);
   e.pageDate = visit.lastHitTime;
@@ -109,9 +112,7 @@ void F::AddDownload(const Visit& visit) {
     // 2. The record, by the record writer.
     RecordJob& job = NewJob();
     job.kind = RecordJob::Kind::kDownload;
-    PadInto(job.ip, sizeof job.ip, visit.clientAddress);
-    std::memcpy(job.site, siteKey_.data(), sizeof job.site);
-    PutZeroPadded(job.visitNo, sizeof job.visitNo, visit.visitNumber);
+    PutVisitKey(job, visit);
     job.lastHitTime = visit.lastHitTime;
     job.status = visit.status;
     PadInto(job.download, sizeof job.download, DownloadName(visit.currentPage));
@@ -135,9 +136,7 @@ void F::UpdateVisitInDatabase(const Visit& visit) {
     RecordJob& job = NewJob();
     job.kind = RecordJob::Kind::kVisitEnd;
     job.visit = static_cast<uint32_t>(visit.visitsTicket);
-    PadInto(job.ip, sizeof job.ip, visit.clientAddress);
-    std::memcpy(job.site, siteKey_.data(), sizeof job.site);
-    PutZeroPadded(job.visitNo, sizeof job.visitNo, visit.visitNumber);
+    PutVisitKey(job, visit);
     job.startTime = visit.startTime;
     job.lastHitTime = visit.lastHitTime;
     job.pageCount = visit.pageCount;
