@@ -207,10 +207,18 @@ void ConsoleFrontend::Redraw() {
   char tail[96];
   std::snprintf(tail, sizeof tail, " [%s] %3d%% %9.0f lines/s %s left", bar.c_str(),
                 static_cast<int>(fraction * 100), rate, Duration(left).c_str());
+  std::string tailText = tail;
+  if (dnsShown_) {
+    tailText += " | DNS " + (captions_[platform::Label::DNS].empty()
+                                 ? std::string("0")
+                                 : captions_[platform::Label::DNS]);
+    if (!captions_[platform::Label::Prog2].empty())
+      tailText += " | " + captions_[platform::Label::Prog2];
+  }
   std::string line = site + " | " + std::string(BaseName(currentFile_));
-  const int room = width - 1 - static_cast<int>(std::string_view(tail).size());
+  const int room = width - 1 - static_cast<int>(tailText.size());
   if (room < static_cast<int>(line.size())) line.resize(static_cast<size_t>(std::max(room, 0)));
-  line += tail;
+  line += tailText;
   if (static_cast<int>(line.size()) > width - 1) line.resize(static_cast<size_t>(width - 1));
   std::cerr << "\r\033[K" << line;
   std::cerr.flush();

@@ -1,6 +1,6 @@
 // The window as a terminal shows it: the scan's captions, grid and progress bar become one status
-// line on stderr (site, file, a bar, lines per second, time left), redrawn at most four times a
-// second; message boxes become lines on stderr; questions are asked on the terminal; Ctrl-C is
+// line on stderr (site, file, a bar, lines per second, time left, and with reverse DNS the
+// outstanding lookups and the pause for them), redrawn at most four times a second; message boxes become lines on stderr; questions are asked on the terminal; Ctrl-C is
 // the Cancel button.
 //
 // Ctrl-C only sets a flag (the signal handler does nothing else); the flag is read at the scan's
@@ -53,7 +53,11 @@ class ConsoleFrontend final : public platform::Frontend {
   void SetProgressSource(std::function<ScanProgress()> source) { progress_ = std::move(source); }
 
   void SetCaption(platform::Label label, std::string_view text) override;
-  void ShowLabel(platform::Label label, bool visible) override {}
+  // Only the pending-DNS figure's visibility matters here: while shown, the status line ends
+  // with it.
+  void ShowLabel(platform::Label label, bool visible) override {
+    if (label == platform::Label::DNS) dnsShown_ = visible;
+  }
   platform::Grid& FileGrid() override { return grid_; }
   platform::ProgressBar& Progress() override { return bar_; }
   // Shows the message on stderr (the end-of-run summary excepted: the caller prints it) and
@@ -85,6 +89,7 @@ class ConsoleFrontend final : public platform::Frontend {
   std::function<ScanProgress()> progress_;
   bool cancelled_ = false;
   bool statusShown_ = false;
+  bool dnsShown_ = false;
   bool handlerInstalled_ = false;
   std::chrono::steady_clock::time_point lastDraw_{};
   std::chrono::steady_clock::time_point fileStart_{};

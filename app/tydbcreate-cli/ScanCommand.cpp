@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <iostream>
+#include <memory>
 
 #include "ConsoleFrontend.h"
 #include "startup/ConfigJson.h"
@@ -48,6 +49,10 @@ std::string RunJson(wizard::ScanDriver& driver, const std::vector<std::string>& 
   j += ",\"visitRecordsAdded\":" + std::to_string(totals.visitRecordsAdded);
   j += ",\"pageViewRecordsAdded\":" + std::to_string(totals.pageRecordsAdded);
   j += ",\"exceptionRecordsAdded\":" + std::to_string(totals.exceptionRecordsAdded);
+  const analysis::DnsCounts& dns = driver.DnsCounts();
+  j += ",\"dnsRequests\":" + std::to_string(dns.requests);
+  j += ",\"dnsCacheHits\":" + std::to_string(dns.cacheHits);
+  j += ",\"dnsFailures\":" + std::to_string(dns.failures);
   j += ",\"messages\":[";
   for (size_t i = 0; i < messages.size(); ++i) {
     if (i > 0) j += ",";
@@ -68,16 +73,35 @@ void AddScanOptions(CLI::App& app, ScanOptions& options) {
                "terminal, and refused when stdin is not a terminal.");
   auto* dns = app.add_flag(
       "--dns", options.dns,
-      "Make reverse DNS lookups for unknown addresses (default: the REVERSEDNS setting). This "
-      "build has no resolver: the scan then says so and runs without them.");
+      "Make reverse DNS lookups for addresses whose host name is not known yet (default: the "
+      "REVERSEDNS setting). Up to 100 lookups are in flight; the scan pauses while more than 95 "
+      "are outstanding.");
   auto* noDns = app.add_flag("--no-dns", options.noDns, "Make no reverse DNS lookups.");
   dns->excludes(noDns);
+  app.add_option("--dns-server", options.dnsServers,
+                 "A DNS server for the lookups, as ADDRESS or ADDRESS:PORT ([IPv6]:PORT); "
+                 "repeat it for more servers, tried in turn. Default: the system's resolver "
+                 "configuration.")
+      ->type_name("HOST[:PORT]")
+      ->check([](const std::string& server) { return platform::CheckDnsServer(server); });
+  app.add_option("--dns-timeout", options.dnsTimeoutMs,
+                 "The longest one lookup may take, every try included, in milliseconds; then the "
+                 "visit keeps its address followed by \" ?\".")
+      ->type_name("MS")
+      ->default_val(platform::kDefaultDnsTimeoutMs)
+      ->check(CLI::Range(1, 600000));
+  app.add_option("--dns-retries", options.dnsRetries,
+                 "How many more times a server that did not answer is asked, within the "
+                 "time-out.")
+      ->type_name("N")
+      ->default_val(platform::kDefaultDnsRetries)
+      ->check(CLI::Range(0, 10));
   app.add_flag("-q,--quiet", options.quiet,
                "No progress and no summary; only warnings and failures on stderr.");
   app.add_flag("--json", options.json,
                "At the end print one JSON object on stdout: lines, seconds, linesPerSecond, "
-               "visitRecordsAdded, pageViewRecordsAdded, exceptionRecordsAdded, messages (every "
-               "message in order) and summary.");
+               "visitRecordsAdded, pageViewRecordsAdded, exceptionRecordsAdded, dnsRequests, "
+               "dnsCacheHits, dnsFailures, messages (every message in order) and summary.");
 }
 
 int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
@@ -105,6 +129,8 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
   const size_t reportsBefore = world.errors.Reports();
 
   wizard::SystemRunTimer timer;
+  // The resolver outlives the window, whose scan hands it requests.
+  std::unique_ptr<platform::Resolver> resolver;
   wizard::Wizard window(world, ui, timer);
 
   int status = kExitOk;
@@ -112,16 +138,26 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
   if (loaded != wizard::LoadResult::Ready) {
     status = loaded == wizard::LoadResult::NoSites ? kExitNoSites : kExitAllFtp;
   } else {
-    // This build makes no reverse look-ups: a request for them is noted and the scan runs
-    // without, so the summary gives the time and the rate.
-    const bool dnsWanted = options.dns || (!options.noDns && world.settings.reverseDns);
-    if (dnsWanted && (options.dns || !options.quiet))
-      ui.Note(
-          "tydbcreate-cli: reverse DNS lookups are not available in this build; scanning "
-          "without them.");
-    window.SetDns(false);
-
+    // The DNS box: --dns or --no-dns, else the REVERSEDNS setting. A resolver that cannot be
+    // set up is said, and the scan runs without lookups (and so gives the time and the rate).
+    bool dnsWanted = options.dns || (!options.noDns && world.settings.reverseDns);
     wizard::ScanDriver& driver = window.Driver();
+    if (dnsWanted) {
+      platform::DnsSettings dns;
+      dns.servers = options.dnsServers;
+      dns.timeoutMs = options.dnsTimeoutMs;
+      dns.retries = options.dnsRetries;
+      std::string why;
+      resolver = platform::MakeResolver(dns, why);
+      if (!resolver) {
+        std::cerr << "tydbcreate-cli: warning: reverse DNS lookups cannot be made (" << why
+                  << "); scanning without them. Check --dns-server, or run with --no-dns.\n";
+        dnsWanted = false;
+      }
+    }
+    window.SetDns(dnsWanted);
+    driver.SetResolver(resolver.get());
+
     ui.SetCancelHandler([&window] { return window.Cancel(); });
     ui.SetTerminateHandler([&window] { window.CancelNow(); });
     ui.SetProgressSource([&driver, &ui] {

@@ -4,8 +4,10 @@
 
 #include <CLI/CLI.hpp>
 #include <string>
+#include <vector>
 
 #include "CliCommon.h"
+#include "platform/Resolver.h"
 
 namespace cli {
 
@@ -22,6 +24,9 @@ struct ScanOptions {
   bool yes = false;       // --yes
   bool dns = false;       // --dns
   bool noDns = false;     // --no-dns
+  std::vector<std::string> dnsServers;                // --dns-server, in order
+  int dnsTimeoutMs = platform::kDefaultDnsTimeoutMs;  // --dns-timeout
+  int dnsRetries = platform::kDefaultDnsRetries;      // --dns-retries
   bool quiet = false;     // --quiet
   bool json = false;      // --json
 };

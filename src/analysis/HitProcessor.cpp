@@ -58,16 +58,6 @@ int16_t HitServices::MatchAlert(const startup::World& world, int16_t siteIndex,
   return analysis::MatchAlert(world, siteIndex, visit);
 }
 
-std::string HitServices::ResolveHost(database::Visit& visit, database::F& f) {
-  const std::string_view address = TrimBlanks(visit.clientAddress);
-  std::string name = f.LookupDNS(address, &visit);
-  if (!name.empty()) {
-    ++cacheHits;
-    return name;
-  }
-  return std::string(address);
-}
-
 HitProcessor::HitProcessor(startup::World& world, database::F& f, HitServices* services)
     : world_(world),
       f_(f),
@@ -308,7 +298,8 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
     }
   }
   // 16.7 Host name and country.
-  visits_.SetHostName(vi, services_->ResolveHost(v, f_));
+  visits_.SetHostName(vi, dns_.ResolveHost(v, f_));
+  if (v.dnsRequest != 0) visits_.AwaitDns(vi, v.dnsRequest);
   if (f_.CountryTableAvailable()) {
     v.countryCode = f_.LookupCountryCode(v.clientAddress);
     v.countryName = world_.tables.LookupCountryName(v.countryCode);
@@ -511,6 +502,10 @@ void HitProcessor::ScanToRemove(vb::Date fileDate) {
   sweep_.fileDate = fileDate;
   sweep_.timeout = Timeout();
   sweep_.anyHit = false;
+}
+
+void HitProcessor::RequestComplete(const platform::DnsAnswer& answer) {
+  dns_.RequestComplete(answer, visits_, f_);
 }
 
 void HitProcessor::RemoveInactive() { analysis::RemoveInactive(visits_, f_, run_); }

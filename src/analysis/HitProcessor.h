@@ -15,6 +15,7 @@
 #include "analysis/HitServices.h"
 #include "analysis/HitTime.h"
 #include "analysis/PageExtensions.h"
+#include "analysis/ReverseDns.h"
 #include "analysis/RunState.h"
 #include "analysis/VisitTable.h"
 #include "database/F.h"
@@ -82,6 +83,13 @@ class HitProcessor {
   // time; otherwise the search ends with 0.
   int32_t GetVisitorByGroup(std::string_view address);
 
+  // One finished reverse-DNS look-up (ReverseDns::RequestComplete on this run's visit table).
+  // Called between two hits only, from the scan's yields and waits for the resolver.
+  void RequestComplete(const platform::DnsAnswer& answer);
+  // The run's reverse DNS: the scan driver attaches the resolver; the figures.
+  ReverseDns& Dns() { return dns_; }
+  const ReverseDns& Dns() const { return dns_; }
+
   VisitTable& Visits() { return visits_; }
   RunState& Run() { return run_; }
   const RunState& Run() const { return run_; }
@@ -106,6 +114,7 @@ class HitProcessor {
   HitServices* services_;
   RunState run_;
   VisitTable visits_;
+  ReverseDns dns_;
 
   // Reused per hit, so that the steady state allocates nothing.
   loginput::SplitFields fields_;

@@ -25,6 +25,7 @@ void VisitTable::Clear() {
   byMask_.assign(masks_.size(), {});
   buckets_.assign(kFirstBuckets, Bucket{});
   bucketsUsed_ = 0;
+  awaitingDns_.clear();
 }
 
 int32_t VisitTable::Next(int32_t i) const {
@@ -229,6 +230,28 @@ void VisitTable::SetHostName(int32_t i, std::string_view hostName) {
   s.maskBits = bits;
 }
 
+void VisitTable::AwaitDns(int32_t i, int16_t request) {
+  slots_[static_cast<size_t>(i)].visit->dnsRequest = request;
+  for (auto& [number, visit] : awaitingDns_) {
+    if (visit == i) {
+      number = request;
+      return;
+    }
+  }
+  awaitingDns_.emplace_back(request, i);
+}
+
+int32_t VisitTable::FindAwaitingDns(int16_t request) const {
+  for (const auto& [number, visit] : awaitingDns_)
+    if (number == request) return visit;
+  return 0;
+}
+
+void VisitTable::DnsAnswered(int32_t i) {
+  slots_[static_cast<size_t>(i)].visit->resolved = true;
+  std::erase_if(awaitingDns_, [i](const auto& entry) { return entry.second == i; });
+}
+
 void VisitTable::Mark(int32_t i) {
   slots_[static_cast<size_t>(i)].visit->ended = true;
   marked_.push_back(i);
@@ -250,6 +273,12 @@ const std::vector<int32_t>& VisitTable::TakeMarked() {
 }
 
 int32_t VisitTable::DropTaken() {
+  // A visit that leaves the table waits for no answer: the answer goes to the cache instead.
+  if (!awaitingDns_.empty()) {
+    std::erase_if(awaitingDns_, [this](const auto& entry) {
+      return std::binary_search(gone_.begin(), gone_.end(), entry.second);  // gone_ is sorted
+    });
+  }
   for (int32_t i : gone_) {
     Slot& s = slots_[static_cast<size_t>(i)];
     Unindex(i);
@@ -300,6 +329,7 @@ void VisitTable::Compact() {
     if (bucket.head != 0) bucket.head = renumber[static_cast<size_t>(bucket.head)];
   for (size_t i = 1; i < slots_.size(); ++i)
     slots_[i].nextSame = renumber[static_cast<size_t>(slots_[i].nextSame)];
+  for (auto& entry : awaitingDns_) entry.second = renumber[static_cast<size_t>(entry.second)];
   for (auto& set : byMask_) {
     std::set<int32_t> renumbered;
     for (const int32_t i : set) renumbered.insert(renumbered.end(), renumber[static_cast<size_t>(i)]);

@@ -25,6 +25,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "database/Visit.h"
@@ -73,6 +74,15 @@ class VisitTable {
   // Change a visit's client address or host name, keeping the indexes right.
   void SetClientAddress(int32_t i, std::string_view address);
   void SetHostName(int32_t i, std::string_view hostName);
+
+  // Reverse-DNS answers. Visit `i` waits for the answer to request `request` (set as its
+  // dnsRequest here) until DnsAnswered(i) or until it leaves the table. Request numbers of
+  // waiting visits are distinct (the resolver never gives out a number still outstanding).
+  void AwaitDns(int32_t i, int16_t request);
+  // The open visit waiting for the answer to `request`, or 0. No walk of the table.
+  int32_t FindAwaitingDns(int16_t request) const;
+  // The answer for visit `i` came: its resolved flag is set and it waits no longer.
+  void DnsAnswered(int32_t i);
 
   // Sets the ended flag of open visit `i` and notes it for the next RemoveMarked. Visits are
   // marked through here only: RemoveMarked looks at the marked visits, not at the whole table.
@@ -168,6 +178,9 @@ class VisitTable {
   size_t bucketsUsed_ = 0;
   std::vector<std::unique_ptr<database::Visit>> pool_;  // dropped visits with their buffers, reset when taken
   std::vector<int32_t> renumber_;           // Compact's old -> new numbers, kept for its buffer
+  // The visits waiting for a reverse-DNS answer: (request number, visit index). At most about a
+  // hundred, as the hit analysis keeps no more requests in flight.
+  std::vector<std::pair<int16_t, int32_t>> awaitingDns_;
 };
 
 }  // namespace analysis

@@ -173,7 +173,14 @@ bool ScanLogFile(startup::World& world, platform::Frontend& ui, RunState& run, S
       if (line.empty() || line.front() != '#') {
         // 3. A data line, for the hit processing once the fields are known.
         if (state.fieldsKnown) hooks.ProcessHit(line, siteIndex);
-        if (dnsOn && hooks.DnsPending() > kDnsBacklogLimit) hooks.DnsWait();
+        if (dnsOn && hooks.DnsPending() > kDnsBacklogLimit) {
+          hooks.DnsWait();
+          // A Cancel confirmed during the pause ends the file as at a progress yield.
+          if (run.cancelled) {
+            reader.Close();
+            return true;
+          }
+        }
       } else {
         // 4. A directive, recognised on its trimmed upper-case form.
         TrimUpper(line, directive);

@@ -21,6 +21,8 @@ constexpr std::string_view kDatabaseFailed =
     "Failed to create database. [APPTITLE] may still be running. Please close [APPTITLE] or stop "
     "the [APPTITLE] Service and try again.";
 constexpr std::string_view kPausedForDns = "Paused While Resolving DNS";
+// While the scan waits for the resolver, the window gets control at least this often (ms).
+constexpr int kDnsPauseSlice = 50;
 
 // Files above this many bytes are shown on the progress bar in units of this many bytes.
 constexpr int32_t kProgressUnit = 10000;
@@ -30,7 +32,7 @@ constexpr int32_t kProgressUnit = 10000;
 ScanDriver::ScanDriver(startup::World& world, platform::Frontend& ui, const RunTimer& timer,
                        analysis::HitServices* services)
     : world_(world),
-      ui_(ui),
+      ui_(*this, ui),
       timer_(timer),
       f_(world),
       hits_(world, f_, services),
@@ -69,6 +71,9 @@ ScanOutcome ScanDriver::ScanAllSites() {
   ui_.SetCaption(Label::Note, "Initializing....");
   ui_.ShowLabel(Label::PDNS, dnsFlag_);
   ui_.ShowLabel(Label::DNS, dnsFlag_);
+  hits_.Dns().Attach(dnsFlag_, resolver_, [this](int pending) {
+    ui_.SetCaption(Label::DNS, std::to_string(pending));
+  });
   // 6. The run is timed from here, database creation included.
   startTime_ = timer_.Seconds();
   if (!Yield()) {
@@ -233,12 +238,24 @@ void ScanDriver::UpdateFileProgress(int32_t position) {
 void ScanDriver::WaitForDNS() {
   // 1.
   ui_.SetCaption(Label::Prog2, kPausedForDns);
-  // 2. The answers come in during the yields.
+  // 2. The answers come in while the resolver is waited on and during the yields.
   while (DnsPending() >= 1) {
+    DeliverDnsAnswers(kDnsPauseSlice);
     if (!Yield()) break;
   }
   // 3.
   ui_.SetCaption(Label::Prog2, "");
+}
+
+void ScanDriver::DeliverDnsAnswers(int waitMs) {
+  if (resolver_ == nullptr || resolver_->Outstanding() == 0) return;
+  try {
+    resolver_->Deliver(waitMs, [this](const platform::DnsAnswer& answer) {
+      if (f_.DatabaseOpen()) hits_.RequestComplete(answer);
+    });
+  } catch (const std::exception&) {
+    // An answer that cannot be stored is lost; the scan goes on.
+  }
 }
 
 void ScanDriver::ShowScanSummary(float elapsed) {

@@ -13,6 +13,11 @@
 // the database is created, once per site, once per file, every 500 lines); a Cancel the user
 // confirms there makes the yield return false, and the driver then closes the database and
 // returns ScanOutcome::Cancelled.
+//
+// Reverse-DNS answers reach the hit analysis at the same yields and during the waits for the
+// resolver, and nowhere else: the driver wraps the front-end so that each of its yields first
+// hands over the answers that have come in. So the analysis sees an answer only between two
+// hits, on its own thread, whichever front-end runs the scan.
 #pragma once
 
 #include <cstdint>
@@ -26,19 +31,12 @@
 #include "loginput/RunState.h"
 #include "loginput/ScanHooks.h"
 #include "platform/Frontend.h"
+#include "platform/Resolver.h"
 #include "startup/World.h"
 #include "vb/Dates.h"
 #include "wizard/RunTimer.h"
 
 namespace wizard {
-
-// The reverse-DNS resolver as the driver sees it: how many requests are outstanding. Its answers
-// arrive during the front-end's yields.
-class DnsBacklog {
- public:
-  virtual ~DnsBacklog() = default;
-  virtual int Pending() = 0;
-};
 
 // The site-level state that the window sets when it loads and the scan sets again before it starts.
 // Nothing in this utility reads the two run-time times or the flag: they are the monitoring
@@ -70,8 +68,9 @@ class ScanDriver final : public loginput::ScanHooks {
   // The DNS check box: whether the next scan makes reverse look-ups.
   void SetDnsChecked(bool checked) { dnsChecked_ = checked; }
   bool DnsChecked() const { return dnsChecked_; }
-  // The resolver whose backlog paces the reader; nullptr (the default) = none, nothing pending.
-  void SetDnsBacklog(DnsBacklog* backlog) { backlog_ = backlog; }
+  // The reverse-DNS resolver of the scans to come; nullptr (the default): none, so no look-up is
+  // made even with the DNS box ticked. REQUIRES: `resolver` outlives the scan.
+  void SetResolver(platform::Resolver* resolver) { resolver_ = resolver; }
 
   // Runs one scan (see the file comment). Messages go through the front-end: the database failure
   // (critical), "No log files were found for site: ..." (exclamation, per site), the log reader's
@@ -93,10 +92,14 @@ class ScanDriver final : public loginput::ScanHooks {
   // the wait and marks the run cancelled.
   void WaitForDNS();
 
+  // Hands the reverse-DNS answers that have come in to the hit analysis, waiting up to `waitMs`
+  // milliseconds for the first. Answers that come while the database is closed are dropped.
+  void DeliverDnsAnswers(int waitMs);
+
   // ---- The log reader's hooks ------------------------------------------------------------------
   void ProcessHit(std::string_view line, int siteIndex) override;
   bool DnsEnabled() override { return dnsFlag_; }
-  int DnsPending() override { return backlog_ ? backlog_->Pending() : 0; }
+  int DnsPending() override { return resolver_ != nullptr ? resolver_->Outstanding() : 0; }
   void DnsWait() override { WaitForDNS(); }
   void WriteDaySummary(int siteIndex) override;
   vb::Date CurrentLogDate() override { return hits_.Run().currentLogDate; }
@@ -108,6 +111,8 @@ class ScanDriver final : public loginput::ScanHooks {
   // The DNS flag of the run: the check box as it stood when the scan started.
   bool DnsFlag() const { return dnsFlag_; }
   int32_t TotalLines() const { return input_.totalLines; }
+  // The run's reverse-DNS figures: look-ups made, cache hits, failures.
+  const analysis::DnsCounts& DnsCounts() const { return hits_.Dns().Counts(); }
   // Seconds the run took (set when the summary is built or a cancel ends the run), and the summary
   // text ("" unless the run completed).
   float Elapsed() const { return elapsed_; }
@@ -124,16 +129,47 @@ class ScanDriver final : public loginput::ScanHooks {
   bool ScanFile(int siteIndex, int row);
   // Yields to the window; false (and the run marked cancelled) when the user confirmed a Cancel.
   bool Yield();
+
+  // The front-end as the scan's steps see it: every call goes through, and a yield first hands
+  // over the reverse-DNS answers that have come in.
+  class Window final : public platform::Frontend {
+   public:
+    Window(ScanDriver& driver, platform::Frontend& frontend)
+        : driver_(driver), frontend_(frontend) {}
+    void SetCaption(platform::Label label, std::string_view text) override {
+      frontend_.SetCaption(label, text);
+    }
+    void ShowLabel(platform::Label label, bool visible) override {
+      frontend_.ShowLabel(label, visible);
+    }
+    platform::Grid& FileGrid() override { return frontend_.FileGrid(); }
+    platform::ProgressBar& Progress() override { return frontend_.Progress(); }
+    void GridChanged() override { frontend_.GridChanged(); }
+    void ProgressChanged() override { frontend_.ProgressChanged(); }
+    platform::MsgResult MessageBox(std::string_view text, platform::MsgIcon icon,
+                                   platform::MsgButtons buttons,
+                                   std::string_view title) override {
+      return frontend_.MessageBox(text, icon, buttons, title);
+    }
+    bool Yield() override {
+      driver_.DeliverDnsAnswers(0);
+      return frontend_.Yield();
+    }
+
+   private:
+    ScanDriver& driver_;
+    platform::Frontend& frontend_;
+  };
   // The end of a cancelled run: unpacked archive files removed, database closed.
   ScanOutcome EndCancelled(int siteIndex);
 
   startup::World& world_;
-  platform::Frontend& ui_;
+  Window ui_;
   const RunTimer& timer_;
   database::F f_;
   analysis::HitProcessor hits_;
   loginput::RunState input_;
-  DnsBacklog* backlog_ = nullptr;
+  platform::Resolver* resolver_ = nullptr;
   std::vector<SiteRunTimes> siteTimes_;
 
   ScanState state_ = ScanState::Ready;

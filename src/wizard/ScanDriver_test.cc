@@ -238,46 +238,6 @@ TEST(ScanDriver, CancelAnsweredNoLetsTheScanGoOnAndEarlyCancelAsksNothing) {
   }
 }
 
-// A resolver whose answers come in one per yield.
-class CountdownBacklog : public DnsBacklog {
- public:
-  explicit CountdownBacklog(int pending) : pending_(pending) {}
-  int Pending() override { return pending_; }
-  void Answer() {
-    if (pending_ > 0) --pending_;
-  }
-
- private:
-  int pending_;
-};
-
-TEST(ScanDriver, DnsRunWaitsForOutstandingAnswersBeforeClosingAndSaysNoRate) {
-  ScanWorld t;
-  t.AddSite("Alpha", "a");
-  t.Write("a/ex01.log", W3cLog(20));
-  CountdownBacklog backlog(3);
-  bool openWhileWaiting = true;
-  ScanDriver d(t.w(), t.ui, t.timer);
-  t.ui.onYield = [&](int) {
-    if (t.ui.captions[Label::Prog2] == "Paused While Resolving DNS") {
-      openWhileWaiting = openWhileWaiting && d.Database().DatabaseOpen();
-      backlog.Answer();
-    }
-    return true;
-  };
-  d.SetDnsBacklog(&backlog);
-  d.SetDnsChecked(true);
-  ASSERT_EQ(d.ScanAllSites(), ScanOutcome::Completed);
-  EXPECT_EQ(backlog.Pending(), 0);
-  EXPECT_TRUE(openWhileWaiting);
-  EXPECT_EQ(t.ui.CaptionsOf(Label::Prog2),
-            (std::vector<std::string>{"Paused While Resolving DNS", ""}));
-  EXPECT_TRUE(t.ui.shown[Label::PDNS]);
-  EXPECT_TRUE(t.ui.shown[Label::DNS]);
-  EXPECT_NE(d.Summary().find("Scanned 24 lines.\r\n\r\n"), std::string::npos);
-  EXPECT_EQ(d.Summary().find("per second"), std::string::npos);
-}
-
 TEST(ScanDriver, CancelDuringUnpackingAbortsItAndRemovesWhatWasUnpacked) {
   ScanWorld t;
   t.AddSite("Alpha", "a");

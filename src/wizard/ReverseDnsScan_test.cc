@@ -1,0 +1,182 @@
+// Whole scans with reverse DNS against servers the tests start on 127.0.0.1, tables read back
+// from disk: names in the visitor and exception records, no look-up for known names, none at all
+// with the box unticked, the pause at more than 95 outstanding, and a Cancel during the pause.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "DnsServers.h"
+#include "analysis/AnalysisTesting.h"
+#include "wizard/ScanDriver.h"
+#include "wizard/WizardTesting.h"
+
+namespace wizard {
+namespace {
+
+using platform::Label;
+using testing::ScanWorld;
+using testing::W3cLog;
+
+#define REQUIRE_STARTED(server) \
+  if (!(server).Started()) GTEST_SKIP() << "no DNS server for the test: " << (server).Why()
+
+constexpr std::string_view kPaused = "Paused While Resolving DNS";
+
+std::unique_ptr<platform::Resolver> ResolverFor(const std::string& server, int timeoutMs = 3000) {
+  platform::DnsSettings s;
+  s.servers = {server};
+  s.timeoutMs = timeoutMs;
+  std::string error;
+  auto r = platform::MakeResolver(s, error);
+  EXPECT_NE(r, nullptr) << error;
+  return r;
+}
+
+// The n-th of a run of distinct addresses: 10.7.0.1, 10.7.0.2, ... 10.7.0.250, 10.7.1.1, ...
+std::string Address(int n) {
+  return "10.7." + std::to_string(n / 250) + "." + std::to_string(n % 250 + 1);
+}
+
+// A W3C log of one hit from each of `count` distinct addresses, a second apart.
+std::string DistinctLog(int count) {
+  std::string s = "#Fields: date time c-ip cs-method cs-uri-stem sc-status cs(User-Agent)\r\n";
+  for (int i = 0; i < count; ++i) {
+    char line[160];
+    std::snprintf(line, sizeof line, "2026-11-01 10:%02d:%02d %s GET /a.htm 200 Mozilla/4.0\r\n",
+                  i / 60 % 60, i % 60, Address(i).c_str());
+    s += line;
+  }
+  return s;
+}
+
+std::map<std::string, std::string> DnsByAddress(const std::string& data, const std::string& site) {
+  std::map<std::string, std::string> out;
+  for (const auto& r : antest::ReadTable(data, "Visitor"))
+    if (r.at("SITE") == site) out[r.at("IP")] = r.at("DNS");
+  return out;
+}
+
+TEST(ReverseDnsScan, NamesReachVisitorAndExceptionRecordsAndKnownNamesAreNotAskedAgain) {
+  tytest::Dnsmasq dns({{"10.0.0.1", "a.example"}, {"10.0.0.2", "b.example"}});
+  REQUIRE_STARTED(dns);
+  ScanWorld t;
+  t.AddSite("Alpha", "a");
+  t.AddSite("Beta", "b");
+  t.Write("a/ex01.log", W3cLog(20));
+  t.Write("b/ex01.log", W3cLog(20));
+  auto resolver = ResolverFor(dns.Server());
+  ScanDriver d(t.w(), t.ui, t.timer);
+  d.SetResolver(resolver.get());
+  d.SetDnsChecked(true);
+  // Each yield lets the answers come in before the scan goes on, so that the second site finds
+  // the first site's names.
+  t.ui.onYield = [&](int) {
+    while (resolver->Outstanding() > 0) d.DeliverDnsAnswers(100);
+    return true;
+  };
+  ASSERT_EQ(d.ScanAllSites(), ScanOutcome::Completed);
+
+  const std::string data = t.Data();
+  for (const char* site : {"Alpha", "Beta"}) {
+    const auto names = DnsByAddress(data, site);
+    EXPECT_EQ(names.at("10.0.0.1"), "a.example") << site;
+    EXPECT_EQ(names.at("10.0.0.2"), "b.example") << site;
+    EXPECT_EQ(names.at("10.0.0.3"), "10.0.0.3") << site;
+  }
+  // The second site's visits found the names in the visitor table; the address without a name
+  // was asked again.
+  EXPECT_EQ(dns.Queries("10.0.0.1"), 1);
+  EXPECT_EQ(dns.Queries("10.0.0.2"), 1);
+  EXPECT_EQ(dns.Queries("10.0.0.3"), 2);
+  EXPECT_EQ(d.DnsCounts().requests, 4);
+  EXPECT_EQ(d.DnsCounts().cacheHits, 2);
+  EXPECT_EQ(d.DnsCounts().failures, 2);
+  // The visitor record updated by an answer raises the repeat-visitor exception again, under the
+  // host name.
+  bool named133 = false;
+  for (const auto& r : antest::ReadTable(data, "Exceptions"))
+    named133 = named133 || (r.at("NUMBER") == "133" && r.at("IP") == "a.example");
+  EXPECT_TRUE(named133);
+  EXPECT_TRUE(testing::TableDefects(data).empty());
+  // A DNS run gives no rate.
+  EXPECT_NE(d.Summary().find("Scanned 48 lines.\r\n\r\n"), std::string::npos) << d.Summary();
+  EXPECT_TRUE(t.ui.shown[Label::DNS]);
+}
+
+TEST(ReverseDnsScan, MoreThan95OutstandingPausesTheScanUntilEveryAnswerIsIn) {
+  std::vector<std::pair<std::string, std::string>> hosts;
+  for (int i = 0; i < 300; ++i) hosts.emplace_back(Address(i), "host" + std::to_string(i) + ".example");
+  tytest::Dnsmasq dns(hosts);
+  REQUIRE_STARTED(dns);
+  ScanWorld t;
+  t.AddSite("Alpha", "a");
+  t.Write("a/ex01.log", DistinctLog(300));
+  auto resolver = ResolverFor(dns.Server());
+  ScanDriver d(t.w(), t.ui, t.timer);
+  d.SetResolver(resolver.get());
+  d.SetDnsChecked(true);
+  int pausedAt = -1;  // requests outstanding when a pause began
+  t.ui.onYield = [&](int) {
+    if (t.ui.captions[Label::Prog2] == kPaused && pausedAt < 0) pausedAt = d.DnsPending();
+    return true;
+  };
+  ASSERT_EQ(d.ScanAllSites(), ScanOutcome::Completed);
+
+  // 300 look-ups in three pauses at 96 outstanding, each until none was left, and the wait
+  // after the last site for the last 12.
+  const auto prog2 = t.ui.CaptionsOf(Label::Prog2);
+  EXPECT_EQ(std::count(prog2.begin(), prog2.end(), std::string(kPaused)), 4);
+  EXPECT_EQ(prog2.back(), "");
+  std::vector<int> shown;
+  for (const auto& text : t.ui.CaptionsOf(Label::DNS)) shown.push_back(std::stoi(text));
+  EXPECT_EQ(*std::max_element(shown.begin(), shown.end()), 96);
+  EXPECT_EQ(shown.back(), 0);
+  EXPECT_EQ(d.DnsCounts().requests, 300);
+  EXPECT_EQ(dns.Queries(), 300);
+  const auto names = DnsByAddress(t.Data(), "Alpha");
+  ASSERT_EQ(names.size(), 300u);
+  for (int i = 0; i < 300; ++i)
+    EXPECT_EQ(names.at(Address(i)), "host" + std::to_string(i) + ".example");
+}
+
+TEST(ReverseDnsScan, WithTheBoxUntickedNoPacketIsSent) {
+  tytest::SilentDnsServer silent;
+  ASSERT_TRUE(silent.Started());
+  ScanWorld t;
+  t.AddSite("Alpha", "a");
+  t.Write("a/ex01.log", DistinctLog(200));
+  auto resolver = ResolverFor(silent.Server());
+  ScanDriver d(t.w(), t.ui, t.timer);
+  d.SetResolver(resolver.get());
+  d.SetDnsChecked(false);
+  ASSERT_EQ(d.ScanAllSites(), ScanOutcome::Completed);
+  EXPECT_EQ(silent.Received(), 0);
+  EXPECT_EQ(d.DnsCounts().requests, 0);
+  const auto prog2 = t.ui.CaptionsOf(Label::Prog2);
+  EXPECT_EQ(std::count(prog2.begin(), prog2.end(), std::string(kPaused)), 0);
+  for (const auto& [ip, name] : DnsByAddress(t.Data(), "Alpha")) EXPECT_EQ(name, ip);
+  EXPECT_NE(d.Summary().find(" lines per second."), std::string::npos);
+}
+
+TEST(ReverseDnsScan, ACancelDuringThePauseEndsTheRunWithTheTablesWhole) {
+  tytest::SilentDnsServer silent;
+  ASSERT_TRUE(silent.Started());
+  ScanWorld t;
+  t.AddSite("Alpha", "a");
+  t.Write("a/ex01.log", DistinctLog(200));
+  // The server never answers and a look-up may take a minute: only the Cancel ends the pause.
+  auto resolver = ResolverFor(silent.Server(), 60000);
+  ScanDriver d(t.w(), t.ui, t.timer);
+  d.SetResolver(resolver.get());
+  d.SetDnsChecked(true);
+  t.ui.onYield = [&](int) { return t.ui.captions[Label::Prog2] != kPaused; };
+  ASSERT_EQ(d.ScanAllSites(), ScanOutcome::Cancelled);
+  EXPECT_FALSE(d.Database().DatabaseOpen());
+  // The 96 visits opened before the pause are in the tables, which are whole.
+  EXPECT_EQ(testing::RecordCount(t.Data(), "Visits"), 96);
+  EXPECT_TRUE(testing::TableDefects(t.Data()).empty());
+  EXPECT_EQ(resolver->Outstanding(), 96);
+}
+
+}  // namespace
+}  // namespace wizard
