@@ -4,10 +4,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <signal.h>
+
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "DnsServers.h"
@@ -24,9 +28,10 @@ struct Outcome {
   std::string out, err;
 };
 
-// Runs the program with `args` (stdin /dev/null, TMPDIR and the registry file in `scratch`).
-Outcome RunProgram(const std::string& program, const std::vector<std::string>& args,
-            const tytest::TempDir& scratch) {
+// Starts the program with `args` (stdin /dev/null, TMPDIR and the registry file in `scratch`);
+// returns its process id.
+pid_t StartProgram(const std::string& program, const std::vector<std::string>& args,
+                   const tytest::TempDir& scratch) {
   const fs::path out = scratch.path() / "stdout.txt", err = scratch.path() / "stderr.txt";
   const fs::path registry = scratch.path() / "registry.ini";
   tytest::WriteFile(registry, "");
@@ -46,6 +51,11 @@ Outcome RunProgram(const std::string& program, const std::vector<std::string>& a
     execve(program.c_str(), argv.data(), envp.data());
     _exit(127);
   }
+  return pid;
+}
+
+Outcome Finish(pid_t pid, const tytest::TempDir& scratch) {
+  const fs::path out = scratch.path() / "stdout.txt", err = scratch.path() / "stderr.txt";
   int raw = 0;
   waitpid(pid, &raw, 0);
   Outcome o;
@@ -53,6 +63,11 @@ Outcome RunProgram(const std::string& program, const std::vector<std::string>& a
   o.out = tytest::ReadFile(out);
   o.err = tytest::ReadFile(err);
   return o;
+}
+
+Outcome RunProgram(const std::string& program, const std::vector<std::string>& args,
+                   const tytest::TempDir& scratch) {
+  return Finish(StartProgram(program, args, scratch), scratch);
 }
 
 std::string Bin(const char* name) { return std::string(TY_BIN_DIR) + "/" + name; }
@@ -100,8 +115,8 @@ TEST(CliDns, TwoSitesWithThousandsOfAddressesGetTheirNamesAndEveryTableChecksOut
 
   tytest::TempDir scratch;
   const Outcome o = RunProgram(Bin("tydbcreate-cli"),
-                        {"--yes", "--json", "--dns", "--dns-server", dns.Server(),
-                         "--now", "2026-11-16 02:23:14", app.str()},
+                        {"--yes", "--json", "--now", "2026-11-16 02:23:14", "--dns",
+                         "--dns-server", dns.Server(), app.str()},
                         scratch);
   ASSERT_EQ(o.status, 0) << o.err;
   tytest::JsonValue j;
@@ -147,6 +162,68 @@ TEST(CliDns, TwoSitesWithThousandsOfAddressesGetTheirNamesAndEveryTableChecksOut
   // Nearly all of the 2,667 named records: an answer that comes after the scan has moved on to
   // the next site goes to that site's record of the address.
   EXPECT_GE(named, 2500);
+}
+
+// An application folder with one site whose log holds `addresses` distinct addresses.
+struct OneSite {
+  tytest::TempDir app;
+  explicit OneSite(int addresses) {
+    tytest::WriteFile(app.path() / "SETTINGS.INI", "REVERSEDNS=True\r\nINACTIVITYMINS=20\r\n\r\n");
+    tytest::WriteFile(app.path() / "TALLYO.INI",
+                      "[Shop]\r\nTYPE=0\r\nFOLDER=" + app.str() + "shop/\r\nMASK=ex*.log\r\n\r\n");
+    tytest::WriteFile(app.path() / "shop" / "ex261101.log", Log(0, addresses));
+    fs::create_directories(app.path() / "Data");
+  }
+};
+
+TEST(CliDns, CtrlCDuringThePauseForAServerThatNeverAnswersCancelsTheRun) {
+  tytest::SilentDnsServer silent;
+  ASSERT_TRUE(silent.Started());
+  OneSite site(300);
+  tytest::TempDir scratch;
+  // A look-up may take a minute: without the cancel the run would wait that long at its pause.
+  const pid_t pid = StartProgram(Bin("tydbcreate-cli"),
+                                 {"--yes", "--json", "--dns-timeout", "60000", "--dns-server",
+                                  silent.Server(), site.app.str()},
+                                 scratch);
+  // The scan pauses at 96 outstanding look-ups, each sent once by now.
+  for (int i = 0; i < 500 && silent.Received() < 96; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  ASSERT_GE(silent.Received(), 96);
+  kill(pid, SIGINT);
+  const Outcome o = Finish(pid, scratch);
+  EXPECT_EQ(o.status, 9) << o.err;
+  EXPECT_NE(o.err.find("scan cancelled"), std::string::npos) << o.err;
+  tytest::JsonValue j;
+  ASSERT_NO_THROW(j = tytest::ParseJson(o.out)) << o.out.substr(0, 400);
+  EXPECT_EQ(j["dnsRequests"].number, 96);
+  EXPECT_EQ(j["dnsFailures"].number, 0);
+  // The tables hold what was written until then, whole.
+  for (const auto& e : fs::directory_iterator(site.app.path() / "Data")) {
+    if (e.path().extension() != ".DBF") continue;
+    const Outcome c = RunProgram(Bin("dbfinspect"), {e.path().string(), "--check"}, scratch);
+    EXPECT_EQ(c.status, 0) << e.path() << "\n" << c.out << c.err;
+  }
+}
+
+TEST(CliDns, ABadServerIsAUsageErrorAndNoDnsMakesNoPacket) {
+  const tytest::TempDir scratch;
+  OneSite site(50);
+  const Outcome bad = RunProgram(Bin("tydbcreate-cli"),
+                                 {"--yes", "--dns", "--dns-server", "dns.example.net", site.app.str()},
+                                 scratch);
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_NE(bad.err.find("\"dns.example.net\" is not a DNS server address"), std::string::npos)
+      << bad.err;
+  // REVERSEDNS=True in the settings, overridden.
+  tytest::SilentDnsServer silent;
+  ASSERT_TRUE(silent.Started());
+  const Outcome off = RunProgram(
+      Bin("tydbcreate-cli"), {"--yes", "--json", "--no-dns", "--dns-server", silent.Server(), site.app.str()},
+      scratch);
+  ASSERT_EQ(off.status, 0) << off.err;
+  EXPECT_EQ(silent.Received(), 0);
+  EXPECT_NE(off.out.find("\"dnsRequests\":0,"), std::string::npos);
 }
 
 }  // namespace

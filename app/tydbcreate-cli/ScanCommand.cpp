@@ -83,6 +83,7 @@ void AddScanOptions(CLI::App& app, ScanOptions& options) {
                  "repeat it for more servers, tried in turn. Default: the system's resolver "
                  "configuration.")
       ->type_name("HOST[:PORT]")
+      ->allow_extra_args(false)  // one server per --dns-server: APPFOLDER may follow
       ->check([](const std::string& server) { return platform::CheckDnsServer(server); });
   app.add_option("--dns-timeout", options.dnsTimeoutMs,
                  "The longest one lookup may take, every try included, in milliseconds; then the "
