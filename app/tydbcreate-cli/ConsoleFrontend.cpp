@@ -207,13 +207,16 @@ void ConsoleFrontend::Redraw() {
   char tail[96];
   std::snprintf(tail, sizeof tail, " [%s] %3d%% %9.0f lines/s %s left", bar.c_str(),
                 static_cast<int>(fraction * 100), rate, Duration(left).c_str());
+  // With reverse DNS the outstanding lookups follow; while the scan waits for them, the wait is
+  // what the line shows instead of a rate.
   std::string tailText = tail;
   if (dnsShown_) {
-    tailText += " | DNS " + (captions_[platform::Label::DNS].empty()
-                                 ? std::string("0")
-                                 : captions_[platform::Label::DNS]);
-    if (!captions_[platform::Label::Prog2].empty())
-      tailText += " | " + captions_[platform::Label::Prog2];
+    const std::string& pending = captions_[platform::Label::DNS];
+    const std::string count = pending.empty() ? std::string("0") : pending;
+    if (captions_[platform::Label::Prog2] == "Paused While Resolving DNS")
+      tailText = " Paused While Resolving DNS: " + count + " outstanding";
+    else
+      tailText += " | DNS " + count;
   }
   std::string line = site + " | " + std::string(BaseName(currentFile_));
   const int room = width - 1 - static_cast<int>(tailText.size());
