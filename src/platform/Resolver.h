@@ -24,8 +24,8 @@ namespace platform {
 struct DnsAnswer {
   int16_t request = 0;   // the number Start gave it
   std::string address;   // the address asked for
-  // The name the server gave. On an error the address itself, so that a failed answer still
-  // carries a name (as the product's resolver component delivered it).
+  // The name the server gave. On an error the address itself: a failed answer still carries a
+  // name, which the visit's handler needs before it marks the visit's name as failed (" ?").
   std::string hostName;
   bool error = false;    // no name: no such name, a server failure, no answer in time, no server
 };
