@@ -39,7 +39,9 @@ TEST(Resolver, NamesFromTheServerAndErrorsCarryingTheAddress) {
   // Longer than the 50 characters a visitor record keeps (labels of up to 63 characters).
   const std::string longName =
       "a-rather-long-host-name-for-a-dial-up-line.customer-12345.region-north.example.net";
-  tytest::Dnsmasq dns({{"10.1.0.1", "one.example.net"}, {"10.1.0.2", longName}});
+  tytest::Dnsmasq dns({{"10.1.0.1", "one.example.net"},
+                       {"10.1.0.2", longName},
+                       {"10.1.0.5", "odd_name-.example.net"}});
   REQUIRE_STARTED(dns);
   auto r = ResolverFor(dns.Server());
   ASSERT_NE(r, nullptr);
@@ -48,7 +50,8 @@ TEST(Resolver, NamesFromTheServerAndErrorsCarryingTheAddress) {
   const int16_t two = r->Start("10.1.0.2");
   const int16_t unknown = r->Start("10.1.0.3");    // not in the hosts file: no such name
   const int16_t notAnAddress = r->Start("not-an-address");
-  EXPECT_EQ(r->Outstanding(), 4);
+  const int16_t odd = r->Start("10.1.0.5");  // a name with characters a host name may not have
+  EXPECT_EQ(r->Outstanding(), 5);
   // Numbers are distinct and from 1 up.
   EXPECT_EQ(one, 1);
   EXPECT_EQ(two, 2);
@@ -57,19 +60,21 @@ TEST(Resolver, NamesFromTheServerAndErrorsCarryingTheAddress) {
 
   const auto answers = Drain(*r);
   EXPECT_EQ(r->Outstanding(), 0);
-  ASSERT_EQ(answers.size(), 4u);
+  ASSERT_EQ(answers.size(), 5u);
   EXPECT_EQ(answers.at(one).hostName, "one.example.net");
   EXPECT_EQ(answers.at(one).address, "10.1.0.1");
   EXPECT_FALSE(answers.at(one).error);
   EXPECT_EQ(answers.at(two).hostName, longName);
+  EXPECT_EQ(answers.at(odd).hostName, "odd_name-.example.net");
+  EXPECT_FALSE(answers.at(odd).error);
   // A failed look-up carries the address as its name, with the error set.
   EXPECT_TRUE(answers.at(unknown).error);
   EXPECT_EQ(answers.at(unknown).hostName, "10.1.0.3");
   EXPECT_EQ(answers.at(unknown).address, "10.1.0.3");
   EXPECT_TRUE(answers.at(notAnAddress).error);
   EXPECT_EQ(answers.at(notAnAddress).hostName, "not-an-address");
-  // Only the three addresses were asked, once each.
-  EXPECT_EQ(dns.Queries(), 3);
+  // Only the four addresses were asked, once each.
+  EXPECT_EQ(dns.Queries(), 4);
   EXPECT_EQ(dns.Queries("10.1.0.1"), 1);
 }
 
@@ -89,6 +94,19 @@ TEST(Resolver, AServerThatNeverAnswersEndsEveryLookUpWithAnErrorAfterItsTries) {
   EXPECT_EQ(r->Outstanding(), 0);
   // Each look-up asked once and once more.
   EXPECT_EQ(silent.Received(), 10);
+}
+
+TEST(Resolver, AServerFailureEndsTheLookUpWithAnError) {
+  tytest::FailingDnsServer failing;
+  ASSERT_TRUE(failing.Started());
+  auto r = ResolverFor(failing.Server(), 2000, 1);
+  ASSERT_NE(r, nullptr);
+  r->Start("192.0.2.9");
+  const auto answers = Drain(*r);
+  ASSERT_EQ(answers.size(), 1u);
+  EXPECT_TRUE(answers.begin()->second.error);
+  EXPECT_EQ(answers.begin()->second.hostName, "192.0.2.9");
+  EXPECT_GE(failing.Answered(), 1);
 }
 
 TEST(Resolver, NoServerListeningEndsTheLookUpsWithAnError) {

@@ -105,6 +105,37 @@ TEST(ReverseDnsScan, NamesReachVisitorAndExceptionRecordsAndKnownNamesAreNotAske
   EXPECT_TRUE(t.ui.shown[Label::DNS]);
 }
 
+TEST(ReverseDnsScan, AnAnswerThatComesAfterTheSiteEndedGoesToTheNextSitesVisitorRecord) {
+  // The visitor operation keys its record with the site being read: answers still outstanding
+  // at the end of a site's last file come in at the next site's first yield, and are written
+  // under that site (as the product does). The first site keeps the bare addresses, and the
+  // next site's own visits find no name (the cache looks at the first record of an address).
+  tytest::Dnsmasq dns({{"10.0.0.1", "a.example"}, {"10.0.0.2", "b.example"}});
+  REQUIRE_STARTED(dns);
+  ScanWorld t;
+  t.AddSite("Alpha", "a");
+  t.AddSite("Beta", "b");
+  t.Write("a/ex01.log", W3cLog(20));  // fewer than 500 lines: no yield inside the file
+  t.Write("b/ex01.log", W3cLog(20));
+  auto resolver = ResolverFor(dns.Server());
+  ScanDriver d(t.w(), t.ui, t.timer);
+  d.SetResolver(resolver.get());
+  d.SetDnsChecked(true);
+  t.ui.onYield = [&](int) {
+    while (resolver->Outstanding() > 0) d.DeliverDnsAnswers(100);
+    return true;
+  };
+  ASSERT_EQ(d.ScanAllSites(), ScanOutcome::Completed);
+  const auto alpha = DnsByAddress(t.Data(), "Alpha");
+  EXPECT_EQ(alpha.at("10.0.0.1"), "10.0.0.1");
+  EXPECT_EQ(alpha.at("10.0.0.2"), "10.0.0.2");
+  const auto beta = DnsByAddress(t.Data(), "Beta");
+  EXPECT_EQ(beta.at("10.0.0.1"), "a.example");
+  EXPECT_EQ(beta.at("10.0.0.2"), "b.example");
+  EXPECT_EQ(dns.Queries("10.0.0.1"), 2);
+  EXPECT_EQ(d.DnsCounts().cacheHits, 0);
+}
+
 TEST(ReverseDnsScan, MoreThan95OutstandingPausesTheScanUntilEveryAnswerIsIn) {
   std::vector<std::pair<std::string, std::string>> hosts;
   for (int i = 0; i < 300; ++i) hosts.emplace_back(Address(i), "host" + std::to_string(i) + ".example");

@@ -10,9 +10,11 @@
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <string>
@@ -88,6 +90,48 @@ class SilentDnsServer {
  private:
   int fd_;
   int received_ = 0;
+};
+
+// A UDP server on 127.0.0.1 that answers every query with "server failure" (SERVFAIL), from a
+// thread of its own until it goes.
+class FailingDnsServer {
+ public:
+  FailingDnsServer() : fd_(BindLoopback(SOCK_DGRAM, 0)) {
+    if (fd_ < 0) return;
+    timeval wait{0, 50000};
+    setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+    thread_ = std::thread([this] {
+      unsigned char buf[1500];
+      while (!stop_) {
+        sockaddr_in from{};
+        socklen_t n = sizeof from;
+        const ssize_t got =
+            recvfrom(fd_, buf, sizeof buf, 0, reinterpret_cast<sockaddr*>(&from), &n);
+        if (got < 12) continue;
+        buf[2] |= 0x80;                         // a response
+        buf[3] = static_cast<unsigned char>((buf[3] & 0xF0) | 2);  // RCODE 2: server failure
+        sendto(fd_, buf, static_cast<size_t>(got), 0, reinterpret_cast<sockaddr*>(&from), n);
+        ++answered_;
+      }
+    });
+  }
+  ~FailingDnsServer() {
+    stop_ = true;
+    if (thread_.joinable()) thread_.join();
+    if (fd_ >= 0) close(fd_);
+  }
+  FailingDnsServer(const FailingDnsServer&) = delete;
+  FailingDnsServer& operator=(const FailingDnsServer&) = delete;
+
+  bool Started() const { return fd_ >= 0; }
+  std::string Server() const { return "127.0.0.1:" + std::to_string(PortOf(fd_)); }
+  int Answered() const { return answered_; }
+
+ private:
+  int fd_;
+  std::atomic<bool> stop_{false};
+  std::atomic<int> answered_{0};
+  std::thread thread_;
 };
 
 // dnsmasq on 127.0.0.1 at a free port, answering reverse look-ups of the given (address, name)
