@@ -6,11 +6,13 @@
 #      already known from the previous run's visitor table (ROUNDS runs each, default 3, taken in
 #      turn so that both see the same load; the median run of each is shown).
 #   2. A generated log of 20,000 distinct addresses (two hits each), none known before: DNS on,
-#      lookups per second and lines per second; DNS off on the same log for comparison.
+#      lookups per second and lines per second; then against a second server with no names at
+#      all, which answers "no such name" at once (how fast the scan goes when the server is not
+#      the limit); DNS off on the same log for comparison.
 set -euo pipefail
 bin=$(cd "$1" && pwd); log=${2:-/tmp/w3c-1m.log}; rounds=${3:-3}
 work=$(mktemp -d); chmod 755 "$work"
-trap '[ -n "${dns_pid:-}" ] && kill "$dns_pid" 2>/dev/null; rm -rf "$work"' EXIT
+trap 'kill ${dns_pid:-} ${empty_pid:-} 2>/dev/null; rm -rf "$work"' EXIT
 
 port=$(python3 -c 'import socket;s=socket.socket(socket.AF_INET,socket.SOCK_DGRAM);s.bind(("127.0.0.1",0));print(s.getsockname()[1])')
 
@@ -47,6 +49,12 @@ chmod 644 "$work/hosts"
   --no-resolv --no-hosts --local=/in-addr.arpa/ --addn-hosts="$work/hosts" --pid-file= \
   --cache-size=0 2>/dev/null &
 dns_pid=$!
+: > "$work/empty"; chmod 644 "$work/empty"
+empty_port=$(python3 -c 'import socket;s=socket.socket(socket.AF_INET,socket.SOCK_DGRAM);s.bind(("127.0.0.1",0));print(s.getsockname()[1])')
+/usr/sbin/dnsmasq --keep-in-foreground --port="$empty_port" --listen-address=127.0.0.1 \
+  --bind-interfaces --no-resolv --no-hosts --local=/in-addr.arpa/ --addn-hosts="$work/empty" \
+  --pid-file= --cache-size=0 2>/dev/null &
+empty_pid=$!
 sleep 1
 
 # app FOLDER: one site reading FOLDER/*.log
@@ -82,6 +90,10 @@ echo "== 20,000 distinct addresses, 40,000 lines"
 for r in $(seq "$rounds"); do
   rm -f "$work/gen/Data/"*.DBF "$work/gen/Data/"*.MDX
   echo "DNS on, none cached:  $(run gen --dns --dns-server "127.0.0.1:$port")"
+done
+for r in $(seq "$rounds"); do
+  rm -f "$work/gen/Data/"*.DBF "$work/gen/Data/"*.MDX
+  echo "DNS on, no names:     $(run gen --dns --dns-server "127.0.0.1:$empty_port")"
 done
 rm -f "$work/gen/Data/"*.DBF "$work/gen/Data/"*.MDX
 echo "DNS off:              $(run gen --no-dns)"
