@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,6 +18,7 @@
 #include "JsonValue.h"
 #include "TestSupport.h"
 #include "dbase/Table.h"
+#include "platform/FolderLock.h"
 #include "platform/SingleInstance.h"
 
 namespace {
@@ -161,29 +163,42 @@ TEST(CliScan, DemoJsonParsesAndMatchesTheMessagesAndTheTables) {
   EXPECT_EQ(j["visitRecordsAdded"].number, Records(data, "Visits"));
 }
 
-TEST(CliScan, TablesThatCannotBeWrittenWholeAreReportedAndTheRunEnds) {
-  // A full disk, as a limit on the size of every file the program writes: the scan completes,
-  // each table cut short is named in errors.log, and the user is warned, even with --quiet.
+// The table files of a data folder with their bytes.
+std::map<std::string, std::string> TableFiles(const std::string& folder) {
+  std::map<std::string, std::string> out;
+  for (const auto& e : fs::directory_iterator(folder)) {
+    const std::string ext = e.path().extension().string();
+    if (ext == ".DBF" || ext == ".MDX") out[e.path().filename().string()] = tytest::ReadFile(e.path());
+  }
+  return out;
+}
+
+TEST(CliScan, AFullDiskEndsTheRunAndKeepsThePreviousDatabase) {
+  // A full disk, as a limit on the size of every file the program writes: the run is not
+  // completed, says what failed and that the previous database is kept (even with --quiet),
+  // shows no figures, and the previous tables are as they were.
   Demo demo;
+  ASSERT_EQ(RunCli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", demo.str()}).status, 0);
+  const std::string data = demo.str() + "Data/";
+  const auto previous = TableFiles(data);
   tytest::TempDir scratch;
-  const Outcome o =
-      Cli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", demo.str()}, scratch, "", 150 << 10)
-          .Wait();
-  EXPECT_EQ(o.status, 0) << o.err;
-  EXPECT_NE(o.err.find("tydbcreate-cli: warning: "), std::string::npos) << o.err;
-  EXPECT_NE(o.err.find(" problems were reported while the database was built; see errors.log"),
+  const Outcome o = Cli({"--yes", "--quiet", "--json", "--now", "2026-11-16 02:23:14", demo.str()},
+                        scratch, "", 150 << 10)
+                        .Wait();
+  EXPECT_EQ(o.status, 10) << o.err;
+  EXPECT_NE(o.err.find("The scan could not be completed: "), std::string::npos) << o.err;
+  EXPECT_NE(o.err.find("could not be written (File too large)"), std::string::npos) << o.err;
+  EXPECT_NE(o.err.find("The database in " + data +
+                       " was not replaced: the previous one is kept as it was."),
             std::string::npos)
       << o.err;
-  const std::string log = tytest::ReadFile(demo.dir.path() / "Data" / "errors.log");
-  for (const char* table : {"PAGES.DBF", "VISITS.DBF", "EXCEPTIONS.DBF"}) {
-    EXPECT_NE(log.find(std::string(table) +
-                       " could not be written (File too large): the table on disk is incomplete."),
-              std::string::npos)
-        << table << "\n"
-        << log;
-  }
-  // A table cut short goes back to what its header counts: whole, and empty.
-  EXPECT_EQ(Records(demo.str() + "Data/", "Pages"), 0);
+  EXPECT_NE(o.err.find("were free when the scan started"), std::string::npos) << o.err;
+  const tytest::JsonValue j = tytest::ParseJson(o.out);
+  EXPECT_EQ(j["summary"].text, "");
+  EXPECT_EQ(j["visitRecordsAdded"].number, 0);
+  EXPECT_EQ(j["pageViewRecordsAdded"].number, 0);
+  EXPECT_EQ(TableFiles(data), previous);
+  EXPECT_TRUE(fs::is_empty(demo.dir.path() / "Data" / "Temp"));
   // With room again the next run builds every table whole, and has nothing to report.
   const Outcome again = RunCli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", demo.str()});
   EXPECT_EQ(again.status, 0);
@@ -231,8 +246,9 @@ TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {
         RunCli({"--yes", "--json", demo.str()},
                "[Software\\Fenwright\\Tallyo \\Settings]\nDDFPath=" + demo.str() + "blocked/\n");
     EXPECT_EQ(o.status, 8);
-    EXPECT_NE(o.err.find("Failed to create database. Tallyo may still be running."),
-              std::string::npos);
+    EXPECT_NE(o.err.find("Failed to create database: " + demo.str() + "blocked/ is not a folder. "),
+              std::string::npos)
+        << o.err;
     EXPECT_EQ(tytest::ParseJson(o.out)["lines"].number, 0);
   }
   {
@@ -244,11 +260,35 @@ TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {
     EXPECT_EQ(o.status, 3);
     EXPECT_NE(o.err.find("another copy"), std::string::npos);
   }
+  {
+    // Another run holds the data folder (its temp folder, and so its machine-wide lock, is
+    // another one): this run is told which folder is busy and touches nothing.
+    Demo demo;
+    fs::create_directories(demo.dir.path() / "Data");
+    auto busy = platform::FolderLock::Acquire(demo.str() + "Data/");
+    ASSERT_TRUE(busy && busy->Holds());
+    const Outcome o = RunCli({"--yes", demo.str()});
+    EXPECT_EQ(o.status, 3);
+    EXPECT_NE(o.err.find("another run is using the data folder " + demo.str() + "Data/"),
+              std::string::npos)
+        << o.err;
+    EXPECT_FALSE(fs::exists(demo.dir.path() / "Data" / "Temp"));
+  }
+  {
+    // No application folder: the usage, and nothing made beside the program.
+    const Outcome o = RunCli({"--yes"});
+    EXPECT_EQ(o.status, 2);
+    EXPECT_NE(o.err.find("no application folder given; nothing was done."), std::string::npos);
+    EXPECT_NE(o.err.find("APPFOLDER"), std::string::npos);
+    EXPECT_FALSE(fs::exists(fs::path(TY_BIN_DIR) / "Data"));
+  }
   EXPECT_EQ(RunCli({"--dns", "--no-dns"}).status, 2);
   EXPECT_EQ(RunCli({"--no-such-option"}).status, 2);
   const Outcome help = RunCli({"--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_NE(help.out.find("9 the scan was cancelled"), std::string::npos);
+  EXPECT_NE(help.out.find("10 not completed: a write failed; the previous database is kept"),
+            std::string::npos);
   EXPECT_NE(help.out.find("--json"), std::string::npos);
 }
 
@@ -272,8 +312,13 @@ TEST(CliScan, CtrlCWithoutATerminalCancelsAtOnceAndClosesTheTables) {
   EXPECT_LT(j["lines"].number, 1000000);
   EXPECT_EQ(j["messages"].items.back().text,
             "Scanning still in progress. Are you sure you want to cancel?");
-  // The tables were closed: they open, and hold what was counted.
-  EXPECT_EQ(j["visitRecordsAdded"].number, Records(demo.str() + "Data/", "Visits"));
+  // Nothing was replaced: there was no database before, and there is none now.
+  EXPECT_EQ(j["visitRecordsAdded"].number, 0);
+  EXPECT_EQ(Records(demo.str() + "Data/", "Visits"), -1);
+  EXPECT_NE(o.err.find("scan cancelled; the database in " + demo.str() +
+                       "Data/ was not replaced: the previous one is kept as it was."),
+            std::string::npos)
+      << o.err;
 }
 
 // The program on a pseudo-terminal: what it writes there, and keys typed at it.
@@ -349,6 +394,8 @@ TEST(CliScan, OnATerminalItAsksAndCtrlCAsksBeforeCancelling) {
   tytest::WriteFile(demo.dir.path() / "logs/w3c/ex999999.log", log);
   tytest::TempDir scratch;
   Terminal t({demo.str()}, scratch);
+  // The question says what a Yes replaces.
+  ASSERT_TRUE(t.WaitFor("The database in " + demo.str() + "Data/ will be replaced"));
   ASSERT_TRUE(t.WaitFor("Are you sure? [y/N] "));
   t.Type("y\n");
   ASSERT_TRUE(t.WaitFor("ex9999"));  // the status line shows the big file
@@ -361,7 +408,9 @@ TEST(CliScan, OnATerminalItAsksAndCtrlCAsksBeforeCancelling) {
   t.Type("y\n");
   ASSERT_TRUE(t.WaitFor("scan cancelled"));
   EXPECT_EQ(t.Wait(), 9);
-  EXPECT_GT(Records(demo.str() + "Data/", "Visits"), 0);  // closed, readable tables
+  // Nothing replaced: there was no database, and there is none.
+  EXPECT_EQ(Records(demo.str() + "Data/", "Visits"), -1);
+  EXPECT_TRUE(fs::is_empty(demo.dir.path() / "Data" / "Temp"));
 }
 
 }  // namespace

@@ -6,7 +6,9 @@
 #include <zip.h>
 
 #include <filesystem>
+#include <ctime>
 #include <fstream>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -96,20 +98,50 @@ std::vector<std::string> Defects(const std::string& folder) {
   return out;
 }
 
+// Writes a zip archive; members get the modification time `mtime` when it is not 0.
 bool WriteZip(const fs::path& path,
-              const std::vector<std::pair<std::string, std::string>>& members) {
+              const std::vector<std::pair<std::string, std::string>>& members,
+              const std::vector<time_t>& mtimes = {}) {
   int err = 0;
   zip_t* z = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
   if (!z) return false;
+  size_t n = 0;
   for (const auto& [name, bytes] : members) {
     zip_source_t* src = zip_source_buffer(z, bytes.data(), bytes.size(), 0);
-    if (!src || zip_file_add(z, name.c_str(), src, ZIP_FL_ENC_RAW) < 0) {
+    const zip_int64_t i = src ? zip_file_add(z, name.c_str(), src, ZIP_FL_ENC_RAW) : -1;
+    if (i < 0) {
       if (src) zip_source_free(src);
       zip_discard(z);
       return false;
     }
+    if (n < mtimes.size()) zip_file_set_mtime(z, static_cast<zip_uint64_t>(i), mtimes[n], 0);
+    ++n;
   }
   return zip_close(z) == 0;
+}
+
+// yyyy-mm-dd hh:mm:ss local time as a time_t.
+time_t LocalTime(int y, int mo, int d, int h, int mi, int s) {
+  std::tm tm{};
+  tm.tm_year = y - 1900;
+  tm.tm_mon = mo - 1;
+  tm.tm_mday = d;
+  tm.tm_hour = h;
+  tm.tm_min = mi;
+  tm.tm_sec = s;
+  tm.tm_isdst = -1;
+  return std::mktime(&tm);
+}
+
+// Every file of the seven tables in `folder` with its bytes.
+std::map<std::string, std::string> TableFiles(const std::string& folder) {
+  std::map<std::string, std::string> out;
+  for (const auto& e : fs::directory_iterator(folder)) {
+    const std::string ext = e.path().extension().string();
+    if (ext == ".DBF" || ext == ".MDX")
+      out[e.path().filename().string()] = tytest::ReadFile(e.path());
+  }
+  return out;
 }
 
 std::string SmallW3c(int hits) {
@@ -211,6 +243,50 @@ TEST(Scan, BadInputNeverStopsTheRunNorWritesOutsideTheLogFolder) {
   const std::string errors = tytest::ReadFile(app.dir.path() / "Data/errors.log");
   EXPECT_NE(errors.find("escaped.log"), std::string::npos);
   EXPECT_NE(errors.find("ModFiles.UnZipArchive"), std::string::npos);
+}
+
+TEST(Scan, ArchiveMembersKeepTheirDatesAndGiveTheSameTablesAsLooseFiles) {
+  // Logs without a date field and without "#Date:" lines: the file's own date is the hits' date.
+  const std::string day1 =
+      "#Fields: time c-ip cs-method cs-uri-stem sc-status cs(User-Agent)\r\n"
+      "10:00:00 10.0.0.1 GET /index.htm 200 Mozilla/4.0\r\n"
+      "10:05:00 10.0.0.2 GET /index.htm 200 Mozilla/4.0\r\n"
+      "10:20:00 10.0.0.1 GET /more.htm 200 Mozilla/4.0\r\n";
+  const std::string day2 =
+      "#Fields: time c-ip cs-method cs-uri-stem sc-status cs(User-Agent)\r\n"
+      "09:00:00 10.0.0.3 GET /index.htm 200 Mozilla/4.0\r\n"
+      "09:01:00 10.0.0.1 GET /index.htm 200 Mozilla/4.0\r\n";
+  const time_t t1 = LocalTime(2002, 5, 1, 23, 59, 58);
+  const time_t t2 = LocalTime(2002, 5, 2, 23, 59, 58);
+  const std::string sites = "[Main]\r\nTYPE=0\r\nFOLDER=logs/\r\nMASK=*.log\r\n";
+
+  App packed(sites);
+  fs::create_directories(packed.dir.path() / "logs");
+  ASSERT_TRUE(WriteZip(packed.dir.path() / "logs/ARCHIVE.ZIP",
+                       {{"ex020501.log", day1}, {"ex020502.log", day2}}, {t1, t2}));
+  App loose(sites);
+  tytest::WriteFile(loose.dir.path() / "logs/ex020501.log", day1);
+  tytest::WriteFile(loose.dir.path() / "logs/ex020502.log", day2);
+  fs::last_write_time(loose.dir.path() / "logs/ex020501.log",
+                      fs::file_time_type::clock::from_sys(std::chrono::system_clock::from_time_t(t1)));
+  fs::last_write_time(loose.dir.path() / "logs/ex020502.log",
+                      fs::file_time_type::clock::from_sys(std::chrono::system_clock::from_time_t(t2)));
+
+  wizard::Wizard* w = nullptr;
+  ASSERT_EQ(packed.Run(w), wizard::StartResult::Completed);
+  ASSERT_EQ(loose.Run(w), wizard::StartResult::Completed);
+  EXPECT_EQ(TableFiles(packed.Data()), TableFiles(loose.Data()));
+  // The visits are those of May 2002, not of the day the archive was unpacked.
+  dbase::Table visits;
+  visits.SetLocation(packed.Data());
+  visits.SetTableName("Visits");
+  ASSERT_EQ(visits.OpenTableReadOnly(), 0);
+  ASSERT_GE(visits.RecordCount(), 3);
+  visits.SelectTag("");
+  visits.GoTop();
+  EXPECT_EQ(std::string(visits.GetText(visits.FieldIndex("VisitDate"))), "20020501");
+  EXPECT_TRUE(fs::exists(packed.dir.path() / "logs/ARCHIVE.ZIP"));
+  EXPECT_FALSE(fs::exists(packed.dir.path() / "logs/ex020501.log"));
 }
 
 }  // namespace

@@ -64,6 +64,9 @@ startup::MainResult RunStartup(const std::string& appFolderArgument,
   startup::MainResult result = startup::Main(args);
   if (result.status == startup::MainStatus::AnotherCopyRunning) {
     std::cerr << "tydbcreate-cli: another copy of the program is running; nothing was done.\n";
+  } else if (result.status == startup::MainStatus::DataFolderBusy) {
+    std::cerr << "tydbcreate-cli: another run is using the data folder " << result.failure
+              << "; nothing was done.\n";
   } else if (result.status == startup::MainStatus::Failed) {
     std::cerr << "tydbcreate-cli: start-up failed: " << result.failure
               << " (see errors.log in the data folder)\n";

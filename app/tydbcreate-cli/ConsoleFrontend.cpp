@@ -142,6 +142,10 @@ platform::MsgResult ConsoleFrontend::Ask(std::string_view question) {
   // the cancel question ("cancel, really").
   gInterrupted.store(false);
   if (handlerInstalled_) InstallHandlers(false, nullptr);
+  // The start question says what a Yes does.
+  if (startQuestion && !dataFolder_.empty())
+    std::cerr << "The database in " << dataFolder_ << " will be replaced by a new one built from "
+              << "the sites' logs. ";
   std::cerr << Lines(question) << " [y/N] ";
   std::cerr.flush();
   std::string answer;

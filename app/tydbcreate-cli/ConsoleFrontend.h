@@ -40,6 +40,9 @@ class ConsoleFrontend final : public platform::Frontend {
   explicit ConsoleFrontend(ConsoleSettings settings);
   ~ConsoleFrontend() override;
 
+  // The data folder whose database the scan replaces: the start question on a terminal names it.
+  void SetDataFolder(std::string folder) { dataFolder_ = std::move(folder); }
+
   // Installs the handlers of SIGINT, SIGTERM and SIGHUP (until destruction). They set flags that
   // Yield reads.
   void CatchInterrupts();
@@ -80,6 +83,7 @@ class ConsoleFrontend final : public platform::Frontend {
   platform::MsgResult Ask(std::string_view question);
 
   ConsoleSettings settings_;
+  std::string dataFolder_;
   platform::Grid grid_;
   platform::ProgressBar bar_;
   std::map<platform::Label, std::string> captions_;

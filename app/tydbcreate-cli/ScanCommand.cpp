@@ -8,6 +8,8 @@
 #include <memory>
 
 #include "ConsoleFrontend.h"
+#include "database/Replacement.h"
+#include "loginput/Archive.h"
 #include "startup/ConfigJson.h"
 #include "vb/Strings.h"
 #include "wizard/ScanSummary.h"
@@ -28,6 +30,8 @@ int ExitStatus(wizard::StartResult result) {
       return kExitDatabaseFailed;
     case wizard::StartResult::Cancelled:
       return kExitCancelled;
+    case wizard::StartResult::WriteFailed:
+      return kExitWriteFailed;
   }
   return kExitCancelled;
 }
@@ -36,7 +40,10 @@ int ExitStatus(wizard::StartResult result) {
 // summary reports); "linesPerSecond" divides by it unrounded (0 for a time of 0 or less), so a
 // short run still gets a rate.
 std::string RunJson(wizard::ScanDriver& driver, const std::vector<std::string>& messages) {
-  const database::RunTotals& totals = driver.Database().Totals();
+  // A run that did not replace the database added no record to it.
+  const database::RunTotals totals = driver.Database().DatabaseReplaced()
+                                         ? driver.Database().Totals()
+                                         : database::RunTotals{};
   const double seconds = driver.Elapsed();
   const long long perSecond =
       seconds > 0 ? static_cast<long long>(driver.TotalLines() / seconds + 0.5) : 0;
@@ -66,8 +73,8 @@ std::string RunJson(wizard::ScanDriver& driver, const std::vector<std::string>& 
 
 void AddScanOptions(CLI::App& app, ScanOptions& options) {
   app.add_option("APPFOLDER", options.appFolder,
-                 "The folder of SETTINGS.INI and the sites file (default: the folder of this "
-                 "program). Without --show-config the database is rebuilt from the sites' logs.");
+                 "The folder of SETTINGS.INI and the sites file; the database is rebuilt from "
+                 "the sites' logs. Required for a scan (without it this usage is printed).");
   app.add_flag("-y,--yes", options.yes,
                "Answer \"Are you sure?\" with Yes. Without it the question is asked on the "
                "terminal, and refused when stdin is not a terminal.");
@@ -107,6 +114,7 @@ void AddScanOptions(CLI::App& app, ScanOptions& options) {
 
 int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
   std::string error;
+
   const auto clock = MakeClock(clockOptions, error);
   if (!clock) {
     std::cerr << "tydbcreate-cli: " << error << "\n";
@@ -124,9 +132,21 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
 
   const auto registry = MachineRegistry();
   startup::MainResult started = RunStartup(options.appFolder, *registry, *clock);
-  if (started.status == startup::MainStatus::AnotherCopyRunning) return kExitAnotherCopy;
+  if (started.status == startup::MainStatus::AnotherCopyRunning ||
+      started.status == startup::MainStatus::DataFolderBusy)
+    return kExitAnotherCopy;
   if (started.status != startup::MainStatus::Ok) return kExitStartupFailed;
   startup::World& world = *started.world;
+  ui.SetDataFolder(world.app.dataFolder);
+  // What a run killed earlier left: its new tables thrown away, or its replacement finished, and
+  // the files it had unpacked from an archive. The data folder's lock is held, so nothing of
+  // another run is touched.
+  if (std::string what; database::Replacement::Recover(world.app.dataFolder, &what) !=
+                        database::Recovery::Nothing)
+    ui.Note("tydbcreate-cli: " + what);
+  if (const int removed = loginput::RemoveLeftoverUnpackedFiles(world); removed > 0)
+    ui.Note("tydbcreate-cli: " + std::to_string(removed) +
+            " file(s) left in a log folder by an unpacking that did not finish were removed.");
   const size_t reportsBefore = world.errors.Reports();
 
   wizard::SystemRunTimer timer;
@@ -175,7 +195,8 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
     });
     status = ExitStatus(window.Start(*registry));
     if (status == kExitCancelled)
-      ui.Note("tydbcreate-cli: scan cancelled; the tables hold what was written until then.");
+      ui.Note("tydbcreate-cli: scan cancelled; the database in " + world.app.dataFolder +
+              " was not replaced: the previous one is kept as it was.");
   }
   // The window closes: database closed, robot list saved when it changed.
   window.Unload();

@@ -18,6 +18,7 @@ inline constexpr int kExitServiceRunning = 6;  // the monitoring product runs as
 inline constexpr int kExitNotConfirmed = 7;    // "Are you sure?" was not answered Yes
 inline constexpr int kExitDatabaseFailed = 8;  // the database could not be created
 inline constexpr int kExitCancelled = 9;       // Ctrl-C, SIGTERM or SIGHUP: cancelled
+inline constexpr int kExitWriteFailed = 10;    // not completed: a write failed (a full disk)
 
 struct ScanOptions {
   std::string appFolder;  // the optional APPFOLDER argument

@@ -16,6 +16,10 @@ void AddShowConfigOptions(CLI::App& app, ShowConfigOptions& options) {
                      "alerts, and the exception catalogue.")
           ->expected(0, 1)
           ->type_name("[APPFOLDER]");
+  app.add_flag("--show-secrets", options.showSecrets,
+               "With --show-config: print the passwords as they are (by default each one that is "
+               "set is shown as \"********\").")
+      ->needs(options.option);
 }
 
 int RunShowConfig(const ShowConfigOptions& options, const ClockOptions& clockOptions) {
@@ -27,8 +31,10 @@ int RunShowConfig(const ShowConfigOptions& options, const ClockOptions& clockOpt
   }
   const auto registry = MachineRegistry();
   const startup::MainResult result = RunStartup(options.appFolder, *registry, *clock);
-  if (result.status == startup::MainStatus::AnotherCopyRunning) return kExitAnotherCopy;
-  std::cout << startup::ConfigToJson(*result.world) << "\n";
+  if (result.status == startup::MainStatus::AnotherCopyRunning ||
+      result.status == startup::MainStatus::DataFolderBusy)
+    return kExitAnotherCopy;
+  std::cout << startup::ConfigToJson(*result.world, options.showSecrets) << "\n";
   std::cout.flush();
   if (!std::cout) {
     std::cerr << "tydbcreate-cli: could not write the configuration\n";

@@ -12,6 +12,7 @@ namespace cli {
 struct ShowConfigOptions {
   CLI::Option* option = nullptr;  // set by AddShowConfigOptions
   std::string appFolder;          // the optional APPFOLDER value
+  bool showSecrets = false;       // --show-secrets: passwords as they are
 
   bool Requested() const { return option != nullptr && option->count() > 0; }
 };

@@ -38,22 +38,29 @@ F::F(startup::World& world)
       tickets_(new uint64_t[kTicketSlots]()) {
   // Every notice of the engine (an index rebuilt in memory, for instance) goes to errors.log
   // under the name of the control that raised it.
-  const auto sink = [this](const char* control) {
-    return [this, control](const std::string& message) { world_.errors.LogError(control, message); };
+  // A write that failed is also noted for the run, which cannot complete after it.
+  const auto sink = [this](const char* control, const dbase::Table& t) {
+    return [this, control, &t](const std::string& message) {
+      NoteWriteFailure(t, message);
+      world_.errors.LogError(control, message);
+    };
   };
   // The tables of the record writer may raise theirs on the writer's thread.
-  const auto writerSink = [this](const char* control) {
-    return [this, control](const std::string& message) { WriterNotice(control, message); };
+  const auto writerSink = [this](const char* control, const dbase::Table& t) {
+    return [this, control, &t](const std::string& message) {
+      NoteWriteFailure(t, message);
+      WriterNotice(control, message);
+    };
   };
-  VAVISITS.SetNoticeSink(writerSink("F.VAVISITS"));
-  VAVIS.SetNoticeSink(sink("F.VAVIS"));
-  VAREF.SetNoticeSink(writerSink("F.VAREF"));
-  VAEXP.SetNoticeSink(writerSink("F.VAEXP"));
-  VAPG.SetNoticeSink(writerSink("F.VAPG"));
-  VADL.SetNoticeSink(writerSink("F.VADL"));
-  VADAY.SetNoticeSink(sink("F.VADAY"));
-  IPCC.SetNoticeSink(sink("F.IPCC"));
-  VAOLD.SetNoticeSink(sink("F.VAOLD"));
+  VAVISITS.SetNoticeSink(writerSink("F.VAVISITS", VAVISITS));
+  VAVIS.SetNoticeSink(sink("F.VAVIS", VAVIS));
+  VAREF.SetNoticeSink(writerSink("F.VAREF", VAREF));
+  VAEXP.SetNoticeSink(writerSink("F.VAEXP", VAEXP));
+  VAPG.SetNoticeSink(writerSink("F.VAPG", VAPG));
+  VADL.SetNoticeSink(writerSink("F.VADL", VADL));
+  VADAY.SetNoticeSink(sink("F.VADAY", VADAY));
+  IPCC.SetNoticeSink(sink("F.IPCC", IPCC));
+  VAOLD.SetNoticeSink(sink("F.VAOLD", VAOLD));
   // "VISOLD" is our own previous "Visitor": when its index file is missing or unreadable the
   // engine rebuilds the index from the records with the "Visitor" tag.
   VAOLD.SetIndexSpecs(schema::kVisitorTags);
@@ -80,6 +87,22 @@ void F::LogFailure(const char* location, const std::exception& e) {
   world_.errors.LogError(location, e);
 }
 
+void F::NoteWriteFailure(const dbase::Table& table, const std::string& message) {
+  if (!table.WriteFailed() || writeFailed_.load(std::memory_order_acquire)) return;
+  {
+    const std::lock_guard<std::mutex> lock(writeFailureMutex_);
+    // The engine's notice goes on to say what it means for a live table; the user is told what
+    // it means for the run instead.
+    writeFailure_ = message.substr(0, message.find(": the table on disk"));
+  }
+  writeFailed_.store(true, std::memory_order_release);
+}
+
+std::string F::WriteFailure() const {
+  const std::lock_guard<std::mutex> lock(writeFailureMutex_);
+  return writeFailure_;
+}
+
 // ---- Lifecycle ------------------------------------------------------------------------------
 
 bool F::InitDatabase() {
@@ -99,39 +122,43 @@ bool F::InitDatabase() {
     VAOLD.CloseTable();
     countryTable_ = false;
     oldVisitorTable_ = false;
+    replaced_ = false;
+    failure_.clear();
+    writeFailed_.store(false, std::memory_order_release);
 
-    const std::string& data = world_.app.dataFolder;
+    const std::string data = platform::WithTrailingSlash(world_.app.dataFolder);
+    // The new tables are built in a staging folder beside the live ones, which stay untouched
+    // until the run completes (Replacement.h). What an earlier run left there is finished or
+    // thrown away first.
+    replacement_ = std::make_unique<Replacement>(data);
+    if (!replacement_->Begin(failure_)) {
+      world_.errors.LogError("CreateDatabase", failure_);
+      return false;
+    }
+    const std::string& staging = replacement_->Staging();
 
     // 1. Start the engine on "Visitor" and keep the handle.
     engineHandle_ = kEngineStarted;
 
-    // 2. "VISOLD": the previous database's visitor table.
+    // 2. and 3. "VISOLD", the DNS and friendly-name cache, is the previous database's "Visitor",
+    //    read where it lies: it is replaced only when the new database is complete. Without a
+    //    "VISITOR.DBF" a "VISOLD" left by an interrupted run is used. A missing index file does
+    //    not stop the rebuild: the table is opened read-only and its index rebuilt in memory
+    //    from the records (with a line in errors.log).
     VAOLD.SetLocation(data);
-    VAOLD.SetTableName(std::string(schema::kVisOld));
-
-    // 3. Move the previous "Visitor" aside as "VISOLD", so that its resolved host names and
-    //    friendly names answer DNS questions while the new "Visitor" is built. Without a
-    //    "VISITOR.DBF" a "VISOLD" left by an interrupted run stays and is used.
-    if (const auto oldDbf = platform::FindFileCI(data, schema::kVisitorDbf)) {
-      VAOLD.DropTable(schema::kVisOld);
-      const std::filesystem::path folder = platform::WithTrailingSlash(data);
-      std::filesystem::rename(*oldDbf, folder / schema::kVisOldDbf);
-      // A missing "VISITOR.MDX" does not stop the rebuild: "VISOLD" is opened read-only and its
-      // index is then rebuilt in memory from the records (with a line in errors.log).
-      if (const auto oldMdx = platform::FindFileCI(data, schema::kVisitorMdx)) {
-        std::filesystem::rename(*oldMdx, folder / schema::kVisOldMdx);
-      }
-    }
+    VAOLD.SetTableName(std::string(platform::FileExistsCI(data, schema::kVisitorDbf)
+                                       ? schema::kVisitor
+                                       : schema::kVisOld));
 
     // 4. "Visitor" owns the engine and gets no handle.
-    VAVIS.SetLocation(data);
+    VAVIS.SetLocation(staging);
     VAVIS.SetTableName(std::string(schema::kVisitor));
     VAVIS.DropTable(schema::kVisitor);
     VAVIS.SetShareMode(2);
     VAVIS.SetRebuild(true);
 
-    // 5. Every table this utility writes is dropped before it is created again: the existing
-    //    database is always replaced whole.
+    // 5. Every table this utility writes is created anew: the existing database is always
+    //    replaced whole.
     struct Control {
       dbase::Table& table;
       std::string_view name;
@@ -140,7 +167,7 @@ bool F::InitDatabase() {
                                {VAEXP, schema::kExceptions}, {VAPG, schema::kPages},
                                {VADL, schema::kDownloads},   {VADAY, schema::kDaySum}};
     for (const Control& c : written) {
-      c.table.SetLocation(data);
+      c.table.SetLocation(staging);
       c.table.SetTableName(std::string(c.name));
       c.table.DropTable(c.name);
       c.table.SetShareMode(2);
@@ -152,13 +179,22 @@ bool F::InitDatabase() {
     IPCC.SetTableName(std::string(schema::kIpcc));
     IPCC.SetShareMode(2);
 
-    // 7.
-    return CreateDatabase();
-  } catch (const std::exception&) {
-    // A failure of InitDatabase itself (a rename the file system refuses) is not reported here:
-    // the scan driver tells the user that the database could not be created.
+    // 7. Nothing of a database that could not be created is left.
+    const bool created = CreateDatabase();
+    if (!created) DiscardNewTables();
+    return created;
+  } catch (const std::exception& e) {
+    // The scan driver tells the user that the database could not be created, and why.
+    if (failure_.empty()) failure_ = e.what();
+    DiscardNewTables();
     return false;
   }
+}
+
+void F::DiscardNewTables() {
+  for (dbase::Table* t : {&VAVISITS, &VAVIS, &VAREF, &VAEXP, &VAPG, &VADL, &VADAY, &IPCC, &VAOLD})
+    t->CloseTable();
+  if (replacement_) replacement_->Discard();
 }
 
 bool F::CreateDatabase() {
@@ -182,10 +218,9 @@ bool F::CreateDatabase() {
     for (const Creation& c : creations) {
       lastStatus_ = c.table.CreateTable(c.fields, c.tags);
       if (lastStatus_ != dbase::kOk) {
-        world_.errors.LogError("CreateDatabase",
-                               "Table " + std::string(c.name) + " could not be created (" +
-                                   dbase::StatusText(lastStatus_) + ") in " +
-                                   world_.app.dataFolder);
+        failure_ = "Table " + std::string(c.name) + " could not be created (" +
+                   dbase::StatusText(lastStatus_) + ") in " + c.table.Location();
+        world_.errors.LogError("CreateDatabase", failure_);
         open_ = false;
         return false;
       }
@@ -198,6 +233,8 @@ bool F::CreateDatabase() {
     for (dbase::Table* t : opening) {
       lastStatus_ = t->OpenTable();
       if (lastStatus_ != dbase::kOk) {
+        failure_ = "Table " + t->TableName() + " could not be opened (" +
+                   dbase::StatusText(lastStatus_) + ") in " + t->Location();
         allOpen = false;
         break;
       }
@@ -222,7 +259,7 @@ bool F::CreateDatabase() {
     }
 
     // 5. The previous visitor table, when there is one.
-    if (platform::FileExistsCI(world_.app.dataFolder, schema::kVisOldDbf)) {
+    if (platform::FileExistsCI(VAOLD.Location(), VAOLD.TableName() + ".DBF")) {
       lastStatus_ = VAOLD.OpenTableReadOnly();
       if (lastStatus_ == dbase::kOk) {
         fields_->visOld.ip = VAOLD.FieldIndex("IP");
@@ -234,6 +271,7 @@ bool F::CreateDatabase() {
     return result;
   } catch (const std::exception& e) {
     LogFailure("CreateDatabase", e);
+    failure_ = e.what();
     open_ = false;
     return false;
   }
@@ -331,14 +369,52 @@ void F::CloseDatabase() {
   }
   helper.join();
   if (helperFailure) std::rethrow_exception(helperFailure);
-  // 4. The previous visitor table lives only for the length of one rebuild.
-  VAOLD.DropTable(schema::kVisOld);
+  // 4. The new tables replace the live ones, whole, and the previous visitor table goes (it
+  //    lives only for the length of one rebuild); or, for a run that did not complete, the new
+  //    tables go and the live ones stay.
+  FinishReplacement();
   // 5. The tables are closed, and with them the country and old-visitor lookups.
   open_ = false;
   countryTable_ = false;
   oldVisitorTable_ = false;
   // 6. End the engine.
   engineHandle_ = 0;
+}
+
+void F::FinishReplacement() {
+  if (!replacement_ || !replacement_->Begun()) return;
+  dbase::Table* const written[] = {&VAVISITS, &VAVIS, &VAREF, &VAEXP, &VAPG, &VADL, &VADAY};
+  if (!replaceOnClose_) {
+    replacement_->Discard();
+    return;
+  }
+  if (WriteFailed()) {
+    failure_ = WriteFailure();
+    replacement_->Discard();
+    return;
+  }
+  for (const dbase::Table* t : written) {
+    if (t->WriteFailed()) {
+      failure_ = t->TableName() + " could not be written whole";
+      replacement_->Discard();
+      return;
+    }
+  }
+  std::vector<std::string> names;
+  for (const dbase::Table* t : written) {
+    for (const char* ext : {".DBF", ".MDX"}) {
+      if (const auto f = platform::FindFileCI(replacement_->Staging(), t->TableName() + ext))
+        names.push_back(f->filename().string());
+    }
+  }
+  std::string why;
+  replaced_ = replacement_->Commit(
+      names, {std::string(schema::kVisOldDbf), std::string(schema::kVisOldMdx)}, why);
+  if (!replaced_) {
+    failure_ = why;
+  } else if (!why.empty()) {
+    world_.errors.LogError("CloseDatabase", why);
+  }
 }
 
 }  // namespace database

@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "database/RecordHooks.h"
+#include "database/Replacement.h"
 #include "database/RunTotals.h"
 #include "database/Visit.h"
 #include "dbase/Table.h"
@@ -62,21 +63,41 @@ class F {
 
   // ---- Lifecycle -------------------------------------------------------------------------------
 
-  // Prepares the nine controls, moves a previous "Visitor" aside as "VISOLD" (its DNS and
-  // friendly-name cache), drops and re-creates the seven tables this utility writes, and opens
-  // them together with "IPCC" and "VISOLD" when present. Returns true when all seven tables were
-  // created and opened (the database-open flag is then set). On false nothing more is reported
-  // than the "CreateDatabase" line that a creation failure writes to errors.log; tables created
-  // before a failure stay on disk.
+  // Prepares the nine controls and creates the seven tables this utility writes, empty, in the
+  // staging folder beside the live ones (Replacement.h), and opens them together with "IPCC" and
+  // the previous "Visitor" (read where it lies, as the "VISOLD" cache; without a "VISITOR.DBF" a
+  // "VISOLD.DBF" left by an interrupted run) when present. The live tables are not touched.
+  // Returns true when all seven tables were created and opened (the database-open flag is then
+  // set). On false the "CreateDatabase" line of errors.log and DatabaseFailure() say why, and
+  // nothing of the failed database is left.
   bool InitDatabase();
   // True when the database is open; otherwise the result of InitDatabase (a complete rebuild).
   bool DatabaseReady();
   // When open: writes buffered changes of "Referrers", "Visitor", "Visits", "Exceptions" and
   // "Pages", in that order. Does nothing when closed.
   void FlushDatabase();
-  // When open: writes the page and exception caches, closes all nine tables, deletes "VISOLD",
-  // clears the open flag. Does nothing when closed, so a second call is harmless.
+  // When open: writes the page and exception caches, closes all nine tables, then replaces the
+  // live database with the new tables (and deletes "VISOLD") when ReplaceOnClose is on and every
+  // write succeeded; otherwise throws the new tables away and keeps the live ones as they were.
+  // Clears the open flag. Does nothing when closed, so a second call is harmless.
   void CloseDatabase();
+
+  // ---- Replacing the database whole or not at all ----------------------------------------------
+
+  // Whether the next CloseDatabase replaces the live database (on, the default) or throws the new
+  // tables away (off: a run that did not complete).
+  void ReplaceOnClose(bool on) { replaceOnClose_ = on; }
+  // After CloseDatabase: true when the new tables replaced the live ones.
+  bool DatabaseReplaced() const { return replaced_; }
+  // Why the database could not be created, or why the last close did not replace it ("" when
+  // nothing failed).
+  const std::string& DatabaseFailure() const { return failure_; }
+  // A write to one of the new tables failed since InitDatabase: the run cannot complete. Safe to
+  // ask from any thread; WriteFailure() gives the first failure's text.
+  bool WriteFailed() const { return writeFailed_.load(std::memory_order_acquire); }
+  std::string WriteFailure() const;
+  // The staging of the new tables (its folder, and the room it needs and had).
+  const Replacement& Staging() const { return *replacement_; }
 
   // ---- Shared state ----------------------------------------------------------------------------
 
@@ -256,6 +277,20 @@ class F {
   std::array<char, 20> siteKey_{};  // current site name, left-aligned in 20, blank-padded
 
   bool open_ = false;
+  // The replacement of the live database by the new tables, and its state.
+  std::unique_ptr<Replacement> replacement_;
+  bool replaceOnClose_ = true;
+  bool replaced_ = false;
+  std::string failure_;
+  std::atomic<bool> writeFailed_{false};
+  mutable std::mutex writeFailureMutex_;
+  std::string writeFailure_;
+  // Notes a failed write of `table` (called from its notice sink, on whichever thread wrote).
+  void NoteWriteFailure(const dbase::Table& table, const std::string& message);
+  // Closes the tables' files and replaces the live database, or throws the new tables away.
+  void FinishReplacement();
+  // Closes every table and throws the new ones away (a database that could not be created).
+  void DiscardNewTables();
   bool countryTable_ = false;
   bool oldVisitorTable_ = false;
   int lastStatus_ = 0;

@@ -1,5 +1,5 @@
-// The database's life: creating the tables in a data folder, moving the previous visitors aside
-// as "VISOLD" and deleting them again, and the failures of creation.
+// The database's life: creating the tables beside the live ones, reading the previous visitors
+// where they lie as "VISOLD", replacing the live tables at close, and the failures of creation.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -42,16 +42,26 @@ TEST(Lifecycle, EmptyFolderCreatesAllSevenTablesAndNoLookups) {
   EXPECT_FALSE(f.OldVisitorTableOpen());
   EXPECT_FALSE(f.IPCC.IsOpen());
   EXPECT_FALSE(f.VAOLD.IsOpen());
+  // The tables are built beside the data folder's own files, which a run that does not
+  // complete leaves alone.
+  const std::string staging = f.Staging().Staging();
   for (const char* t : kWrittenTables) {
-    EXPECT_TRUE(FileThere(run.Data(), std::string(t) + ".DBF")) << t;
-    EXPECT_TRUE(FileThere(run.Data(), std::string(t) + ".MDX")) << t;
+    EXPECT_TRUE(FileThere(staging, std::string(t) + ".DBF")) << t;
+    EXPECT_TRUE(FileThere(staging, std::string(t) + ".MDX")) << t;
+    EXPECT_FALSE(FileThere(run.Data(), std::string(t) + ".DBF")) << t;
   }
   EXPECT_FALSE(FileThere(run.Data(), "VISOLD.DBF"));
   // Downloads are sought by IP, site and visit number.
   EXPECT_EQ(f.VADL.SelectedTag(), "KEY1");
   f.CloseDatabase();
   EXPECT_FALSE(f.DatabaseOpen());
+  EXPECT_TRUE(f.DatabaseReplaced());
   EXPECT_EQ(run.ErrorsLog(), "");
+  for (const char* t : kWrittenTables) {
+    EXPECT_TRUE(FileThere(run.Data(), std::string(t) + ".DBF")) << t;
+    EXPECT_TRUE(FileThere(run.Data(), std::string(t) + ".MDX")) << t;
+  }
+  EXPECT_FALSE(fs::exists(staging));
   // The tables carry their layout: "Visitor" has its one unique tag on IP + Site.
   dbase::Table t;
   t.SetLocation(run.Data());
@@ -63,15 +73,18 @@ TEST(Lifecycle, EmptyFolderCreatesAllSevenTablesAndNoLookups) {
   EXPECT_EQ(t.FieldCount(), 16);
 }
 
-TEST(Lifecycle, SecondRunReadsPreviousVisitorsAsVisOldAndDeletesThemAtClose) {
+TEST(Lifecycle, SecondRunReadsPreviousVisitorsWhereTheyLieAndReplacesThemAtClose) {
   DbRun run;
   LeaveVisitorBehind(run);
   ASSERT_TRUE(FileThere(run.Data(), "VISITOR.DBF"));
+  const std::string previous = tytest::ReadFile(fs::path(run.Data()) / "VISITOR.DBF");
 
   database::F f(run.world);
   ASSERT_TRUE(f.InitDatabase());
-  EXPECT_TRUE(FileThere(run.Data(), "VISOLD.DBF"));
-  EXPECT_TRUE(FileThere(run.Data(), "VISOLD.MDX"));
+  // Nothing is moved aside: the previous visitors stay where they are until the new database
+  // is complete.
+  EXPECT_FALSE(FileThere(run.Data(), "VISOLD.DBF"));
+  EXPECT_EQ(tytest::ReadFile(fs::path(run.Data()) / "VISITOR.DBF"), previous);
   EXPECT_TRUE(f.OldVisitorTableOpen());
   // The new "Visitor" starts empty; the old host name and friendly name come from "VISOLD".
   EXPECT_EQ(f.VAVIS.RecordCount(), 0);
@@ -87,6 +100,7 @@ TEST(Lifecycle, SecondRunReadsPreviousVisitorsAsVisOldAndDeletesThemAtClose) {
   EXPECT_FALSE(FileThere(run.Data(), "VISOLD.DBF"));
   EXPECT_FALSE(FileThere(run.Data(), "VISOLD.MDX"));
   EXPECT_TRUE(FileThere(run.Data(), "VISITOR.DBF"));
+  EXPECT_TRUE(dbtest::ReadTable(run.Data(), "Visitor").empty());
   f.CloseDatabase();  // a second close is harmless
 }
 
@@ -135,20 +149,24 @@ TEST(Lifecycle, FlushAndCloseBeforeASuccessfulInitDoNothing) {
   EXPECT_TRUE(fs::is_empty(run.dir.path()));
 }
 
-TEST(Lifecycle, TableThatCannotBeCreatedStopsCreationWithOneLogLine) {
+TEST(Lifecycle, DatabaseThatCannotBeCreatedLeavesThePreviousOneWithOneLogLine) {
   DbRun run;
-  // A folder in the place of "DOWNLOADS.DBF" makes the sixth table impossible to create, for
-  // every user.
-  fs::create_directory(fs::path(run.Data()) / "DOWNLOADS.DBF");
+  LeaveVisitorBehind(run);
+  const std::string previous = tytest::ReadFile(fs::path(run.Data()) / "VISITOR.DBF");
+  // A file in the place of the "Temp" folder leaves nowhere to build the new tables, for every
+  // user.
+  fs::remove_all(fs::path(run.Data()) / "Temp");
+  tytest::WriteFile(fs::path(run.Data()) / "Temp", "not a folder");
   database::F f(run.world);
   EXPECT_FALSE(f.InitDatabase());
   EXPECT_FALSE(f.DatabaseOpen());
   EXPECT_FALSE(f.CountryTableAvailable());
   EXPECT_FALSE(f.OldVisitorTableOpen());
-  EXPECT_NE(f.LastStatus(), 0);
-  // Tables created before the failure stay; none after it is created.
-  EXPECT_TRUE(FileThere(run.Data(), "PAGES.DBF"));
-  EXPECT_FALSE(FileThere(run.Data(), "DAYSUM.DBF"));
+  EXPECT_NE(f.DatabaseFailure().find("Temp/tydbcreate-new/"), std::string::npos)
+      << f.DatabaseFailure();
+  // The previous database is as it was.
+  EXPECT_EQ(tytest::ReadFile(fs::path(run.Data()) / "VISITOR.DBF"), previous);
+  EXPECT_EQ(dbtest::ReadTable(run.Data(), "Visitor").size(), 1u);
   const std::string log = run.ErrorsLog();
   EXPECT_NE(log.find("FROM CreateDatabase\r\n"), std::string::npos) << log;
   EXPECT_EQ(log.find("FROM CreateDatabase", log.find("FROM CreateDatabase") + 1),

@@ -9,7 +9,8 @@
 // program pads each character field to its full width (IP to 15, Site to 20, Name to 50).
 //
 // File names: the table name + ".DBF" / ".MDX" in the data folder. The previous visitor table is
-// handled as "VISITOR.DBF"/"VISITOR.MDX" and kept as "VISOLD.DBF"/"VISOLD.MDX" during a rebuild.
+// read as "VISITOR.DBF"/"VISITOR.MDX" where it lies during a rebuild; "VISOLD.DBF"/"VISOLD.MDX"
+// are the names an interrupted run of an older version left it under.
 #pragma once
 
 #include <string>
@@ -29,7 +30,7 @@ inline constexpr std::string_view kDaySum = "DaySum";
 inline constexpr std::string_view kIpcc = "IPCC";
 inline constexpr std::string_view kVisOld = "VISOLD";
 
-// The previous visitor table's files, renamed at the start of a rebuild.
+// The previous visitor table's files, and the names an older version moved them to.
 inline constexpr std::string_view kVisitorDbf = "VISITOR.DBF";
 inline constexpr std::string_view kVisitorMdx = "VISITOR.MDX";
 inline constexpr std::string_view kVisOldDbf = "VISOLD.DBF";

@@ -1099,6 +1099,8 @@ int Table::FlushTable() {
   return s;
 }
 
+bool Table::WriteFailed() const { return impl_->writeFailureReported; }
+
 void Table::CloseTable() {
   Impl& m = *impl_;
   if (!m.open) return;

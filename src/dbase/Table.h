@@ -116,6 +116,9 @@ class Table {
   // Writes everything and stays open. Returns kOk, kNotOpen or kIoError (also kept for the
   // next FlushTable: nothing is dropped).
   int FlushTable();
+  // True when a write to the table's files failed since it was last opened (a full disk, an I/O
+  // error): its files then do not hold every record. Kept after closing, until the next open.
+  bool WriteFailed() const;
 
   // ---- order -----------------------------------------------------------------------------
   // Positions at the top of the current order (same as GoTop).

@@ -1,16 +1,21 @@
 // Archive unpacking and clean-up for a site's log folder.
 #include "loginput/Archive.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 #include <string>
+#include <system_error>
 
 #include "platform/Files.h"
 #include "platform/Frontend.h"
+#include "startup/Engine.h"
 #include "startup/World.h"
 
 namespace loginput {
@@ -30,7 +35,71 @@ std::string Printable(std::string_view name) {
   return out;
 }
 
+// Appends one line to the list of unpacked files (open at `fd`). Nothing stops the unpacking
+// when the list cannot be written: the files are still removed by DeleteArchive.
+void Note(int fd, std::string_view kind, const std::string& path) {
+  if (fd < 0) return;
+  std::string line(kind);
+  line += ' ';
+  line += path;
+  line += '\n';
+  [[maybe_unused]] const auto n = ::write(fd, line.data(), line.size());
+}
+
+bool IsRegularFile(const std::string& path) {
+  struct stat st {};
+  return ::lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
 }  // namespace
+
+std::string UnpackedListPath(const std::string& dataFolder) {
+  return platform::WithTrailingSlash(dataFolder) + "Temp/unpacked-files.lst";
+}
+
+int RemoveLeftoverUnpackedFiles(startup::World& world) {
+  int removed = 0;
+  try {
+    const std::string list = UnpackedListPath(world.app.dataFolder);
+    std::ifstream in(list, std::ios::binary);
+    if (!in) return 0;
+    std::string folder;
+    std::string line;
+    const auto remove = [&](const std::string& path) {
+      if (!IsRegularFile(path)) return;
+      if (::unlink(path.c_str()) == 0) {
+        ++removed;
+        world.errors.LogError(kUnzipWhere, "Removed " + Printable(path) +
+                                               ", left by an unpacking that did not finish");
+      }
+    };
+    while (std::getline(in, line)) {
+      if (line.rfind("folder ", 0) == 0) {
+        folder = platform::WithTrailingSlash(line.substr(7));
+        // The unpacking's partial files carry a name of their own.
+        std::error_code ec;
+        for (std::filesystem::directory_iterator it(folder, ec), end; !ec && it != end;
+             it.increment(ec)) {
+          const std::string name = it->path().filename().string();
+          if (name.rfind(".tyunzip-", 0) == 0 && name.size() > 13 &&
+              name.compare(name.size() - 4, 4, ".tmp") == 0)
+            remove(it->path().string());
+        }
+      } else if (line.rfind("file ", 0) == 0 && !folder.empty()) {
+        // Only a file directly in the folder the list names.
+        const std::string path = line.substr(5);
+        if (path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
+            path.find('/', folder.size()) == std::string::npos)
+          remove(path);
+      }
+    }
+    in.close();
+    ::unlink(list.c_str());
+  } catch (const std::exception& e) {
+    world.errors.LogError(kUnzipWhere, e);
+  }
+  return removed;
+}
 
 void UnZipArchive(startup::World& world, platform::Frontend& ui, RunState& run, int siteIndex,
                   const platform::ZipArchive::Limits& limits) {
@@ -56,6 +125,12 @@ void UnZipArchive(startup::World& world, platform::Frontend& ui, RunState& run, 
       // 4.
       run.extracted.reserve(static_cast<size_t>(zip.Count()) + 1);
       // 5. Unpack everything into the site's folder.
+      // Every file is noted before it is written, so that a run killed while it unpacks or
+      // scans leaves nothing the next run cannot find and remove.
+      const std::string list = UnpackedListPath(world.app.dataFolder);
+      startup::EnsureFolder(platform::WithTrailingSlash(world.app.dataFolder) + "Temp/");
+      const int listFd = ::open(list.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+      Note(listFd, "folder", platform::WithTrailingSlash(folder));
       platform::ZipArchive::Events events;
       auto yield = [&] {
         if (!ui.Yield()) {
@@ -64,6 +139,7 @@ void UnZipArchive(startup::World& world, platform::Frontend& ui, RunState& run, 
         }
       };
       events.onFile = [&](const std::string& file) {
+        Note(listFd, "file", file);
         ++run.extractedCount;
         run.extracted.push_back(file);
         ui.SetCaption(platform::Label::Prog2, std::string(kUnzipCaption) + " " + file);
@@ -81,6 +157,8 @@ void UnZipArchive(startup::World& world, platform::Frontend& ui, RunState& run, 
       run.unzipping = true;
       run.SetActiveArchive(&zip);
       result = zip.ExtractAll(folder, events, limits);
+      if (listFd >= 0) ::close(listFd);
+      if (run.extractedCount == 0) ::unlink(list.c_str());
       run.SetActiveArchive(nullptr);
       run.unzipping = false;
     }
@@ -113,6 +191,7 @@ void DeleteArchive(startup::World& world, platform::Frontend& ui, RunState& run,
       world.errors.LogError(kDeleteWhere, file + ": " + std::strerror(errno));
     }
   }
+  ::unlink(UnpackedListPath(world.app.dataFolder).c_str());
 }
 
 }  // namespace loginput

@@ -37,7 +37,20 @@ void UnZipArchive(startup::World& world, platform::Frontend& ui, RunState& run, 
 
 // Shows "Removing Tempory Files" and deletes every file of run.extracted that still exists as a
 // regular file under exactly that path; a file already gone is skipped. A deletion that fails is
-// noted in errors.log under "ModFiles.DeleteArchive". Never throws.
+// noted in errors.log under "ModFiles.DeleteArchive". Then the list of unpacked files goes.
+// Never throws.
 void DeleteArchive(startup::World& world, platform::Frontend& ui, RunState& run, int siteIndex);
+
+// The list of unpacked files, kept in the data folder's "Temp" folder while a site's archive is
+// unpacked and scanned: the log folder first ("folder <path>"), then every file, written there
+// before the file itself is ("file <path>"). A run killed before DeleteArchive leaves it behind.
+std::string UnpackedListPath(const std::string& dataFolder);
+
+// What an unpacking that never reached DeleteArchive left (the run was killed): every file named
+// in the list that is still a regular file directly in the listed log folder, and the partial
+// files of the unpacking (".tyunzip-*.tmp") in that folder, are deleted, then the list. Files the
+// list does not name are never touched, so a user's own logs stay. Each deletion is noted in
+// errors.log under "ModFiles.UnZipArchive". Returns the number of files deleted. Never throws.
+int RemoveLeftoverUnpackedFiles(startup::World& world);
 
 }  // namespace loginput

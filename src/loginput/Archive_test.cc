@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
+#include <fstream>
+
 #include "loginput/LogFiles.h"
 #include "loginput/LogInputTesting.h"
 
@@ -189,6 +192,66 @@ TEST(Archive, SizeBoundsAndCancelStopTheUnpacking) {
     EXPECT_EQ(Names(t.dir.path() / "logs"), (std::vector<std::string>{"ARCHIVE.ZIP"}));
     EXPECT_EQ(t.ErrorsLog(), "");  // a Cancel is no failure
   }
+}
+
+// 2002-05-01 10:00:00 local time, as the archive stores it.
+time_t May2002() {
+  std::tm tm{};
+  tm.tm_year = 102;
+  tm.tm_mon = 4;
+  tm.tm_mday = 1;
+  tm.tm_hour = 10;
+  tm.tm_isdst = -1;
+  return std::mktime(&tm);
+}
+
+TEST(Archive, UnpackedFilesKeepTheArchiveTimeAndAreNotedBeforeTheyAreWritten) {
+  InputWorld t;
+  ASSERT_TRUE(WriteZip(t.dir.path() / "logs/ARCHIVE.ZIP",
+                       {{"ex020501.log", "#Fields: c-ip\r\n1.1.1.1\r\n", false, false, false,
+                         May2002()}}));
+  // While the member is written, the list already names it.
+  std::string listed;
+  t.ui.onYield = [&](int) {
+    listed = tytest::ReadFile(UnpackedListPath(t.w().app.dataFolder));
+    return true;
+  };
+  UnZipArchive(t.w(), t.ui, t.run, 1);
+  ASSERT_EQ(t.run.extractedCount, 1);
+  EXPECT_EQ(listed, "folder " + t.Folder() + "\nfile " + t.Folder() + "ex020501.log\n");
+  // The listing sees the archive's date, not the time of unpacking.
+  ASSERT_EQ(ListLogFiles(t.w(), t.ui, t.run, 1), 1);
+  EXPECT_EQ(t.run.logFiles[1].modified, vb::DateSerial(2002, 5, 1) + vb::TimeSerial(10, 0, 0));
+  DeleteArchive(t.w(), t.ui, t.run, 1);
+  EXPECT_FALSE(fs::exists(UnpackedListPath(t.w().app.dataFolder)));
+  EXPECT_EQ(Names(t.dir.path() / "logs"), (std::vector<std::string>{"ARCHIVE.ZIP"}));
+}
+
+TEST(Archive, NextRunRemovesWhatAKilledUnpackingLeftAndNothingElse) {
+  InputWorld t;
+  tytest::WriteFile(t.dir.path() / "logs/own.log", "the user's own");
+  tytest::WriteFile(t.dir.path() / "logs/b.log", "also the user's: the archive's b.log is skipped");
+  ASSERT_TRUE(WriteZip(t.dir.path() / "logs/ARCHIVE.ZIP", {{"a.log", "a"}, {"b.log", "b"}}));
+  UnZipArchive(t.w(), t.ui, t.run, 1);
+  ASSERT_EQ(t.run.extractedCount, 1);
+  // Killed before the clean-up, and while a second member was half written.
+  tytest::WriteFile(t.dir.path() / "logs/.tyunzip-4242-1.tmp", "half");
+  // A list that names more than the unpacking wrote is still kept to its folder.
+  {
+    std::ofstream list(UnpackedListPath(t.w().app.dataFolder), std::ios::app);
+    list << "file " << t.Folder() << "sub/x.log\nfile " << t.dir.str() << "elsewhere.log\n";
+  }
+  tytest::WriteFile(t.dir.path() / "elsewhere.log", "not in the folder");
+
+  EXPECT_EQ(RemoveLeftoverUnpackedFiles(t.w()), 2);
+  EXPECT_EQ(Names(t.dir.path() / "logs"),
+            (std::vector<std::string>{"ARCHIVE.ZIP", "b.log", "own.log"}));
+  EXPECT_TRUE(fs::exists(t.dir.path() / "elsewhere.log"));
+  EXPECT_FALSE(fs::exists(UnpackedListPath(t.w().app.dataFolder)));
+  EXPECT_NE(t.ErrorsLog().find("a.log, left by an unpacking that did not finish"),
+            std::string::npos);
+  // Nothing left to do the next time.
+  EXPECT_EQ(RemoveLeftoverUnpackedFiles(t.w()), 0);
 }
 
 }  // namespace

@@ -85,6 +85,7 @@ struct Member {
   bool symlink = false;
   bool store = false;  // stored without compression
   bool encrypt = false;  // AES-encrypted with a password the reader does not have
+  time_t mtime = 0;      // the modification time stored for it (0: the time of writing)
 };
 
 // Writes a zip archive with the given members. Returns false when libzip refuses.
@@ -104,6 +105,7 @@ inline bool WriteZip(const std::filesystem::path& path, const std::vector<Member
       zip_file_set_external_attributes(z, static_cast<zip_uint64_t>(i), 0, ZIP_OPSYS_UNIX,
                                        (0120777u) << 16);
     }
+    if (m.mtime != 0) zip_file_set_mtime(z, static_cast<zip_uint64_t>(i), m.mtime, 0);
     if (m.store) zip_set_file_compression(z, static_cast<zip_uint64_t>(i), ZIP_CM_STORE, 0);
     if (m.encrypt &&
         zip_file_set_encryption(z, static_cast<zip_uint64_t>(i), ZIP_EM_AES_256, "secret") != 0) {

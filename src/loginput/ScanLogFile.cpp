@@ -2,6 +2,8 @@
 #include "loginput/ScanLogFile.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <limits>
 
@@ -144,11 +146,25 @@ bool ScanLogFile(startup::World& world, platform::Frontend& ui, RunState& run, S
       return {};
     }
   };
+  // A listed file that cannot be opened (its permissions, a file removed since the listing) is
+  // said to be unreadable, in errors.log and on screen, rather than blamed on missing field
+  // definition lines.
+  std::string unreadable;
   try {
-    reader.Open(site.lastLogFile,
-                site.unixServer ? LineReader::Mode::kUnix : LineReader::Mode::kText);
-  } catch (const std::exception&) {
+    errno = 0;
+    if (!reader.Open(site.lastLogFile,
+                     site.unixServer ? LineReader::Mode::kUnix : LineReader::Mode::kText))
+      unreadable = errno != 0 ? std::strerror(errno) : "it cannot be opened";
+  } catch (const std::exception& e) {
     reader.Close();
+    unreadable = e.what();
+  }
+  if (!unreadable.empty()) {
+    const std::string text = "The log file " + site.lastLogFile + " for site " + site.name +
+                             " could not be read (" + unreadable + "); it was skipped.";
+    world.errors.LogError("ModFiles.ScanLogFile", text);
+    ui.MessageBox(text, platform::MsgIcon::Exclamation, platform::MsgButtons::Ok,
+                  world.app.appTitle);
   }
   // 3.
   run.currentReadPos = site.lastReadPos;
@@ -206,7 +222,8 @@ bool ScanLogFile(startup::World& world, platform::Frontend& ui, RunState& run, S
         hooks.UpdateFileProgress(run.currentReadPos);
       } catch (const std::exception&) {
       }
-      if (!ui.Yield()) {
+      // The hooks may have ended the run themselves (a write to the tables failed).
+      if (run.cancelled || !ui.Yield()) {
         run.cancelled = true;
         reader.Close();
         return true;
@@ -236,7 +253,7 @@ bool ScanLogFile(startup::World& world, platform::Frontend& ui, RunState& run, S
   reader.Close();
   state.lastReadTime = world.clock.Now();
   // 5.
-  if (!state.fieldsKnown) {
+  if (!state.fieldsKnown && unreadable.empty()) {
     ui.MessageBox(NoFieldsMessage(site.name), platform::MsgIcon::Exclamation,
                   platform::MsgButtons::Ok, world.app.appTitle);
     site.lastReadPos = 0;

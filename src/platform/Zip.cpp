@@ -286,6 +286,13 @@ int ZipArchive::ExtractAll(const std::string& folderIn, const Events& events,
       error_ = member + ": shorter than its declared size";
       result = kCorrupt;
     }
+    // The file keeps the modification time stored in the archive, as unzip tools do: the scan
+    // takes a log's date from it when the log has no date lines of its own, so a log unpacked
+    // today must not look like today's.
+    if (result == kOk && (st.valid & ZIP_STAT_MTIME)) {
+      const timespec times[2] = {{st.mtime, 0}, {st.mtime, 0}};
+      ::futimens(fd, times);
+    }
     if (::close(fd) != 0 && result == kOk) {
       error_ = target + ": " + std::strerror(errno);
       result = kWriteFailed;

@@ -11,8 +11,10 @@
 //     in the folder;
 //   - a member whose name (compared case-insensitively) is already taken in the folder, by a file
 //     that was there before or by an earlier member, is skipped: the file there is kept as it is;
-//   - each file is written under a temporary name and renamed into place only when complete, so
-//     a damaged member never leaves half a file behind.
+//   - each file is written under a temporary name (".tyunzip-<process>-<member>.tmp", a name
+//     that marks it as this program's) and renamed into place only when complete, so a damaged
+//     member never leaves half a file behind;
+//   - each file keeps the modification time stored in the archive.
 // Extraction is bounded: a member never yields more than its declared size; the archive stops when
 // the bytes to write would pass `Limits::maxTotalBytes` or the free space of the folder less
 // `Limits::freeSpaceMargin`, and when a member's declared compression ratio is absurd.

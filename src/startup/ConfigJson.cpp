@@ -7,6 +7,7 @@
 
 #include "startup/World.h"
 #include "vb/Format.h"
+#include "vb/Strings.h"
 
 namespace startup {
 
@@ -49,14 +50,20 @@ class Json {
   void EndObject() { Close('}'); }
   void BeginArray() { Open('['); }
   void EndArray() { Close(']'); }
+  // Passwords are written as "********" (an empty one stays empty) unless secrets are shown.
+  explicit Json(bool showSecrets) : showSecrets_(showSecrets) {}
   Json& Key(std::string_view k) {
     Separate();
     out_ += JsonString(k);
     out_ += ':';
     afterKey_ = true;
+    secret_ = !showSecrets_ && vb::UCase(k).find("PASSWORD") != std::string::npos;
     return *this;
   }
-  void String(std::string_view s) { Value(JsonString(s)); }
+  void String(std::string_view s) {
+    Value(JsonString(secret_ && !s.empty() ? std::string_view("********") : s));
+    secret_ = false;
+  }
   void Num(double x) { Value(Number(x)); }
   void Bool(bool b) { Value(b ? "true" : "false"); }
   void Null() { Value("null"); }
@@ -72,6 +79,8 @@ class Json {
     }
     if (needComma_) out_ += ',';
   }
+  bool showSecrets_ = false;
+  bool secret_ = false;
   void Value(std::string_view v) {
     Separate();
     out_ += v;
@@ -264,8 +273,8 @@ std::string JsonString(std::string_view text) {
   return out;
 }
 
-std::string ConfigToJson(const World& w) {
-  Json j;
+std::string ConfigToJson(const World& w, bool showSecrets) {
+  Json j(showSecrets);
   j.BeginObject();
   j.Key("programVersion").String(w.app.programVersion);
   j.Key("appFolder").String(w.app.appFolder);

@@ -18,9 +18,10 @@ namespace startup {
 
 struct World;
 
-// The World's configuration as a JSON object (no trailing line end). Never throws for any
-// content of the World (memory aside).
-std::string ConfigToJson(const World& world);
+// The World's configuration as a JSON object (no trailing line end). Every value whose key names
+// a password (EMAILPASSWORD, FTPPASSWORD, WEBPASSWORD) is "********" when set, unless
+// `showSecrets`. Never throws for any content of the World (memory aside).
+std::string ConfigToJson(const World& world, bool showSecrets = false);
 
 // `text` (Windows-1252) as a JSON string literal with its quotes: '"' and '\' escaped, control
 // characters as \n, \r, \t or \u00XX, bytes 0x80..0xFF converted to the UTF-8 of the character

@@ -49,4 +49,22 @@ TEST(ConfigJson, DumpHoldsTypedSettingsSitesAlertsAndCatalogue) {
 }
 
 }  // namespace
+TEST(ConfigJson, PasswordsAreMaskedUnlessSecretsAreAsked) {
+  testing::TestWorld t;
+  t.App("SETTINGS.INI", "EMAILPASSWORD=mail-secret\r\nWEBPASSWORD=\r\n\r\n");
+  t.App("TALLYO.INI", "[Shop]\r\nFTPPASSWORD=ftp-secret\r\nWEBPASSWORD=web-secret\r\n[Other]\r\n\r\n");
+  LoadSites(t.w());
+  LoadSettings(t.w());
+  const std::string masked = ConfigToJson(t.w());
+  for (const char* secret : {"mail-secret", "ftp-secret", "web-secret"})
+    EXPECT_EQ(masked.find(secret), std::string::npos) << secret;
+  EXPECT_NE(masked.find("\"EMAILPASSWORD\":\"********\""), std::string::npos);
+  EXPECT_NE(masked.find("\"FTPPASSWORD\":\"********\""), std::string::npos);
+  // A password that is not set stays visibly empty.
+  EXPECT_NE(masked.find("\"WEBPASSWORD\":\"\""), std::string::npos);
+  const std::string shown = ConfigToJson(t.w(), true);
+  for (const char* secret : {"mail-secret", "ftp-secret", "web-secret"})
+    EXPECT_NE(shown.find(secret), std::string::npos) << secret;
+}
+
 }  // namespace startup

@@ -118,6 +118,14 @@ MainResult Main(const MainArgs& args) {
     app.dataFolder = AsFolder(
         GetSettingsValue(args.registry, app.appTitle, "Settings", "DDFPath", app.appFolder + "Data/"));
     EnsureFolder(app.dataFolder);
+    // One run per data folder: the machine-wide lock above lives in a temp folder, which two
+    // runs of one data folder need not share.
+    result.dataFolderLock = platform::FolderLock::Acquire(app.dataFolder);
+    if (!result.dataFolderLock) {
+      result.status = MainStatus::DataFolderBusy;
+      result.failure = app.dataFolder;
+      return result;
+    }
     EnsureFolder(app.dataFolder + "Temp/");
 
     // 8. Maximum number of sites.

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "platform/Clock.h"
+#include "platform/FolderLock.h"
 #include "platform/Registry.h"
 #include "platform/SingleInstance.h"
 #include "startup/World.h"
@@ -35,6 +36,7 @@ struct MainArgs {
 enum class MainStatus {
   Ok,                  // the World is loaded; show the window
   AnotherCopyRunning,  // nothing was loaded; end silently
+  DataFolderBusy,      // another run uses the same data folder (named in `failure`); stop there
   Failed,              // a failure ended start-up (logged as "Main"); the World holds what was done
 };
 
@@ -44,6 +46,9 @@ struct MainResult {
   std::unique_ptr<World> world;
   // The single-instance lock; keep it as long as the program runs.
   std::unique_ptr<platform::SingleInstance> instance;
+  // The data folder's lock (one run per data folder, whatever the temp folder); keep it as long
+  // as the program runs.
+  std::unique_ptr<platform::FolderLock> dataFolderLock;
   // For Failed: the failure's description.
   std::string failure;
 };

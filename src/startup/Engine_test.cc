@@ -98,7 +98,27 @@ TEST(Engine, ASecondCopyEndsAtOnceWithNothingLoaded) {
   EXPECT_EQ(second.status, MainStatus::AnotherCopyRunning);
   EXPECT_EQ(second.world, nullptr);
   first.instance.reset();
+  first.dataFolderLock.reset();
   EXPECT_EQ(r.Start(r.app.str()).status, MainStatus::Ok);
+}
+
+TEST(Engine, ARunOnABusyDataFolderEndsAndNamesTheFolder) {
+  // Another run holds the data folder; its machine-wide lock is in another temp folder.
+  StartupRun r;
+  std::filesystem::create_directory(r.app.path() / "Data");
+  auto other = platform::FolderLock::Acquire(r.app.str() + "Data/");
+  ASSERT_TRUE(other && other->Holds());
+  MainResult busy = r.Start(r.app.str());
+  EXPECT_EQ(busy.status, MainStatus::DataFolderBusy);
+  EXPECT_EQ(busy.failure, r.app.str() + "Data/");
+  // Nothing was made in the busy folder.
+  EXPECT_FALSE(std::filesystem::exists(r.app.path() / "Data" / "Temp"));
+  busy.instance.reset();
+  other.reset();
+  MainResult ok = r.Start(r.app.str());
+  EXPECT_EQ(ok.status, MainStatus::Ok);
+  ASSERT_NE(ok.dataFolderLock, nullptr);
+  EXPECT_TRUE(ok.dataFolderLock->Holds());
 }
 
 TEST(Engine, EmptyCommandLineUsesTheExecutableFolder) {

@@ -1,7 +1,10 @@
 // The site loader: the sites file into the lists of sites and alerts.
 #include "startup/Sites.h"
 
+#include <cerrno>
+#include <cstring>
 #include <exception>
+#include <fstream>
 
 #include "platform/Files.h"
 #include "startup/ConfigItems.h"
@@ -199,6 +202,29 @@ void LoadSites(World& world) {
   } catch (const std::exception&) {
     // A failure ends the loader silently; what was read stays.
   }
+}
+
+std::string DescribeSitesFile(const World& world) {
+  const std::string fileName = vb::UCase(world.app.appTitle) + ".INI";
+  const auto path = platform::FindFileCI(world.app.appFolder, fileName);
+  if (!path) {
+    return "The sites file " + world.app.appFolder + fileName + " was not found.";
+  }
+  const std::string where = "The sites file " + path->string();
+  std::ifstream in(*path, std::ios::binary);
+  std::string head(4096, '\0');
+  if (!in) return where + " was found but cannot be read (" + std::strerror(errno) + ").";
+  in.read(head.data(), static_cast<std::streamsize>(head.size()));
+  head.resize(static_cast<size_t>(in.gcount()));
+  if (in.bad()) return where + " was found but cannot be read.";
+  const auto starts = [&](std::string_view mark) { return head.rfind(mark, 0) == 0; };
+  if (starts("\xFF\xFE") || starts("\xFE\xFF") ||
+      (head.size() >= 2 && (head[0] == '\0') != (head[1] == '\0')))
+    return where +
+           " was found but is written in UTF-16; save it as plain (ANSI or UTF-8) text.";
+  if (head.find('\0') != std::string::npos)
+    return where + " was found but is not a text file.";
+  return where + " was found and read, but defines no site (no [site name] section).";
 }
 
 }  // namespace startup

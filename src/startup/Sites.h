@@ -113,6 +113,11 @@ struct Alert {
 // what was read stays, nothing is logged. Never throws.
 void LoadSites(World& world);
 
+// Where the sites file was looked for and what was found there, as one sentence for a user who
+// is told that no site is set up: not found; found but unreadable (with the system's reason);
+// found but not plain text (UTF-16, binary); or found and read, but without a site section.
+std::string DescribeSitesFile(const World& world);
+
 // Appends an alert with the defaults above, the given site and name, and makes it the site's
 // current alert. REQUIRES: 1 <= siteIndex < world.sites.size(), else vb::Failure(9).
 // Throws vb::Failure(6) when the alert count would pass 32767.

@@ -3,6 +3,9 @@
 #include "startup/Sites.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
 
 #include "startup/StartupTesting.h"
 #include "vb/Failure.h"
@@ -206,4 +209,30 @@ TEST(Sites, GarbageBytesNeverCrashTheLoader) {
 }
 
 }  // namespace
+TEST(Sites, DescriptionOfTheSitesFileSaysWhereItWasLookedForAndWhatWasFound) {
+  TestWorld t;
+  const std::string where = "The sites file " + t.dir.str() + "TALLYO.INI";
+  EXPECT_EQ(DescribeSitesFile(t.w()), where + " was not found.");
+  // Saved as UTF-16 by an editor: no site can be read from it.
+  t.App("tallyo.ini", std::string("\xFF\xFE[\0S\0]\0", 8));
+  LoadSites(t.w());
+  EXPECT_EQ(t.w().siteCount, 0);
+  EXPECT_EQ(DescribeSitesFile(t.w()),
+            "The sites file " + t.dir.str() +
+                "tallyo.ini was found but is written in UTF-16; save it as plain (ANSI or UTF-8) "
+                "text.");
+  t.App("tallyo.ini", std::string("\x7F" "ELF\x02\x01\x01\0\0\0", 12));
+  EXPECT_EQ(DescribeSitesFile(t.w()),
+            "The sites file " + t.dir.str() + "tallyo.ini was found but is not a text file.");
+  t.App("tallyo.ini", "; nothing but a comment\r\n");
+  EXPECT_EQ(DescribeSitesFile(t.w()),
+            "The sites file " + t.dir.str() +
+                "tallyo.ini was found and read, but defines no site (no [site name] section).");
+  if (::geteuid() == 0) GTEST_SKIP() << "root reads files whatever their mode";
+  std::filesystem::permissions(t.dir.path() / "tallyo.ini", std::filesystem::perms::none);
+  EXPECT_EQ(DescribeSitesFile(t.w()), "The sites file " + t.dir.str() +
+                                          "tallyo.ini was found but cannot be read (Permission "
+                                          "denied).");
+}
+
 }  // namespace startup

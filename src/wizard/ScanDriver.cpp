@@ -1,7 +1,13 @@
 // The scan driver: ScanAllSites, the progress bar's scale, the DNS wait and the summary.
 #include "wizard/ScanDriver.h"
 
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <exception>
+#include <filesystem>
+#include <system_error>
 
 #include "loginput/Archive.h"
 #include "loginput/LogFiles.h"
@@ -40,8 +46,59 @@ ScanDriver::ScanDriver(startup::World& world, platform::Frontend& ui, const RunT
 
 bool ScanDriver::Yield() {
   if (input_.cancelled) return false;
+  // A write to the new tables that failed ends the scan as a cancel does: the new database can
+  // no longer be complete, and every further line would be read for nothing.
+  if (f_.WriteFailed()) {
+    writeFailed_ = true;
+    input_.cancelled = true;
+    return false;
+  }
   if (!ui_.Yield()) input_.cancelled = true;
   return !input_.cancelled;
+}
+
+namespace {
+
+// The database failure with its cause: the data folder's own state first (missing, not a folder,
+// read-only), then what the database layer met. The product's text (which blames a running copy
+// of the monitoring product, the one cause on the system it was written for) only when nothing
+// better is known.
+std::string DatabaseFailedText(const startup::AppState& app, const std::string& cause) {
+  const std::string& data = app.dataFolder;
+  std::string why;
+  std::error_code ec;
+  std::string bare = data;
+  while (bare.size() > 1 && bare.back() == '/') bare.pop_back();
+  const auto status = std::filesystem::status(bare, ec);
+  if (!std::filesystem::exists(status)) {
+    why = "the data folder " + data + " does not exist";
+  } else if (!std::filesystem::is_directory(status)) {
+    why = data + " is not a folder";
+  } else if (::access(data.c_str(), W_OK | X_OK) != 0) {
+    why = "the data folder " + data + " is read-only for this user (" + std::strerror(errno) + ")";
+  } else if (!cause.empty()) {
+    why = cause;
+  } else {
+    return startup::ReplaceAppNames(app, kDatabaseFailed);
+  }
+  return "Failed to create database: " + why + ". The database in " + data +
+         " is kept as it was. Set the data folder (DDFPath) to a folder this user can write, and "
+         "try again.";
+}
+
+}  // namespace
+
+void ScanDriver::ShowNotReplaced(const std::string& why) {
+  const database::Replacement& staging = f_.Staging();
+  std::string text = "The scan could not be completed: " + why + ". The database in " +
+                     world_.app.dataFolder + " was not replaced: the previous one is kept as it was.";
+  if (writeFailed_ || staging.BytesFree() < staging.BytesNeeded() + (uint64_t(1) << 20)) {
+    text += " The new tables are built beside the current ones and need about " +
+            database::Megabytes(staging.BytesNeeded()) + " or more; " +
+            database::Megabytes(staging.BytesFree()) +
+            " were free when the scan started. Make room on the disk and run the scan again.";
+  }
+  ui_.MessageBox(text, platform::MsgIcon::Critical, platform::MsgButtons::Ok, world_.app.appTitle);
 }
 
 ScanOutcome ScanDriver::ScanAllSites() {
@@ -80,12 +137,27 @@ ScanOutcome ScanDriver::ScanAllSites() {
     state_ = ScanState::Done;
     return ScanOutcome::Cancelled;
   }
+  // Files that a run killed while it unpacked an archive left in a log folder go first: they
+  // would otherwise be listed and scanned as the site's own logs.
+  loginput::RemoveLeftoverUnpackedFiles(world_);
   // 7. A database that cannot be created ends the run; the window stays as it is.
   if (!f_.InitDatabase()) {
-    ui_.MessageBox(startup::ReplaceAppNames(world_.app, kDatabaseFailed),
+    ui_.MessageBox(DatabaseFailedText(world_.app, f_.DatabaseFailure()),
                    platform::MsgIcon::Critical, platform::MsgButtons::Ok, world_.app.appTitle);
     state_ = ScanState::Done;
     return ScanOutcome::DatabaseFailed;
+  }
+  // The new tables replace the live ones only when the run completes (step 10).
+  f_.ReplaceOnClose(false);
+  writeFailed_ = false;
+  if (const database::Replacement& staging = f_.Staging();
+      staging.BytesFree() < staging.BytesNeeded()) {
+    ui_.MessageBox("The disk of " + world_.app.dataFolder + " has " +
+                       database::Megabytes(staging.BytesFree()) +
+                       " free. The new tables are built beside the current ones, which take " +
+                       database::Megabytes(staging.BytesNeeded()) +
+                       "; if the disk fills up, the scan stops and the current database is kept.",
+                   platform::MsgIcon::Exclamation, platform::MsgButtons::Ok, world_.app.appTitle);
   }
   // The visit, page and exception records are written on a thread of their own while the hits
   // are analysed; closing the database waits for them.
@@ -109,8 +181,19 @@ ScanOutcome ScanDriver::ScanAllSites() {
     WaitForDNS();
     if (input_.cancelled) return EndCancelled(0);
   }
-  // 10. A failure to close is not reported.
+  // 10. The new tables replace the live ones. A table that could not be written whole leaves the
+  //     previous database as it was, and the run is not completed: its figures would count
+  //     records that are not on disk.
+  f_.ReplaceOnClose(true);
   f_.CloseDatabase();
+  if (!f_.DatabaseReplaced()) {
+    writeFailed_ = true;
+    ShowNotReplaced(f_.DatabaseFailure().empty() ? "the new tables could not be written"
+                                                 : f_.DatabaseFailure());
+    elapsed_ = timer_.Seconds() - startTime_;
+    state_ = ScanState::Done;
+    return ScanOutcome::WriteFailed;
+  }
   // 11.
   ui_.FileGrid().SetVisible(false);
   ui_.GridChanged();
@@ -215,13 +298,24 @@ ScanOutcome ScanDriver::EndCancelled(int siteIndex) {
   } catch (const std::exception&) {
   }
   archiveFound_ = false;
+  // The new tables go; the live database stays as it was.
+  f_.ReplaceOnClose(false);
   f_.CloseDatabase();
   elapsed_ = timer_.Seconds() - startTime_;
   state_ = ScanState::Done;
+  if (writeFailed_) {
+    ShowNotReplaced(f_.WriteFailure());
+    return ScanOutcome::WriteFailed;
+  }
   return ScanOutcome::Cancelled;
 }
 
 void ScanDriver::UpdateFileProgress(int32_t position) {
+  // Every 500 lines: a write to the new tables that failed ends the file here, and the run.
+  if (f_.WriteFailed()) {
+    writeFailed_ = true;
+    input_.cancelled = true;
+  }
   // 1.
   platform::ProgressBar& bar = ui_.Progress();
   const double max = bar.Max();

@@ -50,7 +50,9 @@ struct SiteRunTimes {
 enum class ScanOutcome {
   Completed,       // every site scanned, database closed, summary shown
   DatabaseFailed,  // InitDatabase failed; the failure message was shown; nothing else was done
-  Cancelled,       // the user confirmed a Cancel during a yield; the database was closed
+  Cancelled,       // the user confirmed a Cancel during a yield; the previous database is kept
+  WriteFailed,     // a write to the new tables failed (a full disk): the scan stopped there, the
+                   // failure was shown, and the previous database is kept
 };
 
 enum class ScanState { Ready, Scanning, Done };
@@ -160,8 +162,11 @@ class ScanDriver final : public loginput::ScanHooks {
     ScanDriver& driver_;
     platform::Frontend& frontend_;
   };
-  // The end of a cancelled run: unpacked archive files removed, database closed.
+  // The end of a cancelled run: unpacked archive files removed, the new tables thrown away, the
+  // previous database kept. A run stopped by a failed write says so.
   ScanOutcome EndCancelled(int siteIndex);
+  // Shows that the database was not replaced, and why (critical).
+  void ShowNotReplaced(const std::string& why);
 
   startup::World& world_;
   Window ui_;
@@ -176,6 +181,7 @@ class ScanDriver final : public loginput::ScanHooks {
   bool dnsChecked_ = false;
   bool dnsFlag_ = false;
   bool archiveFound_ = false;
+  bool writeFailed_ = false;
   float startTime_ = 0;
   float elapsed_ = 0;
   std::string summary_;

@@ -3,8 +3,12 @@
 #include "wizard/ScanDriver.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <map>
 
 #include "loginput/LogInputTesting.h"
 #include "wizard/SiteAlerts.h"
@@ -135,9 +139,12 @@ TEST(ScanDriver, DatabaseThatCannotBeCreatedShowsTheFailureAndStops) {
   ScanDriver d(t.w(), t.ui, t.timer);
   EXPECT_EQ(d.ScanAllSites(), ScanOutcome::DatabaseFailed);
   ASSERT_EQ(t.ui.messages.size(), 1u);
+  // The message names the cause and the folder, rather than a running copy of the product.
   EXPECT_EQ(t.ui.messages[0].text,
-            "Failed to create database. Acme Stats may still be running. Please close Acme Stats "
-            "or stop the Acme Stats Service and try again.");
+            "Failed to create database: " + t.dir.str() +
+                "blocked/ is not a folder. The database in " + t.dir.str() +
+                "blocked/ is kept as it was. Set the data folder (DDFPath) to a folder this user "
+                "can write, and try again.");
   EXPECT_EQ(t.ui.messages[0].icon, platform::MsgIcon::Critical);
   EXPECT_EQ(t.ui.messages[0].title, "Acme Stats");
   EXPECT_TRUE(t.ui.CaptionsOf(Label::Site).empty());
@@ -152,7 +159,11 @@ TEST(ScanDriver, DatabaseThatCannotBeCreatedShowsTheFailureAndStops) {
     ScanDriver e(u.w(), u.ui, u.timer);
     EXPECT_EQ(e.ScanAllSites(), ScanOutcome::DatabaseFailed);
     ASSERT_EQ(u.Messages().size(), 1u);
-    EXPECT_EQ(u.ui.messages.at(0).text.rfind("Failed to create database. Tallyo may", 0), 0u);
+    EXPECT_EQ(u.ui.messages.at(0).text.rfind("Failed to create database: the data folder " +
+                                                 u.Data() + " is read-only for this user",
+                                             0),
+              0u)
+        << u.ui.messages.at(0).text;
   }
 }
 
@@ -176,7 +187,7 @@ TEST(ScanDriver, ArchiveWithoutMatchingLogsSaysNoLogFilesAndRemovesWhatItUnpacke
   EXPECT_EQ(d.TotalLines(), 9);
 }
 
-TEST(ScanDriver, ConfirmedCancelClosesTheDatabaseAndEndsTheRun) {
+TEST(ScanDriver, ConfirmedCancelKeepsThePreviousDatabaseAndEndsTheRun) {
   ScanWorld t;
   t.AddSite("Alpha", "a");
   t.AddSite("Beta", "b");
@@ -195,11 +206,58 @@ TEST(ScanDriver, ConfirmedCancelClosesTheDatabaseAndEndsTheRun) {
   EXPECT_EQ(t.Messages(),
             (std::vector<std::string>{std::string(kAreYouSure), std::string(kCancelQuestion)}));
   EXPECT_EQ(t.ui.CaptionsOf(Label::Site), std::vector<std::string>{"Scanning Site: Alpha"});
-  // What was written before the Cancel is on disk and readable.
-  EXPECT_GT(testing::RecordCount(t.Data(), "Visits"), 0);
-  EXPECT_EQ(testing::TableDefects(t.Data()), std::vector<std::string>{});
+  // Nothing of the cancelled run reached the data folder: there was no database, there is none.
+  EXPECT_EQ(testing::RecordCount(t.Data(), "Visits"), -1);
+  EXPECT_FALSE(d.Database().DatabaseReplaced());
   wizard.Unload();  // a second close is harmless
   EXPECT_FALSE(d.Database().DatabaseOpen());
+}
+
+TEST(ScanDriver, AFullDiskEndsTheScanAtOnceAndKeepsThePreviousDatabase) {
+  ScanWorld t;
+  t.AddSite("Alpha", "a");
+  t.Write("a/ex01.log", W3cLog(50));
+  {
+    ScanDriver first(t.w(), t.ui, t.timer);
+    ASSERT_EQ(first.ScanAllSites(), ScanOutcome::Completed);
+  }
+  std::map<std::string, std::string> previous;
+  for (const auto& e : std::filesystem::directory_iterator(t.Data()))
+    if (e.is_regular_file() && e.path().filename() != "errors.log")
+      previous[e.path().filename().string()] = tytest::ReadFile(e.path());
+  // A log whose page views fill more than one write buffer of "Pages", on a disk that takes no
+  // file beyond 1 MB.
+  t.Write("a/ex01.log", W3cLog(240000, 200));
+  t.ui.messages.clear();
+  rlimit saved{};
+  getrlimit(RLIMIT_FSIZE, &saved);
+  const auto oldHandler = signal(SIGXFSZ, SIG_IGN);
+  rlimit limit = saved;
+  limit.rlim_cur = 1 << 20;
+  setrlimit(RLIMIT_FSIZE, &limit);
+  ScanDriver d(t.w(), t.ui, t.timer);
+  const ScanOutcome outcome = d.ScanAllSites();
+  setrlimit(RLIMIT_FSIZE, &saved);
+  signal(SIGXFSZ, oldHandler);
+  EXPECT_EQ(outcome, ScanOutcome::WriteFailed);
+  // The scan stopped at the failure, well before the end of the log, as a cancel does.
+  EXPECT_LT(d.TotalLines(), 239000);
+  EXPECT_EQ(d.Summary(), "");
+  ASSERT_EQ(t.ui.messages.size(), 1u);  // no free-space warning: the disk has room enough
+  const std::string& text = t.ui.messages.at(0).text;
+  EXPECT_EQ(t.ui.messages.at(0).icon, platform::MsgIcon::Critical);
+  EXPECT_EQ(text.rfind("The scan could not be completed: PAGES.DBF could not be written (File too "
+                       "large). The database in " + t.Data() +
+                           " was not replaced: the previous one is kept as it was.",
+                       0),
+            0u)
+      << text;
+  std::map<std::string, std::string> after;
+  for (const auto& e : std::filesystem::directory_iterator(t.Data()))
+    if (e.is_regular_file() && e.path().filename() != "errors.log")
+      after[e.path().filename().string()] = tytest::ReadFile(e.path());
+  EXPECT_EQ(after, previous);
+  EXPECT_TRUE(std::filesystem::is_empty(t.dir.path() / "Data" / "Temp"));
 }
 
 TEST(ScanDriver, CancelAnsweredNoLetsTheScanGoOnAndEarlyCancelAsksNothing) {

@@ -6,6 +6,7 @@
 #include "analysis/Robots.h"
 #include "startup/Engine.h"
 #include "startup/ExceptionCatalogue.h"
+#include "startup/Sites.h"
 #include "vb/Dates.h"
 
 namespace wizard {
@@ -66,8 +67,9 @@ LoadResult Wizard::Load() {
   // 1. The header art is the front-end's.
   // 2.
   if (world_.siteCount == 0) {
-    ui_.MessageBox(NoSitesMessage(title), platform::MsgIcon::Information, platform::MsgButtons::Ok,
-                   title);
+    // The product's text, then where the sites file was looked for and what was found there.
+    ui_.MessageBox(NoSitesMessage(title) + "\r\n\r\n" + startup::DescribeSitesFile(world_),
+                   platform::MsgIcon::Information, platform::MsgButtons::Ok, title);
     return LoadResult::NoSites;
   }
   // 3.
@@ -126,6 +128,8 @@ StartResult Wizard::Start(const platform::Registry& registry) {
       return StartResult::Completed;
     case ScanOutcome::DatabaseFailed:
       return StartResult::DatabaseFailed;
+    case ScanOutcome::WriteFailed:
+      return StartResult::WriteFailed;
     case ScanOutcome::Cancelled:
       break;
   }

@@ -49,7 +49,8 @@ enum class StartResult {
   ServiceRunning,  // the product runs as a service: message shown, window unloaded
   NotConfirmed,    // "Are you sure?" was not answered Yes: nothing happened, still ready
   DatabaseFailed,  // the database could not be created: message shown, the window stays open
-  Cancelled,       // a confirmed Cancel ended the scan; the database is closed
+  Cancelled,       // a confirmed Cancel ended the scan; the previous database is kept
+  WriteFailed,     // a write to the new tables failed: message shown, previous database kept
 };
 
 class Wizard {

@@ -21,7 +21,8 @@ TEST(Wizard, LoadRefusesWithoutSitesAndWhenEverySiteComesByFtp) {
     EXPECT_EQ(t.ui.messages[0].text,
               "No Sites have been setup. Use Acme Stats first to setup at least 1 web site for "
               "monitoring, then re-run this Wizard to create the Acme Stats Database from the "
-              "sites' log files.");
+              "sites' log files.\r\n\r\nThe sites file " +
+                  t.w().app.appFolder + "ACME STATS.INI was not found.");
     EXPECT_EQ(t.ui.messages[0].icon, platform::MsgIcon::Information);
     EXPECT_EQ(t.ui.messages[0].title, "Acme Stats");
   }

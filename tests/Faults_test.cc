@@ -1,0 +1,336 @@
+// Faults injected into whole runs of tydbcreate-cli on a copy of the bundled demo: a disk that
+// fills up at the Nth write, kill -9 at many points of a scan, of the replacement of the tables and
+// of an unpacking, and two runs on one data folder. After each, the data folder holds the whole
+// previous database or the whole new one (byte for byte), every table passes the checker, and no
+// stray file is left.
+//
+// The faults come from a small library loaded into the program (tests/faults/FaultShim.cpp): it
+// counts the writes and renames of files under one folder and fails or kills at the one chosen.
+// The points are spread over the whole run with a fixed seed, so a failure is reproducible.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <zip.h>
+
+#include "TestSupport.h"
+#include "dbase/Checker.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+  int status = -1;  // exit status; -1 when killed
+  std::string out, err;
+};
+
+// The program run with `args` and `env` added to its environment (TMPDIR and TALLYO_REGISTRY in
+// `scratch`, stdin /dev/null).
+class Run {
+ public:
+  Run(const std::vector<std::string>& args, const tytest::TempDir& scratch,
+      const std::vector<std::string>& extraEnv = {})
+      : outFile_(scratch.path() / "stdout.txt"), errFile_(scratch.path() / "stderr.txt") {
+    const fs::path registry = scratch.path() / "registry.ini";
+    if (!fs::exists(registry)) tytest::WriteFile(registry, "");
+    std::vector<std::string> env = {"TMPDIR=" + scratch.path().string(),
+                                    "TALLYO_REGISTRY=" + registry.string(), "PATH=/usr/bin:/bin"};
+    env.insert(env.end(), extraEnv.begin(), extraEnv.end());
+    const std::string program = std::string(TY_BIN_DIR) + "/tydbcreate-cli";
+    pid_ = fork();
+    if (pid_ == 0) {
+      freopen("/dev/null", "r", stdin);
+      freopen(outFile_.c_str(), "w", stdout);
+      freopen(errFile_.c_str(), "w", stderr);
+      std::vector<char*> argv{const_cast<char*>(program.c_str())};
+      for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+      argv.push_back(nullptr);
+      std::vector<char*> envp;
+      for (auto& e : env) envp.push_back(e.data());
+      envp.push_back(nullptr);
+      execve(program.c_str(), argv.data(), envp.data());
+      _exit(127);
+    }
+  }
+  void Kill() { kill(pid_, SIGKILL); }
+  Outcome Wait() {
+    int raw = 0;
+    waitpid(pid_, &raw, 0);
+    Outcome o;
+    o.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    o.out = tytest::ReadFile(outFile_);
+    o.err = tytest::ReadFile(errFile_);
+    return o;
+  }
+  std::string ErrSoFar() const { return tytest::ReadFile(errFile_); }
+
+ private:
+  fs::path outFile_, errFile_;
+  pid_t pid_ = -1;
+};
+
+// A copy of the bundled demo (configuration and logs, no tables) in a temp folder, with its
+// logs under logs/.
+struct Demo {
+  tytest::TempDir dir;
+  Demo() {
+    const fs::path from = tytest::SourceDir() / "examples" / "demo";
+    for (const auto& e : fs::recursive_directory_iterator(from)) {
+      const fs::path rel = fs::relative(e.path(), from);
+      const std::string ext = e.path().extension().string();
+      if (e.is_directory()) {
+        fs::create_directories(dir.path() / rel);
+      } else if (ext != ".DBF" && ext != ".MDX" && ext != ".dbf" && ext != ".mdx" &&
+                 e.path().filename() != "errors.log" && e.path().filename() != "robots.dat") {
+        fs::copy_file(e.path(), dir.path() / rel);
+      }
+    }
+  }
+  std::string App() const { return dir.str(); }
+  std::string Data() const { return dir.str() + "Data/"; }
+};
+
+// What a user of the data folder sees: every file in it and in its sub-folders, with its bytes,
+// except errors.log (reports are added to it) and robots.dat (written when the robot list grew).
+std::map<std::string, std::string> Snapshot(const std::string& folder) {
+  std::map<std::string, std::string> files;
+  for (const auto& e : fs::recursive_directory_iterator(folder)) {
+    const std::string rel = fs::relative(e.path(), folder).string();
+    if (e.is_directory()) {
+      files[rel + "/"] = "";
+    } else if (rel != "errors.log" && rel != "robots.dat") {
+      files[rel] = tytest::ReadFile(e.path());
+    }
+  }
+  return files;
+}
+
+// The checker's findings for every table in `folder`.
+std::vector<std::string> Defects(const std::string& folder) {
+  std::vector<std::string> out;
+  for (const auto& e : fs::directory_iterator(folder)) {
+    if (e.path().extension() != ".DBF") continue;
+    for (const auto& d : dbase::CheckTable(e.path().string()).defects)
+      out.push_back(e.path().filename().string() + ": " + d);
+  }
+  return out;
+}
+
+std::vector<std::string> Shim(const std::string& under) {
+  return {std::string("LD_PRELOAD=") + TY_FAULT_SHIM, "TY_FAULT_UNDER=" + under};
+}
+
+// Writes and renames a clean run makes under `under`.
+std::pair<long, long> CountFaultPoints(const Demo& demo, const std::string& under) {
+  tytest::TempDir scratch;
+  auto env = Shim(under);
+  env.push_back("TY_FAULT_COUNT=" + (scratch.path() / "count.txt").string());
+  const Outcome o = Run({"--yes", "--quiet", demo.App()}, scratch, env).Wait();
+  EXPECT_EQ(o.status, 0) << o.err;
+  long writes = 0, renames = 0;
+  std::sscanf(tytest::ReadFile(scratch.path() / "count.txt").c_str(), "%ld %ld", &writes,
+              &renames);
+  return {writes, renames};
+}
+
+Outcome CleanRun(const Demo& demo) {
+  tytest::TempDir scratch;
+  return Run({"--yes", "--quiet", demo.App()}, scratch).Wait();
+}
+
+// The next start: start-up (which finishes or throws away what a killed run left) and the start
+// question, refused because stdin is not a terminal; nothing is scanned.
+Outcome NextStart(const Demo& demo) {
+  tytest::TempDir scratch;
+  return Run({demo.App()}, scratch).Wait();
+}
+
+// `count` points spread over 1..total: the first, the last, and the rest at random (fixed seed).
+std::vector<long> Points(long total, int count, unsigned seed) {
+  std::set<long> points{1, total};
+  std::mt19937 random(seed);
+  std::uniform_int_distribution<long> any(1, total);
+  while (static_cast<int>(points.size()) < std::min<long>(count, total)) points.insert(any(random));
+  return {points.begin(), points.end()};
+}
+
+}  // namespace
+
+TEST(Faults, AWriteThatFailsAtAnyPointKeepsThePreviousDatabase) {
+  Demo demo;
+  const auto [writes, renames] = CountFaultPoints(demo, demo.Data());
+  ASSERT_GT(writes, 10);
+  const auto previous = Snapshot(demo.Data());
+  ASSERT_TRUE(Defects(demo.Data()).empty());
+  for (long n : Points(writes, 14, 15)) {
+    SCOPED_TRACE("write " + std::to_string(n) + " of " + std::to_string(writes));
+    tytest::TempDir scratch;
+    auto env = Shim(demo.Data());
+    env.push_back("TY_FAULT_WRITE_AT=" + std::to_string(n));
+    const Outcome o = Run({"--yes", "--json", demo.App()}, scratch, env).Wait();
+    // The run is not completed (a failure while the new tables are created is one of creating
+    // the database), says so, and shows no figures for records that are not on disk.
+    EXPECT_TRUE(o.status == 10 || o.status == 8) << o.status << " " << o.err;
+    EXPECT_NE(o.err.find(" kept as it was"), std::string::npos) << o.err;
+    EXPECT_NE(o.out.find("\"visitRecordsAdded\":0,"), std::string::npos) << o.out;
+    EXPECT_NE(o.out.find("\"summary\":\"\""), std::string::npos);
+    EXPECT_EQ(Snapshot(demo.Data()), previous);
+    EXPECT_TRUE(Defects(demo.Data()).empty());
+  }
+  // With room again, the next run replaces the database.
+  EXPECT_EQ(CleanRun(demo).status, 0);
+}
+
+// The demo's database in the data folder, and one more log to scan into a new one.
+void PrepareRun(const Demo& demo, Demo& run) {
+  fs::remove_all(run.dir.path() / "Data");
+  fs::copy(demo.dir.path() / "Data", run.dir.path() / "Data", fs::copy_options::recursive);
+  tytest::WriteFile(run.dir.path() / "logs" / "w3c" / "ex991231.log",
+                    "#Fields: date time c-ip cs-method cs-uri-stem sc-status\r\n"
+                    "2026-10-01 10:00:00 192.0.2.7 GET /extra.htm 200\r\n");
+}
+
+TEST(Faults, KillAtAnyPointOfAScanOrOfTheReplacementLeavesTheOldDatabaseOrTheNewOne) {
+  Demo demo;
+  ASSERT_EQ(CleanRun(demo).status, 0);
+  const auto done = Snapshot(demo.Data());
+  // The database that replaces it, and the points of that run.
+  Demo counted;
+  PrepareRun(demo, counted);
+  const auto [writes, renames] = CountFaultPoints(counted, counted.Data());
+  ASSERT_GT(renames, 14);  // the engine's own renames, then the commit record and the tables
+  const auto replacement = Snapshot(counted.Data());
+  ASSERT_NE(replacement, done);
+
+  struct Point {
+    const char* what;
+    long n;
+  };
+  std::vector<Point> points;
+  for (long n : Points(writes, 8, 16)) points.push_back({"TY_FAULT_KILL_AT_WRITE=", n});
+  // Every rename of the last twenty: the commit record and each table moved into place.
+  for (long n = std::max(1L, renames - 19); n <= renames; ++n)
+    points.push_back({"TY_FAULT_KILL_AT_RENAME=", n});
+  int old = 0, fresh = 0;
+  for (const Point& p : points) {
+    SCOPED_TRACE(std::string(p.what) + std::to_string(p.n));
+    Demo run;
+    PrepareRun(demo, run);
+    tytest::TempDir scratch;
+    auto env = Shim(run.Data());
+    env.push_back(p.what + std::to_string(p.n));
+    EXPECT_EQ(Run({"--yes", "--quiet", run.App()}, scratch, env).Wait().status, -1);
+    const Outcome next = NextStart(run);
+    EXPECT_EQ(next.status, 7) << next.err;
+    const auto after = Snapshot(run.Data());
+    if (after == done) {
+      ++old;
+    } else {
+      EXPECT_EQ(after, replacement);
+      ++fresh;
+    }
+    EXPECT_TRUE(Defects(run.Data()).empty());
+  }
+  // Both ends were met: kills before the commit record kept the old, kills after it gave the new.
+  EXPECT_GT(old, 0);
+  EXPECT_GT(fresh, 0);
+}
+
+TEST(Faults, KillAtRandomMomentsOfAScanLeavesTheOldDatabaseOrTheNewOne) {
+  Demo demo;
+  ASSERT_EQ(CleanRun(demo).status, 0);
+  const auto done = Snapshot(demo.Data());
+  const auto started = std::chrono::steady_clock::now();
+  ASSERT_EQ(CleanRun(demo).status, 0);
+  const auto took = std::chrono::steady_clock::now() - started;
+  // The same logs give the same files again (the dates in them are today's either way).
+  ASSERT_EQ(Snapshot(demo.Data()), done);
+  std::mt19937 random(17);
+  std::uniform_int_distribution<long> at(
+      0, std::chrono::duration_cast<std::chrono::microseconds>(took).count());
+  for (int i = 0; i < 6; ++i) {
+    const long micros = at(random);
+    SCOPED_TRACE("killed after " + std::to_string(micros) + " us");
+    tytest::TempDir scratch;
+    Run run({"--yes", "--quiet", demo.App()}, scratch);
+    std::this_thread::sleep_for(std::chrono::microseconds(micros));
+    run.Kill();
+    run.Wait();
+    EXPECT_EQ(NextStart(demo).status, 7);
+    EXPECT_EQ(Snapshot(demo.Data()), done);
+    EXPECT_TRUE(Defects(demo.Data()).empty());
+  }
+}
+
+TEST(Faults, KillWhileUnpackingAnArchiveLeavesNothingBehindAfterTheNextStart) {
+  Demo demo;
+  ASSERT_EQ(CleanRun(demo).status, 0);
+  const auto done = Snapshot(demo.Data());
+  // The W3C site's logs go into its archive, beside one log of the user's own.
+  const fs::path logs = demo.dir.path() / "logs" / "w3c";
+  std::vector<std::pair<std::string, std::string>> members;
+  for (const auto& e : fs::directory_iterator(logs)) {
+    members.push_back({e.path().filename().string(), tytest::ReadFile(e.path())});
+    fs::remove(e.path());
+  }
+  ASSERT_GE(members.size(), 2u);
+  tytest::WriteFile(logs / "own.log", members[0].second);
+  {
+    int err = 0;
+    zip_t* z = zip_open((logs / "ARCHIVE.ZIP").c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
+    ASSERT_NE(z, nullptr);
+    for (const auto& [name, bytes] : members)
+      zip_file_add(z, name.c_str(), zip_source_buffer(z, bytes.data(), bytes.size(), 0), 0);
+    ASSERT_EQ(zip_close(z), 0);
+  }
+  const auto userFiles = Snapshot(logs.string() + "/");
+  const auto [writes, renames] = CountFaultPoints(demo, logs.string() + "/");
+  ASSERT_GE(writes, 2);
+  EXPECT_EQ(Snapshot(logs.string() + "/"), userFiles);  // a run that completes leaves them too
+  for (long n : Points(writes, 5, 18)) {
+    SCOPED_TRACE("write " + std::to_string(n) + " of " + std::to_string(writes));
+    tytest::TempDir scratch;
+    auto env = Shim(logs.string() + "/");
+    env.push_back("TY_FAULT_KILL_AT_WRITE=" + std::to_string(n));
+    EXPECT_EQ(Run({"--yes", "--quiet", demo.App()}, scratch, env).Wait().status, -1);
+    EXPECT_NE(Snapshot(logs.string() + "/"), userFiles);  // unpacked files were left
+    EXPECT_EQ(NextStart(demo).status, 7);
+    EXPECT_EQ(Snapshot(logs.string() + "/"), userFiles);
+  }
+}
+
+TEST(Faults, TwoRunsOnOneDataFolderWithTheirOwnTempFoldersNeverRunTogether) {
+  Demo demo;
+  // A log long enough for the second run to start while the first reads it.
+  std::string log = "#Fields: date time c-ip cs-method cs-uri-stem sc-status\r\n";
+  for (int i = 0; i < 400000; ++i)
+    log += "2026-10-01 11:00:00 10.9." + std::to_string((i >> 8) & 255) + "." +
+           std::to_string(i & 255) + " GET /x.htm 200\r\n";
+  tytest::WriteFile(demo.dir.path() / "logs" / "w3c" / "ex999999.log", log);
+  tytest::TempDir firstTemp, secondTemp;
+  Run first({"--yes", demo.App()}, firstTemp);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (first.ErrSoFar().find("ex999999.log") == std::string::npos &&
+         std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  const Outcome second = Run({"--yes", demo.App()}, secondTemp).Wait();
+  const Outcome one = first.Wait();
+  EXPECT_EQ(one.status, 0) << one.err;
+  EXPECT_EQ(second.status, 3) << second.err;
+  EXPECT_NE(second.err.find("another run is using the data folder " + demo.Data()),
+            std::string::npos)
+      << second.err;
+  EXPECT_TRUE(Defects(demo.Data()).empty());
+  EXPECT_TRUE(fs::is_empty(demo.dir.path() / "Data" / "Temp"));
+}
