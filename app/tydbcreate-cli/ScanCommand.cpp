@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 #include <iostream>
 #include <memory>
 
@@ -144,6 +146,9 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
   if (std::string what; database::Replacement::Recover(world.app.dataFolder, &what) !=
                         database::Recovery::Nothing)
     ui.Note("tydbcreate-cli: " + what);
+  // A robot list being saved when the run was killed: the list in place is the last whole one.
+  std::error_code ignored;
+  std::filesystem::remove(std::filesystem::path(world.app.dataFolder) / "robots.dat.new", ignored);
   if (const int removed = loginput::RemoveLeftoverUnpackedFiles(world); removed > 0)
     ui.Note("tydbcreate-cli: " + std::to_string(removed) +
             " file(s) left in a log folder by an unpacking that did not finish were removed.");
