@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <random>
 
 #include "loginput/LogFiles.h"
@@ -98,6 +99,24 @@ TEST(ScanLogFile, FileWithoutFieldsLineSkipsDataAndSaysSo) {
   EXPECT_EQ(t.ui.messages[0].icon, platform::MsgIcon::Exclamation);
   EXPECT_EQ(t.ui.messages[0].title, "Tallyo");
   EXPECT_EQ(t.site().lastReadPos, 0);
+}
+
+TEST(ScanLogFile, ALogThatCannotBeReadIsSaidToBeUnreadableNotToLackFieldLines) {
+  InputWorld t;
+  // Listed, then gone before it was opened (removed, or its permissions changed meanwhile).
+  const std::string path = t.Log("ex.log", "#Fields: c-ip\r\n1.1.1.1\r\n");
+  std::filesystem::remove(path);
+  RecordingHooks hooks(t.run);
+  EXPECT_TRUE(ScanLogFile(t.w(), t.ui, t.run, hooks, 1));
+  ASSERT_EQ(t.ui.messages.size(), 1u);
+  const std::string text = "The log file " + path +
+                           " for site Main Site could not be read (No such file or directory); "
+                           "it was skipped.";
+  EXPECT_EQ(t.ui.messages[0].text, text);
+  EXPECT_EQ(t.ui.messages[0].icon, platform::MsgIcon::Exclamation);
+  EXPECT_NE(t.ErrorsLog().find("FROM ModFiles.ScanLogFile"), std::string::npos) << t.ErrorsLog();
+  EXPECT_NE(t.ErrorsLog().find(text), std::string::npos);
+  EXPECT_EQ(hooks.hitsWithPage, 0);
 }
 
 TEST(ScanLogFile, RememberedFieldListIsAppliedBeforeTheFirstLine) {
