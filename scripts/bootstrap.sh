@@ -5,7 +5,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 packages=(g++ cmake make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
-          libzip-dev libc-ares-dev libcli11-dev zip python3 dnsmasq-base)
+          libzip-dev libc-ares-dev libcli11-dev zip python3 dnsmasq-base
+          clang-14 libclang-rt-14-dev)  # the last two: the fuzz targets (scripts/fuzz.sh)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
