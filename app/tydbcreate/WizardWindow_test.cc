@@ -211,6 +211,7 @@ class WizardWindowTest : public QObject {
   void AreYouSureAnsweredNoOrCancelLeavesTheWindowReady();
   void FullScanOfTheDemoShowsEveryFileAndTheSummary();
   void CancelAnsweredNoGoesOnAndYesEndsWithTheTablesClosed();
+  void CancelDuringAnExtractionAbortsItAndEnds();
   void DnsBoxSetsTheRunsDnsFlag();
   void KeepsItsLayoutWhenResized();
   void ScreenshotsOfBothTabs();
@@ -435,6 +436,55 @@ void WizardWindowTest::CancelAnsweredNoGoesOnAndYesEndsWithTheTablesClosed() {
   QVERIFY(!w->isVisible());
   QCOMPARE(TableDefects(demo.Data()), QStringList());
   QVERIFY(RecordCount(demo.Data(), "Visits") >= 0);
+}
+
+void WizardWindowTest::CancelDuringAnExtractionAbortsItAndEnds() {
+  // A site whose folder holds only ARCHIVE.ZIP with three logs; Cancel is pressed while the
+  // archive is being unpacked, before any file was opened for scanning: nothing is asked.
+  Demo demo;
+  const fs::path logs = demo.dir.path() / "logs" / "zipped";
+  const fs::path staging = demo.scratch.path() / "staging";
+  const std::string log = GeneratedLog(3000);
+  QVERIFY(!log.empty());
+  for (const char* name : {"ex021101.log", "ex021102.log", "ex021103.log"})
+    tytest::WriteFile(staging / name, log);
+  fs::create_directories(logs);
+  QProcess zip;
+  zip.start(QStringLiteral("python3"),
+            {QStringLiteral("-c"),
+             QStringLiteral("import sys, zipfile, os\n"
+                            "with zipfile.ZipFile(sys.argv[1], 'w', zipfile.ZIP_DEFLATED) as z:\n"
+                            "    for n in sorted(os.listdir(sys.argv[2])):\n"
+                            "        z.write(os.path.join(sys.argv[2], n), n)\n"),
+             Q((logs / "ARCHIVE.ZIP").string()), Q(staging.string())});
+  QVERIFY(zip.waitForFinished(60000) && zip.exitCode() == 0);
+  demo.Sites("[Zipped]\r\nTYPE=0\r\nFOLDER=logs/zipped/\r\nMASK=ex*.log\r\n\r\n");
+  auto s = demo.Start();
+  QCOMPARE(s->status, window::SessionStatus::Ready);
+  window::WizardWindow* w = s->window.get();
+  w->show();
+
+  bool pressedWhileUnzipping = false;
+  QString unzipCaption;
+  w->SetYieldObserver([&] {
+    if (pressedWhileUnzipping || !w->Logic().Driver().Input().unzipping) return;
+    pressedWhileUnzipping = true;
+    unzipCaption = Text(w, "lblProg2");
+    Click(w, "btn1");
+  });
+  BoxAnswerer boxes({QMessageBox::Yes});
+  Click(w, "btn0");
+
+  QVERIFY(pressedWhileUnzipping);
+  QVERIFY2(unzipCaption.startsWith("Moving Files Out Of The Archive:"), qPrintable(unzipCaption));
+  QCOMPARE(boxes.Texts(), QStringList{"Are you sure?"});
+  QCOMPARE(w->Logic().Driver().TotalLines(), 0);
+  QVERIFY(w->IsUnloaded());
+  // The archive stays; what was unpacked of it is gone again; the tables are closed and sound.
+  QStringList left;
+  for (const auto& e : fs::directory_iterator(logs)) left << Q(e.path().filename().string());
+  QCOMPARE(left, QStringList{"ARCHIVE.ZIP"});
+  QCOMPARE(TableDefects(demo.Data()), QStringList());
 }
 
 void WizardWindowTest::DnsBoxSetsTheRunsDnsFlag() {
