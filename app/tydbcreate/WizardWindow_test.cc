@@ -96,32 +96,34 @@ class BoxAnswerer {
 struct Demo {
   tytest::TempDir dir;
   tytest::TempDir scratch;
+  fs::path root = dir.path() / "demo";
   fs::path registry = scratch.path() / "registry.ini";
 
   explicit Demo(const std::string& registryText = "") {
     const fs::path from = tytest::SourceDir() / "examples" / "demo";
+    fs::create_directories(root);
     for (const auto& e : fs::recursive_directory_iterator(from)) {
       const fs::path rel = fs::relative(e.path(), from);
       std::string ext = e.path().extension().string();
       for (char& c : ext) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
       if (e.is_directory()) {
-        fs::create_directories(dir.path() / rel);
+        fs::create_directories(root / rel);
       } else if (ext != ".DBF" && ext != ".MDX" && e.path().filename() != "errors.log" &&
                  e.path().filename() != "robots.dat") {
-        fs::copy_file(e.path(), dir.path() / rel);
+        fs::copy_file(e.path(), root / rel);
       }
     }
     tytest::WriteFile(registry, registryText);
   }
-  std::string str() const { return dir.str(); }
-  std::string Data() const { return dir.str() + "Data/"; }
-  void Sites(const std::string& text) { tytest::WriteFile(dir.path() / "TALLYO.INI", text); }
+  std::string str() const { return root.string() + "/"; }
+  std::string Data() const { return str() + "Data/"; }
+  void Sites(const std::string& text) { tytest::WriteFile(root / "TALLYO.INI", text); }
   void Settings(const std::string& from, const std::string& to) {
-    std::string s = tytest::ReadFile(dir.path() / "SETTINGS.INI");
+    std::string s = tytest::ReadFile(root / "SETTINGS.INI");
     const size_t at = s.find(from);
     QVERIFY2(at != std::string::npos, from.c_str());
     s.replace(at, from.size(), to);
-    tytest::WriteFile(dir.path() / "SETTINGS.INI", s);
+    tytest::WriteFile(root / "SETTINGS.INI", s);
   }
   // Start-up and the window's load, as main() does them.
   std::unique_ptr<window::WindowSession> Start() {
@@ -397,7 +399,7 @@ void WizardWindowTest::CancelAnsweredNoGoesOnAndYesEndsWithTheTablesClosed() {
   Demo demo;
   const std::string log = GeneratedLog(40000);
   QVERIFY(log.size() > 1000000);
-  tytest::WriteFile(demo.dir.path() / "logs" / "big" / "ex021124.log", log);
+  tytest::WriteFile(demo.root / "logs" / "big" / "ex021124.log", log);
   demo.Sites("[Big]\r\nTYPE=0\r\nFOLDER=logs/big/\r\nMASK=ex*.log\r\n\r\n");
   auto s = demo.Start();
   QCOMPARE(s->status, window::SessionStatus::Ready);
@@ -442,7 +444,7 @@ void WizardWindowTest::CancelDuringAnExtractionAbortsItAndEnds() {
   // A site whose folder holds only ARCHIVE.ZIP with three logs; Cancel is pressed while the
   // archive is being unpacked, before any file was opened for scanning: nothing is asked.
   Demo demo;
-  const fs::path logs = demo.dir.path() / "logs" / "zipped";
+  const fs::path logs = demo.root / "logs" / "zipped";
   const fs::path staging = demo.scratch.path() / "staging";
   const std::string log = GeneratedLog(3000);
   QVERIFY(!log.empty());

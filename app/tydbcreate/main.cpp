@@ -3,21 +3,45 @@
 //
 //   tydbcreate [APPFOLDER]
 //
-// APPFOLDER is the folder of SETTINGS.INI and the sites file (default: the program's folder);
+// APPFOLDER is the folder of SETTINGS.INI and the sites file (default: the program's folder; the
+// whole command line counts, so a folder with blanks needs no quotes);
 // TALLYO_REGISTRY names the registry file. The program ends when the window unloads: after the
 // scan's summary, on Cancel or the close box, or at once when the window refuses to open.
 #include <QApplication>
 #include <QMessageBox>
+#include <cstdlib>
 #include <iostream>
 
 #include "WindowSession.h"
 
+namespace {
+
+// True when no window system is named: no display, no Wayland socket, no platform chosen.
+bool NoWindowSystem() {
+  for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}) {
+    const char* v = std::getenv(name);
+    if (v != nullptr && *v != '\0') return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+  if (NoWindowSystem()) {
+    std::cerr << "tydbcreate: there is no display to show the wizard window on (DISPLAY is not "
+                 "set). Run it in a desktop session, or rebuild the database without a window "
+                 "with tydbcreate-cli.\n";
+    return 1;
+  }
   QApplication app(argc, argv);
   QApplication::setApplicationName(QStringLiteral("tydbcreate"));
-  // Qt has taken its own options; what is left is the application folder.
-  const QStringList args = QApplication::arguments();
-  const std::string appFolder = args.size() > 1 ? args.at(1).toStdString() : std::string();
+  // Qt has taken its own options. The rest is the command line, and the whole command line is
+  // the application folder: words are joined again with one blank, so a folder with blanks in
+  // its name works unquoted, as it did from a shortcut.
+  QStringList args = QApplication::arguments();
+  args.removeFirst();
+  const std::string appFolder = args.join(QLatin1Char(' ')).toStdString();
 
   auto session = window::StartSession(appFolder);
   switch (session->status) {
