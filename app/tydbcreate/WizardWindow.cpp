@@ -203,6 +203,9 @@ void WizardWindow::BuildControls() {
   connect(btn_[1], &QPushButton::clicked, this, [this] { OnCancel(); });
   connect(chkDNS_, &QCheckBox::toggled, this, [this](bool on) { wizard_.SetDns(on); });
 
+  // Wrapped labels inside the tabs do not raise the layout's minimum height, so the window's
+  // smallest size is set to one in which every explanation still fits.
+  setMinimumSize(fm.averageCharWidth() * 84, em * 29);
   resize(fm.averageCharWidth() * 104, em * 34);
 }
 

@@ -545,6 +545,14 @@ void WizardWindowTest::KeepsItsLayoutWhenResized() {
     QTabWidget* tabs = Find<QTabWidget>(w, "SSTabs");
     QVERIFY(tabs->mapTo(w, QPoint(0, 0)).y() + tabs->height() <= start->mapTo(w, QPoint(0, 0)).y());
     QVERIFY(Find<QCheckBox>(w, "chkDNS")->width() > 0);
+    // No explanation is cut short.
+    for (const char* name : {"lbl0", "lbl1", "lbl2", "lblTabHelp", "lblNote"}) {
+      QLabel* l = Find<QLabel>(w, name);
+      QVERIFY2(l->height() >= l->heightForWidth(l->width()), name);
+    }
+    QCheckBox* box = Find<QCheckBox>(w, "chkDNS");
+    QVERIFY(QRect(QPoint(0, 0), box->parentWidget()->size())
+                .contains(QRect(box->pos(), box->sizeHint())));
   }
   const int before = w->minimumSizeHint().width();
   w->SetCaption(platform::Label::Prog, std::string(400, 'x'));
