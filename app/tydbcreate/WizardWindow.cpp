@@ -370,6 +370,19 @@ bool WizardWindow::Yield() {
 
 void WizardWindow::OnStart() {
   if (inScan_ || unloaded_) return;
+  // The resolver for a ticked DNS box. One that cannot be set up is said, and the scan runs
+  // without look-ups (the summary then gives the time and the rate).
+  if (wizard_.Dns() && resolver_ == nullptr) {
+    std::string why;
+    resolver_ = platform::MakeResolver(dnsSettings_, why);
+    if (resolver_ == nullptr) {
+      MessageBox("Reverse DNS lookups cannot be made (" + why +
+                     "). The scan will run without them.",
+                 platform::MsgIcon::Exclamation, platform::MsgButtons::Ok, world_.app.appTitle);
+      chkDNS_->setChecked(false);
+    }
+  }
+  wizard_.Driver().SetResolver(resolver_.get());
   inScan_ = true;
   const wizard::StartResult result = wizard_.Start(registry_);
   inScan_ = false;

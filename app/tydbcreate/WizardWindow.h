@@ -16,10 +16,12 @@
 
 #include <QWidget>
 #include <functional>
+#include <memory>
 #include <string_view>
 
 #include "platform/Frontend.h"
 #include "platform/Registry.h"
+#include "platform/Resolver.h"
 #include "startup/World.h"
 #include "wizard/RunTimer.h"
 #include "wizard/Wizard.h"
@@ -54,6 +56,9 @@ class WizardWindow final : public QWidget, public platform::Frontend {
   // Called at the end of every yield, after the events were processed (for the screenshot tool
   // and tests that act in the middle of a scan).
   void SetYieldObserver(std::function<void()> observer) { yieldObserver_ = std::move(observer); }
+  // Where the reverse look-ups go (default: the system's resolver configuration). The resolver
+  // is made when Start is pressed with the DNS box ticked.
+  void SetDnsSettings(platform::DnsSettings settings) { dnsSettings_ = std::move(settings); }
 
   // ---- platform::Frontend ----------------------------------------------------------------------
   void SetCaption(platform::Label label, std::string_view text) override;
@@ -89,6 +94,8 @@ class WizardWindow final : public QWidget, public platform::Frontend {
   platform::Grid grid_;
   platform::ProgressBar bar_;
   std::function<void()> yieldObserver_;
+  platform::DnsSettings dnsSettings_;
+  std::unique_ptr<platform::Resolver> resolver_;  // outlives the scan that uses it
   bool inScan_ = false;    // the Start handler is running the scan
   bool unloaded_ = false;
 

@@ -25,6 +25,7 @@
 #include <string>
 #include <vector>
 
+#include "DnsServers.h"
 #include "TestSupport.h"
 #include "WindowSession.h"
 #include "WizardWindow.h"
@@ -215,6 +216,7 @@ class WizardWindowTest : public QObject {
   void CancelAnsweredNoGoesOnAndYesEndsWithTheTablesClosed();
   void CancelDuringAnExtractionAbortsItAndEnds();
   void DnsBoxSetsTheRunsDnsFlag();
+  void TickedDnsBoxResolvesThroughTheWindowsResolver();
   void KeepsItsLayoutWhenResized();
   void ScreenshotsOfBothTabs();
 };
@@ -497,6 +499,10 @@ void WizardWindowTest::DnsBoxSetsTheRunsDnsFlag() {
     demo.Settings("REVERSEDNS=False", "REVERSEDNS=True");
     auto s = demo.Start();
     window::WizardWindow* w = s->window.get();
+    // Look-ups could only go to a loopback port where nothing listens.
+    platform::DnsSettings nowhere;
+    nowhere.servers = {"127.0.0.1:" + std::to_string(tytest::ClosedLoopbackPort())};
+    w->SetDnsSettings(nowhere);
     w->show();
     QCheckBox* box = Find<QCheckBox>(w, "chkDNS");
     QVERIFY(box->isChecked());  // from REVERSEDNS
@@ -522,6 +528,47 @@ void WizardWindowTest::DnsBoxSetsTheRunsDnsFlag() {
     QCOMPARE(boxes.Texts(), QStringList{"Are you sure?"});  // no cancel question before a file
     QVERIFY(w->IsUnloaded());
   }
+}
+
+void WizardWindowTest::TickedDnsBoxResolvesThroughTheWindowsResolver() {
+  // A scan with the box ticked against a DNS server of the test's own on 127.0.0.1: the pending
+  // count is shown, the look-ups reach the server, and the summary has no time and no rate.
+  const std::vector<std::pair<std::string, std::string>> hosts = {{"10.0.0.1", "one.example.org"}};
+  tytest::Dnsmasq server(hosts);
+  if (!server.Started()) QSKIP(server.Why().c_str());
+  Demo demo;
+  std::string log =
+      "#Fields: date time c-ip cs-method cs-uri-stem sc-status cs(User-Agent)\r\n";
+  for (int i = 0; i < 1200; ++i)
+    log += "2026-11-01 10:" + std::to_string(10 + i / 60) + ":" + std::to_string(10 + i % 40) +
+           " 10.0.0." + std::to_string(1 + i % 3) + " GET /p" + std::to_string(i % 9) +
+           ".htm 200 Mozilla/5.0\r\n";
+  tytest::WriteFile(demo.root / "logs" / "dns" / "ex261101.log", log);
+  demo.Sites("[Dns]\r\nTYPE=0\r\nFOLDER=logs/dns/\r\nMASK=ex*.log\r\n\r\n");
+  auto s = demo.Start();
+  window::WizardWindow* w = s->window.get();
+  platform::DnsSettings settings;
+  settings.servers = {server.Server()};
+  settings.timeoutMs = 2000;
+  w->SetDnsSettings(settings);
+  w->show();
+  Find<QCheckBox>(w, "chkDNS")->setChecked(true);
+  bool labelsShown = false;
+  w->SetYieldObserver([&] {
+    labelsShown = labelsShown || (Find<QLabel>(w, "lblPDNS")->isVisible() &&
+                                  Find<QLabel>(w, "lblDNS")->isVisible());
+  });
+  BoxAnswerer boxes({QMessageBox::Yes, QMessageBox::Ok});
+  Click(w, "btn0");
+  QCOMPARE(boxes.seen.size(), size_t{2});
+  const QString summary = boxes.seen[1].text;
+  QVERIFY2(summary.contains(" lines.\n\n"), qPrintable(summary));
+  QVERIFY(!summary.contains("lines per second"));
+  QVERIFY(labelsShown);
+  QVERIFY(w->Logic().Driver().DnsFlag());
+  QVERIFY(server.Queries("10.0.0.1") >= 1);
+  QVERIFY(w->IsUnloaded());
+  QCOMPARE(TableDefects(demo.Data()), QStringList());
 }
 
 void WizardWindowTest::KeepsItsLayoutWhenResized() {
