@@ -27,6 +27,10 @@ std::unique_ptr<WindowSession> StartSession(const std::string& appFolderArgument
     case startup::MainStatus::AnotherCopyRunning:
       s->status = SessionStatus::AnotherCopy;
       return s;
+    case startup::MainStatus::DataFolderBusy:
+      s->status = SessionStatus::DataFolderBusy;
+      s->failure = s->started.failure;
+      return s;
     case startup::MainStatus::Failed:
       s->status = SessionStatus::StartupFailed;
       s->failure = s->started.failure;

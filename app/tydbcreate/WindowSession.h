@@ -18,6 +18,7 @@ enum class SessionStatus {
   Ready,           // the window is loaded; show it
   Refused,         // the window's load refused (no sites, all by FTP); its message was shown
   AnotherCopy,     // another copy runs; nothing was done
+  DataFolderBusy,  // another run uses the same data folder (named in `failure`); nothing was done
   StartupFailed,   // start-up failed; `failure` says why (errors.log has the line)
 };
 

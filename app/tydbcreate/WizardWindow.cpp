@@ -396,6 +396,9 @@ void WizardWindow::OnStart() {
     case wizard::StartResult::Completed:
     case wizard::StartResult::ServiceRunning:
     case wizard::StartResult::Cancelled:
+    case wizard::StartResult::WriteFailed:
+      // A cancelled run and one whose tables could not be written leave the previous database
+      // as it was; the program ends as after any run.
       Unload();
       return;
   }

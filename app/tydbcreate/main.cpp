@@ -49,6 +49,15 @@ int main(int argc, char** argv) {
       // The product ends silently; the one on a terminal is told why nothing happened.
       std::cerr << "tydbcreate: another copy of the program is running; nothing was done.\n";
       return 3;
+    case window::SessionStatus::DataFolderBusy: {
+      // Two runs on one data folder would replace each other's tables: the second one stops.
+      const QString text =
+          QStringLiteral("Another run is using the data folder %1. Nothing was done.")
+              .arg(QString::fromStdString(session->failure));
+      std::cerr << "tydbcreate: " << text.toStdString() << "\n";
+      QMessageBox::information(nullptr, QStringLiteral("Analyze Log Files Wizard"), text);
+      return 3;
+    }
     case window::SessionStatus::StartupFailed: {
       const QString text = QStringLiteral(
                                "The wizard could not start: %1\n\nSee errors.log in the data "
