@@ -4,8 +4,10 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+# qt6-base-dev builds the wizard window; the offscreen platform its tests run on, without a
+# display, and a font come with it.
 packages=(g++ cmake make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
-          libzip-dev libc-ares-dev libcli11-dev zip python3 dnsmasq-base
+          libzip-dev libc-ares-dev libcli11-dev zip python3 dnsmasq-base qt6-base-dev
           clang-14 libclang-rt-14-dev)  # the last two: the fuzz targets (scripts/fuzz.sh)
 missing=()
 for p in "${packages[@]}"; do

@@ -109,7 +109,7 @@ platform::MsgResult ConsoleFrontend::MessageBox(std::string_view text, platform:
                                                 platform::MsgButtons buttons,
                                                 std::string_view title) {
   messages_.emplace_back(text);
-  if (buttons == platform::MsgButtons::YesNo) return Ask(text);
+  if (buttons != platform::MsgButtons::Ok) return Ask(text);
   if (wizard::IsScanSummary(text)) return platform::MsgResult::Ok;
   const bool warning =
       icon == platform::MsgIcon::Critical || icon == platform::MsgIcon::Exclamation;

@@ -26,8 +26,8 @@ enum class Label {
 };
 
 enum class MsgIcon { Critical, Question, Exclamation, Information };
-enum class MsgButtons { Ok, YesNo };
-enum class MsgResult { Ok, Yes, No };
+enum class MsgButtons { Ok, YesNo, YesNoCancel };
+enum class MsgResult { Ok, Yes, No, Cancel };
 
 // The progress bar's state. Setting a value outside Min..Max, or a Max below Min, is refused
 // (returns false) and leaves the bar as it was, as the original widget raised an error there.
@@ -107,7 +107,14 @@ class Frontend {
   virtual void GridChanged() {}
   virtual void ProgressChanged() {}
 
-  // Shows a message box titled `title` and waits for the answer.
+  // The Start button: switched off for good when a scan begins (a window without one ignores it).
+  virtual void SetStartEnabled(bool enabled) {}
+  // The start was confirmed: a window with tab panels brings its progress panel to the front.
+  virtual void ShowProgressTab() {}
+
+  // Shows a message box titled `title` and waits for the answer: Ok for MsgButtons::Ok; Yes or No
+  // for YesNo; Yes, No or Cancel for YesNoCancel (closing the box without a button counts as No
+  // for YesNo and as Cancel for YesNoCancel).
   virtual MsgResult MessageBox(std::string_view text, MsgIcon icon, MsgButtons buttons,
                                std::string_view title) = 0;
 

@@ -104,6 +104,7 @@ void ScanDriver::ShowNotReplaced(const std::string& why) {
 ScanOutcome ScanDriver::ScanAllSites() {
   // 1. The start button is off for good: the window leaves the ready state.
   state_ = ScanState::Scanning;
+  ui_.SetStartEnabled(false);
   // 2. The run counters of the hit analysis.
   analysis::RunState& run = hits_.Run();
   run.totals = analysis::AnalysisTotals{};

@@ -148,6 +148,8 @@ class ScanDriver final : public loginput::ScanHooks {
     platform::ProgressBar& Progress() override { return frontend_.Progress(); }
     void GridChanged() override { frontend_.GridChanged(); }
     void ProgressChanged() override { frontend_.ProgressChanged(); }
+    void SetStartEnabled(bool enabled) override { frontend_.SetStartEnabled(enabled); }
+    void ShowProgressTab() override { frontend_.ShowProgressTab(); }
     platform::MsgResult MessageBox(std::string_view text, platform::MsgIcon icon,
                                    platform::MsgButtons buttons,
                                    std::string_view title) override {

@@ -120,9 +120,10 @@ StartResult Wizard::Start(const platform::Registry& registry) {
     return StartResult::ServiceRunning;
   }
   // 3.
-  if (ui_.MessageBox(kAreYouSure, platform::MsgIcon::Question, platform::MsgButtons::YesNo,
+  if (ui_.MessageBox(kAreYouSure, platform::MsgIcon::Question, platform::MsgButtons::YesNoCancel,
                      title) != platform::MsgResult::Yes)
     return StartResult::NotConfirmed;
+  ui_.ShowProgressTab();
   switch (driver_.ScanAllSites()) {
     case ScanOutcome::Completed:
       return StartResult::Completed;

@@ -73,8 +73,9 @@ class Wizard {
 
   // The Start button. 1.-2. ServiceRunning under "Settings" of the product's settings key (read
   // with GetSettingsValue, default "False"): exactly "True" shows kServiceRunning (information)
-  // -> ServiceRunning, and the caller unloads. 3. Asks kAreYouSure (question, Yes/No); anything but
-  // Yes -> NotConfirmed. On Yes runs the scan and maps its outcome.
+  // -> ServiceRunning, and the caller unloads. 3. Asks kAreYouSure (question, Yes/No/Cancel);
+  // anything but Yes -> NotConfirmed. On Yes brings the progress tab to the front, runs the scan
+  // and maps its outcome.
   // REQUIRES: Load() returned Ready; Start() has not run a scan yet.
   StartResult Start(const platform::Registry& registry);
 

@@ -92,7 +92,7 @@ TEST(Wizard, StartChecksTheServiceFlagAndAsksBeforeScanning) {
     const auto registry = platform::IniRegistry::FromText(key + "ServiceRunning=true\n");
     EXPECT_EQ(wizard.Start(registry), StartResult::NotConfirmed);
     EXPECT_EQ(t.Messages(), std::vector<std::string>{std::string(kAreYouSure)});
-    EXPECT_EQ(t.ui.messages[0].buttons, platform::MsgButtons::YesNo);
+    EXPECT_EQ(t.ui.messages[0].buttons, platform::MsgButtons::YesNoCancel);
     EXPECT_EQ(t.ui.messages[0].icon, platform::MsgIcon::Question);
     EXPECT_EQ(testing::RecordCount(t.Data(), "Visits"), -1);
     EXPECT_EQ(wizard.Driver().State(), ScanState::Ready);
