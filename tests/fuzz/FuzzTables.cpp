@@ -1,32 +1,36 @@
-// Fuzz target: a damaged table as `dbfinspect --check` reads it. The input is split at its first
-// "\n--MDX--\n" (when there is one) into a .DBF and its production .MDX; the checker opens them
-// read-only, verifies the index against the records and reads every record. Nothing may crash.
+// Fuzz target: the table check that "dbfinspect --check" runs
+// (dbase::CheckTable).
+//
+// The input is a table: the .DBF bytes, then the mark "\n--MDX--\n", then the
+// production .MDX bytes (no mark: a table without its index file). They are
+// written as T.DBF and T.MDX in a folder of their own and checked; the checker
+// reads both files, every record and every tag's B-tree. It must return a
+// report (defects are expected on most inputs); a crash, a hang or a sanitizer
+// report is a fault.
+#include <cstddef>
 #include <cstdint>
-#include <filesystem>
-#include <string_view>
+#include <string>
 
 #include "FuzzTarget.h"
 #include "dbase/Checker.h"
 #include "dbase/Table.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string& folder = fuzz::Scratch();
-  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  constexpr std::string_view kMark = "\n--MDX--\n";
-  const size_t cut = bytes.find(kMark);
-  const size_t dbfSize = cut == std::string_view::npos ? size : cut;
-  fuzz::Write(folder + "FUZZ.DBF", data, dbfSize);
-  std::error_code ec;
-  std::filesystem::remove(folder + "FUZZ.MDX", ec);
-  if (cut != std::string_view::npos)
-    fuzz::Write(folder + "FUZZ.MDX", data + cut + kMark.size(), size - cut - kMark.size());
-  (void)dbase::CheckTable(folder + "FUZZ.DBF");
-  dbase::Table t;
-  t.SetLocation(folder);
-  t.SetTableName("FUZZ");
-  if (t.OpenTableReadOnly() == dbase::kOk) {
-    for (int s = t.GoTop(); s == dbase::kOk && !t.Eof(); s = t.Skip(1))
-      for (int f = 0; f < t.FieldCount(); ++f) (void)t.GetText(f);
+  const auto [dbf, mdx] =
+      fuzz::CutAt(std::string_view(reinterpret_cast<const char*>(data), size), "\n--MDX--\n");
+  tytest::TempDir& dir = fuzz::Scratch();
+  fuzz::Empty(dir.path());
+  tytest::WriteFile(dir.path() / "T.DBF", std::string(dbf));
+  if (!mdx.empty()) tytest::WriteFile(dir.path() / "T.MDX", std::string(mdx));
+  const dbase::CheckReport report = dbase::CheckTable((dir.path() / "T.DBF").string());
+  (void)report.Ok();
+  dbase::Table table;
+  table.SetLocation(dir.str());
+  table.SetTableName("T");
+  if (table.OpenTableReadOnly() == dbase::kOk) {
+    for (int s = table.GoTop(); s == dbase::kOk && !table.Eof(); s = table.Skip(1)) {
+      for (int f = 0; f < table.FieldCount(); ++f) (void)table.GetText(f);
+    }
   }
   return 0;
 }
