@@ -8,7 +8,9 @@
 #include <cstring>
 
 #include "dbase/TableState.h"
+#include "vb/Dates.h"
 #include "vb/ShortCopy.h"
+#include "vb/TrimBlanksAndTabs.h"
 
 namespace dbase {
 
@@ -27,7 +29,7 @@ void Table::SetText(int field, std::string_view v) {
 }
 
 double Table::GetNumber(int field) const {
-  std::string_view t = TrimBlanks(GetText(field));
+  std::string_view t = vb::TrimBlanksAndTabs(GetText(field));
   if (t.empty()) return 0;
   if (t.front() == '+') t.remove_prefix(1);
   // Whole numbers, nearly every counter, are read digit by digit: up to 15 digits the value is
@@ -124,7 +126,7 @@ vb::Date Table::GetDate(int field) const {
     for (int i = 0; i < 2; ++i)
       if (m.getKnown[i] && std::memcmp(text.data(), m.getText[i], 8) == 0) return m.getDate[i];
   int y, mo, d;
-  const vb::Date date = ParseYmd(text, y, mo, d) ? vb::Date(DayCount(y, mo, d)) : 0;
+  const vb::Date date = ParseYmd(text, y, mo, d) ? vb::Date(vb::DaysFromCivil(y, mo, d)) : 0;
   if (text.size() == 8) {
     const int i = m.getNext;
     m.getNext = 1 - i;
@@ -152,7 +154,7 @@ void Table::SetDate(int field, vb::Date date) {
   Impl& im = *impl_;
   if (day != im.setDay) {
     int y, m, d;
-    CivilDate(day, y, m, d);
+    vb::CivilFromDays(day, y, m, d);
     if (y < 1 || y > 9999) {
       SetDateBlank(field);
       return;

@@ -9,10 +9,13 @@
 #include <cerrno>
 #include <cstring>
 
+#include "dbase/AtomicWrite.h"
 #include "dbase/FieldSpec.h"
 #include "dbase/MdxFormat.h"
 #include "dbase/MdxWriter.h"
 #include "dbase/TableState.h"
+#include "platform/Files.h"
+#include "vb/Strings.h"
 
 namespace dbase {
 
@@ -47,10 +50,10 @@ static bool ValidStem(std::string_view stem) {
 int Table::DropTable(std::string_view stem) {
   Impl& m = *impl_;
   if (m.location.empty() || !ValidStem(stem)) return kBadName;
-  if (m.open && EqualsNoCase(stem, m.stem)) CloseTable();
+  if (m.open && vb::EqualsNoCase(stem, m.stem)) CloseTable();
   int status = kOk;
   for (const char* ext : {".DBF", ".MDX"}) {
-    std::string path = FindFileNoCase(m.location, UpperAscii(stem) + ext);
+    std::string path = platform::FindFileCI(m.location, vb::UCase(stem) + ext).value_or("").string();
     if (!path.empty() && ::unlink(path.c_str()) != 0) status = kIoError;
   }
   return status;
@@ -102,7 +105,7 @@ int Table::CreateTable(const std::vector<std::string>& fieldSpecs,
   if (::access(m.location.c_str(), W_OK) != 0) return kCannotCreate;
   // 3. Files: any old ones (in whatever case) go, then the new .DBF and .MDX.
   for (const char* ext : {".DBF", ".MDX"}) {
-    std::string old = FindFileNoCase(m.location, UpperAscii(m.stem) + ext);
+    std::string old = platform::FindFileCI(m.location, vb::UCase(m.stem) + ext).value_or("").string();
     if (!old.empty() && ::unlink(old.c_str()) != 0) return kCannotCreate;
   }
   std::string dbfPath = m.location + m.DbfName();
@@ -135,7 +138,7 @@ int Table::OpenTableReadOnly() { return impl_->Open(true); }
 int Table::Impl::Open(bool ro) {
   if (open) return kAlreadyOpen;
   if (location.empty() || !ValidStem(stem)) return kBadName;
-  std::string path = FindFileNoCase(location, DbfName());
+  std::string path = platform::FindFileCI(location, DbfName()).value_or("").string();
   if (path.empty()) return kFileMissing;
   std::string why, notice;
   // A fresh index: no ticket of an earlier open may match it.
@@ -157,7 +160,7 @@ int Table::Impl::Open(bool ro) {
 
   // The index: read from the .MDX; rebuilt from the records when it is missing, damaged or
   // does not match the records.
-  mdxPath = FindFileNoCase(location, MdxName());
+  mdxPath = platform::FindFileCI(location, MdxName()).value_or("").string();
   std::string problem;
   bool good = false;
   if (!mdxPath.empty()) {
@@ -250,7 +253,7 @@ int Table::SelectTag(std::string_view tag) {
   int found = -2;
   if (tag.empty()) found = -1;
   for (size_t i = 0; i < m.tags.size() && found == -2; ++i)
-    if (EqualsNoCase(m.tags[i].name, tag)) found = int(i);
+    if (vb::EqualsNoCase(m.tags[i].name, tag)) found = int(i);
   if (found == -2) return kNoSuchTag;
   if (found != m.selected) {
     // Only the selected tag defers its keys (tickets are for it alone).

@@ -8,6 +8,7 @@
 #include "dbase/MdxReader.h"
 #include "dbase/MdxWriter.h"
 #include "dbase/TableState.h"
+#include "vb/Strings.h"
 
 namespace dbase {
 
@@ -21,7 +22,7 @@ bool Table::Impl::LoadIndexFromMdx(std::string* why) {
   std::vector<Tag> defs;
   for (const MdxTagHeader& h : info.tags) {
     Tag t;
-    t.name = UpperAscii(h.name);
+    t.name = vb::UCase(h.name);
     if (t.expr.Parse(h.expression, dbf.Fields()) != kOk) {
       *why = "tag " + h.name + ": key expression \"" + h.expression + "\" not understood";
       return false;

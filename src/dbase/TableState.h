@@ -20,7 +20,7 @@
 #include "dbase/PageMemory.h"
 #include "dbase/Table.h"
 #include "dbase/TagIndex.h"
-#include "dbase/Util.h"
+#include "vb/Strings.h"
 
 namespace dbase {
 
@@ -151,8 +151,8 @@ struct Table::Impl {
     Notice(file + " could not be written (" + reason +
            "): the table on disk is incomplete. Make room on the disk and run the scan again.");
   }
-  std::string DbfName() const { return UpperAscii(stem) + ".DBF"; }
-  std::string MdxName() const { return UpperAscii(stem) + ".MDX"; }
+  std::string DbfName() const { return vb::UCase(stem) + ".DBF"; }
+  std::string MdxName() const { return vb::UCase(stem) + ".MDX"; }
 
   // The field calls test only `loaded` in line; the read itself is out of line.
   void EnsureLoaded() const {
@@ -174,7 +174,7 @@ struct Table::Impl {
   int IndexOf(std::string_view name) const {
     const auto& f = dbf.Fields();
     for (size_t i = 0; i < f.size(); ++i)
-      if (EqualsNoCase(f[i].name, name)) return int(i);
+      if (vb::EqualsNoCase(f[i].name, name)) return int(i);
     return -1;
   }
 
