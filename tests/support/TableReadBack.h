@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "dbase/Table.h"
+#include "vb/Strings.h"
 
 namespace tytest {
 
@@ -27,10 +28,7 @@ inline std::vector<Record> ReadTable(const std::string& folder, const std::strin
   for (int s = t.GoTop(); s == dbase::kOk && !t.Eof(); s = t.Skip(1)) {
     Record r;
     for (size_t i = 0; i < fields.size(); ++i) {
-      std::string text(t.GetText(static_cast<int>(i)));
-      while (!text.empty() && text.back() == ' ') text.pop_back();
-      while (!text.empty() && text.front() == ' ') text.erase(text.begin());
-      r[fields[i].name] = text;
+      r[fields[i].name] = std::string(vb::Trim(t.GetText(static_cast<int>(i))));
     }
     out.push_back(std::move(r));
   }
