@@ -15,12 +15,12 @@
 
 #include "dbase/Checker.h"
 #include "dbase/Table.h"
+#include "vb/Strings.h"
 
 namespace {
 
 std::string Csv(std::string_view v) {
-  while (!v.empty() && v.back() == ' ') v.remove_suffix(1);
-  while (!v.empty() && v.front() == ' ') v.remove_prefix(1);
+  v = vb::Trim(v);
   if (v.find_first_of(",\"\n\r") == std::string_view::npos) return std::string(v);
   std::string out = "\"";
   for (char c : v) {

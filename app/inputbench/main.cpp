@@ -22,7 +22,7 @@
 #include "loginput/ScanHooks.h"
 #include "loginput/ScanLogFile.h"
 #include "platform/Clock.h"
-#include "platform/Frontend.h"
+#include "benchsupport/HeadlessFrontend.h"
 #include "startup/World.h"
 
 namespace {
@@ -34,29 +34,6 @@ double CpuSeconds(clockid_t which = CLOCK_PROCESS_CPUTIME_ID) {
   clock_gettime(which, &ts);
   return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
 }
-
-// A window that shows nothing; every yield goes on.
-class NullFrontend : public platform::Frontend {
- public:
-  void SetCaption(platform::Label, std::string_view) override {}
-  void ShowLabel(platform::Label, bool) override {}
-  platform::Grid& FileGrid() override { return grid_; }
-  platform::ProgressBar& Progress() override { return bar_; }
-  platform::MsgResult MessageBox(std::string_view text, platform::MsgIcon, platform::MsgButtons,
-                                 std::string_view) override {
-    std::fprintf(stderr, "message: %.*s\n", static_cast<int>(text.size()), text.data());
-    return platform::MsgResult::Ok;
-  }
-  bool Yield() override {
-    ++yields;
-    return true;
-  }
-  long yields = 0;
-
- private:
-  platform::Grid grid_;
-  platform::ProgressBar bar_;
-};
 
 }  // namespace
 
@@ -85,7 +62,7 @@ int main(int argc, char** argv) {
   site.type = static_cast<int16_t>(type);
   site.unixServer = unixMode;
   site.lastLogFile = file;
-  NullFrontend ui;
+  bench::HeadlessFrontend ui;
 
   const double bytes = static_cast<double>(std::filesystem::file_size(file));
   std::vector<double> rates, cpuRates, threadRates;

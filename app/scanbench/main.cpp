@@ -19,9 +19,9 @@
 #include <iostream>
 #include <string>
 
+#include "benchsupport/HeadlessFrontend.h"
 #include "dbase/Checker.h"
 #include "platform/Clock.h"
-#include "platform/Frontend.h"
 #include "platform/Registry.h"
 #include "startup/Engine.h"
 #include "wizard/RunTimer.h"
@@ -30,26 +30,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-// A window nobody watches: every question is answered Yes, messages are kept.
-class HeadlessFrontend final : public platform::Frontend {
- public:
-  void SetCaption(platform::Label, std::string_view) override {}
-  void ShowLabel(platform::Label, bool) override {}
-  platform::Grid& FileGrid() override { return grid_; }
-  platform::ProgressBar& Progress() override { return bar_; }
-  platform::MsgResult MessageBox(std::string_view text, platform::MsgIcon, platform::MsgButtons,
-                                 std::string_view) override {
-    messages.emplace_back(text);
-    return platform::MsgResult::Yes;
-  }
-  bool Yield() override { return true; }
-  std::vector<std::string> messages;
-
- private:
-  platform::Grid grid_;
-  platform::ProgressBar bar_;
-};
 
 fs::path DefaultGenerator() {
   std::error_code ec;
@@ -137,7 +117,7 @@ int main(int argc, char** argv) {
     std::cerr << "scanbench: start-up failed: " << started.failure << "\n";
     return 1;
   }
-  HeadlessFrontend ui;
+  bench::HeadlessFrontend ui;
   wizard::SystemRunTimer timer;
   wizard::Wizard window(*started.world, ui, timer);
   if (window.Load() != wizard::LoadResult::Ready) {

@@ -21,33 +21,14 @@
 #include "startup/Settings.h"
 #include "startup/World.h"
 #include "vb/Dates.h"
+#include "TableReadBack.h"
 
 namespace antest {
 
 // One record as field name -> text without surrounding blanks.
-using Record = std::map<std::string, std::string>;
+using tytest::Record;
 
-// The records of table `stem` in `folder`, in record order, read with a table control of its own.
-inline std::vector<Record> ReadTable(const std::string& folder, const std::string& stem) {
-  dbase::Table t;
-  t.SetLocation(folder);
-  t.SetTableName(stem);
-  std::vector<Record> out;
-  if (t.OpenTableReadOnly() != 0) return out;
-  const auto fields = t.Fields();
-  for (long n = 1; n <= t.RecordCount(); ++n) {
-    if (t.GoTo(n) != 0) break;
-    Record r;
-    for (size_t i = 0; i < fields.size(); ++i) {
-      std::string text(t.GetText(static_cast<int>(i)));
-      while (!text.empty() && text.back() == ' ') text.pop_back();
-      while (!text.empty() && text.front() == ' ') text.erase(text.begin());
-      r[fields[i].name] = text;
-    }
-    out.push_back(std::move(r));
-  }
-  return out;
-}
+using tytest::ReadTable;
 
 // The W3C columns the tests' logs use, in this order.
 inline constexpr const char* kFields =

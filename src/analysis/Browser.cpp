@@ -3,19 +3,20 @@
 #include "analysis/Browser.h"
 
 #include "analysis/Text.h"
+#include "vb/Strings.h"
 
 namespace analysis {
 
 std::string SelectBrowser(std::string_view agent) {
   std::string code;
-  SelectBrowserInto(agent, UpperAscii(agent), code);
+  SelectBrowserInto(agent, vb::UCase(agent), code);
   return code;
 }
 
 void SelectBrowserInto(std::string_view agent, std::string_view upper, std::string& out) {
   // 1. The result starts as the agent exactly as it came.
   // 2. U = the agent upper-cased, then trimmed of blanks.
-  const std::string_view u = TrimBlanks(upper);
+  const std::string_view u = vb::Trim(upper);
 
   // 3. "MSIE" at p: the character at p + 5 (the major version after "MSIE" and its separator).
   if (size_t p = u.find("MSIE"); p != std::string_view::npos) {

@@ -13,6 +13,7 @@
 #include "analysis/Spider.h"
 #include "analysis/Sweep.h"
 #include "analysis/Text.h"
+#include "vb/Strings.h"
 
 namespace analysis {
 
@@ -176,7 +177,7 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
     const std::string_view ext = std::string_view(page).substr(dot + 1);
     extension_ = ExtensionKey::Of(ext);
     if (!pageExtensions_.Contains(extension_, ext)) return dropped();  // not a page: not counted
-    const std::string_view trimmed = TrimBlanks(page);
+    const std::string_view trimmed = vb::Trim(page);
     const size_t lead =
         trimmed.empty() ? page.size() : static_cast<size_t>(trimmed.data() - page.data());
     page.resize(lead + trimmed.size());
@@ -233,7 +234,7 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
   std::string& spiderName = spiderName_;
   spiderName.clear();
   if (!context.noSpiderCheck) {
-    const bool robotsTxt = EqualsUpper(page, "ROBOTS.TXT");
+    const bool robotsTxt = vb::EqualsNoCase(page, "ROBOTS.TXT");
     if (facts.ruleSpider)
       spiderName = facts.spiderName;
     else if (IsListedRobot(facts, hits.userAgent, hits.clientAddress))

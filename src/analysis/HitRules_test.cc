@@ -10,6 +10,7 @@
 #include "analysis/HitTime.h"
 #include "analysis/Text.h"
 #include "vb/Dates.h"
+#include "vb/Strings.h"
 
 namespace analysis {
 namespace {
@@ -102,7 +103,7 @@ TEST(ReadHitTime, QuickTimesMatchTheGeneralReading) {
     if (vb::Date v; vb::ParseTimeOfDay(text, v)) {
       expected = v;
       ++read;
-    } else if (vb::Date any; vb::TryCDate(TrimBlanks(text), any)) {
+    } else if (vb::Date any; vb::TryCDate(vb::Trim(text), any)) {
       expected = any - std::floor(any);
     }
     ASSERT_EQ(got, expected) << "\"" << text << "\"";

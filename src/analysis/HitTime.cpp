@@ -8,6 +8,7 @@
 #include "analysis/Text.h"
 #include "vb/Convert.h"
 #include "vb/Failure.h"
+#include "vb/Strings.h"
 
 namespace analysis {
 namespace {
@@ -74,7 +75,7 @@ bool ReadTime(HitClock& clock, std::string_view s, vb::Date& out) {
     return true;
   }
   vb::Date any;
-  if (!vb::TryCDate(TrimBlanks(s), any)) return false;
+  if (!vb::TryCDate(vb::Trim(s), any)) return false;
   out = any - std::floor(any);
   return true;
 }
@@ -88,7 +89,7 @@ void ReadCombinedDate(HitClock& clock, std::string_view field, std::string_view 
   vb::Date d;
   if (vb::ParseDayMonYear(date, d)) {
     clock.hitDate = d;
-  } else if (vb::TryCDate(TrimBlanks(date), d)) {
+  } else if (vb::TryCDate(vb::Trim(date), d)) {
     clock.hitDate = std::floor(d);
   }
   ReadTime(clock, time, clock.timeOfDay);

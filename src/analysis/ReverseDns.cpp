@@ -8,7 +8,7 @@ namespace analysis {
 
 std::string ReverseDns::ResolveHost(database::Visit& visit, database::F& f) {
   // 1.
-  const std::string_view addr = TrimBlanks(visit.clientAddress);
+  const std::string_view addr = vb::Trim(visit.clientAddress);
   // 2. The cache: this run's "Visitor", then the previous run's.
   std::string name = f.LookupDNS(addr, &visit);
   if (!name.empty()) {

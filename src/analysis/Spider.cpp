@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "analysis/Text.h"
+#include "vb/Strings.h"
 
 namespace analysis {
 namespace {
@@ -82,7 +83,7 @@ bool AnyWord(std::string_view u, const PairSet& pairs, const Rule& r) {
 std::string DetectSpider(std::string_view agent, std::string_view address,
                          const startup::RobotList& robots) {
   std::string name;
-  DetectSpiderInto(agent, UpperAscii(agent), address, robots, name);
+  DetectSpiderInto(agent, vb::UCase(agent), address, robots, name);
   return name;
 }
 

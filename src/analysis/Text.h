@@ -1,29 +1,16 @@
-// Small allocation-free text helpers of the hit processing: blank trimming, ASCII case folding,
+// Small allocation-free text helpers of the hit processing: ASCII case folding into a buffer,
 // one-character slices and the ";"-separated pattern lists of the site options.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-namespace analysis {
+#include "vb/Strings.h"
 
-// `s` without leading and trailing blanks (only " ", as the log fields use it).
-inline std::string_view TrimBlanks(std::string_view s) {
-  size_t b = s.find_first_not_of(' ');
-  if (b == std::string_view::npos) return {};
-  size_t e = s.find_last_not_of(' ');
-  return s.substr(b, e - b + 1);
-}
+namespace analysis {
 
 inline char UpperChar(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : c; }
 inline char LowerChar(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
-
-// An upper-cased copy (ASCII letters only; other bytes unchanged).
-inline std::string UpperAscii(std::string_view s) {
-  std::string out(s);
-  for (char& c : out) c = UpperChar(c);
-  return out;
-}
 
 // Writes `s` lower-cased into `out`, reusing its storage.
 // `s` upper-cased into `out`, reusing its buffer.
@@ -35,14 +22,6 @@ inline void UpperAsciiInto(std::string_view s, std::string& out) {
 inline void LowerAsciiInto(std::string_view s, std::string& out) {
   out.assign(s);
   for (char& c : out) c = LowerChar(c);
-}
-
-// True when `a` equals `b` upper-cased (`b` must be given in upper case).
-inline bool EqualsUpper(std::string_view a, std::string_view upperB) {
-  if (a.size() != upperB.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i)
-    if (UpperChar(a[i]) != upperB[i]) return false;
-  return true;
 }
 
 // The one character at 0-based `pos`, or empty text beyond the end (a one-character Mid).
@@ -60,7 +39,7 @@ bool AnyPattern(std::string_view list, F&& f) {
   while (start < list.size()) {
     size_t semi = list.find(';', start);
     if (semi == std::string_view::npos) semi = list.size();
-    std::string_view pattern = TrimBlanks(list.substr(start, semi - start));
+    std::string_view pattern = vb::Trim(list.substr(start, semi - start));
     if (!pattern.empty() && f(pattern)) return true;
     start = semi + 1;
   }

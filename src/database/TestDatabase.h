@@ -16,6 +16,7 @@
 #include "startup/ExceptionCatalogue.h"
 #include "startup/World.h"
 #include "vb/Dates.h"
+#include "TableReadBack.h"
 
 namespace dbtest {
 
@@ -75,31 +76,9 @@ inline database::Visit MakeVisit(const std::string& ip, vb::Date start, int site
 }
 
 // One record of a table as field name -> text with trailing blanks removed.
-using Record = std::map<std::string, std::string>;
+using tytest::Record;
 
-// The records of table `stem` in `folder`, in the order of `tag` ("" = record order), read from
-// the files on disk with a table control of its own.
-inline std::vector<Record> ReadTable(const std::string& folder, const std::string& stem,
-                                     const std::string& tag = "") {
-  dbase::Table t;
-  t.SetLocation(folder);
-  t.SetTableName(stem);
-  std::vector<Record> out;
-  if (t.OpenTableReadOnly() != dbase::kOk) return out;
-  t.SelectTag(tag);
-  const auto fields = t.Fields();
-  for (int s = t.GoTop(); s == dbase::kOk && !t.Eof(); s = t.Skip(1)) {
-    Record r;
-    for (size_t i = 0; i < fields.size(); ++i) {
-      std::string text(t.GetText(static_cast<int>(i)));
-      while (!text.empty() && text.back() == ' ') text.pop_back();
-      while (!text.empty() && text.front() == ' ') text.erase(text.begin());
-      r[fields[i].name] = text;
-    }
-    out.push_back(std::move(r));
-  }
-  return out;
-}
+using tytest::ReadTable;
 
 inline bool FileThere(const std::string& folder, const std::string& name) {
   return std::filesystem::exists(std::filesystem::path(folder) / name);

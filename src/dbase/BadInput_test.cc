@@ -11,9 +11,9 @@
 
 #include "TestSupport.h"
 #include "dbase/Checker.h"
+#include "dbase/LittleEndian.h"
 #include "dbase/Table.h"
 #include "dbase/TestTables.h"
-#include "dbase/Util.h"
 
 namespace dbase {
 namespace {

@@ -1,4 +1,5 @@
 // Integrity check of a .DBF and its production .MDX.
+#include "dbase/LittleEndian.h"
 #include "dbase/Checker.h"
 
 #include <fcntl.h>
@@ -14,7 +15,9 @@
 #include "dbase/MdxFormat.h"
 #include "dbase/MdxReader.h"
 #include "dbase/Status.h"
-#include "dbase/Util.h"
+#include "platform/Files.h"
+#include "vb/Dates.h"
+#include "vb/Strings.h"
 
 namespace dbase {
 
@@ -65,7 +68,7 @@ bool ValidDate(std::string_view t) {
       d = std::stoi(std::string(t.substr(6, 2)));
   if (m < 1 || m > 12 || d < 1 || d > 31) return false;
   int yy, mm, dd;
-  CivilDate(DayCount(y, m, d), yy, mm, dd);
+  vb::CivilFromDays(vb::DaysFromCivil(y, m, d), yy, mm, dd);
   return yy == y && mm == m && dd == d;
 }
 
@@ -154,10 +157,10 @@ CheckReport CheckTable(const std::string& dbfPath) {
   }
 
   // ---- the .MDX ----
-  std::string mdxPath = FindFileNoCase(folder, UpperAscii(stem) + ".MDX");
+  std::string mdxPath = platform::FindFileCI(folder, vb::UCase(stem) + ".MDX").value_or("").string();
   if (mdxPath.empty()) {
     if (h.productionMdx) D.push_back(stemFile + ": flags a production index but " +
-                                     UpperAscii(stem) + ".MDX is missing");
+                                     vb::UCase(stem) + ".MDX is missing");
     return rep;
   }
   std::string mdxName = mdxPath.substr(folder.size());
@@ -173,8 +176,8 @@ CheckReport CheckTable(const std::string& dbfPath) {
   head.resize(std::max<size_t>(head.size(), size_t(mdx::kHeaderPages) * mdx::kPageSize), '\0');
   const auto* hb = reinterpret_cast<const unsigned char*>(head.data());
   if (info.version != mdx::kVersion) D.push_back(mdxName + ": version " + std::to_string(info.version));
-  if (!EqualsNoCase(info.dataName, stem))
-    D.push_back(mdxName + ": names data file \"" + info.dataName + "\", not " + UpperAscii(stem));
+  if (!vb::EqualsNoCase(info.dataName, stem))
+    D.push_back(mdxName + ": names data file \"" + info.dataName + "\", not " + vb::UCase(stem));
   if (info.production != 1) D.push_back(mdxName + ": production flag is " + std::to_string(info.production));
   if (info.slots != mdx::kTagSlots) D.push_back(mdxName + ": " + std::to_string(info.slots) + " tag slots, 48 expected");
   if (uint64_t(info.pageCount) * mdx::kPageSize != info.fileSize)

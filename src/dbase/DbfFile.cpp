@@ -1,5 +1,8 @@
 // Reading and writing the .DBF data file.
 #include "dbase/DbfFile.h"
+#include "dbase/LittleEndian.h"
+#include "dbase/Today.h"
+#include "vb/Strings.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -9,7 +12,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "dbase/Util.h"
 
 namespace dbase {
 
@@ -86,7 +88,7 @@ int ParseDbfHeader(const unsigned char* d, size_t size, DbfHeader& out, std::str
     FieldInfo fi;
     size_t len = 0;
     while (len < size_t(dbf::kFieldNameSize) && f[len] != 0) ++len;
-    fi.name = UpperAscii(std::string_view(reinterpret_cast<const char*>(f), len));
+    fi.name = vb::UCase(std::string_view(reinterpret_cast<const char*>(f), len));
     fi.type = char(f[dbf::kFieldTypeOffset]);
     fi.width = f[dbf::kFieldWidthOffset];
     fi.decimals = f[dbf::kFieldDecimalsOffset];

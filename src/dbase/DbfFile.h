@@ -44,7 +44,8 @@
 #include <vector>
 
 #include "dbase/PageMemory.h"
-#include "dbase/Table.h"
+#include "dbase/Status.h"
+#include "dbase/TableInfo.h"
 
 namespace dbase {
 

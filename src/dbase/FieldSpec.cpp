@@ -1,10 +1,11 @@
 // Parsing of field and tag definition strings.
 #include "dbase/FieldSpec.h"
+#include "vb/Strings.h"
+#include "vb/TrimBlanksAndTabs.h"
 
 #include <charconv>
 #include <vector>
 
-#include "dbase/Util.h"
 
 namespace dbase {
 
@@ -14,10 +15,10 @@ static std::vector<std::string_view> SplitBar(std::string_view s) {
   for (;;) {
     size_t bar = s.find('|', start);
     if (bar == std::string_view::npos) {
-      parts.push_back(TrimBlanks(s.substr(start)));
+      parts.push_back(vb::TrimBlanksAndTabs(s.substr(start)));
       return parts;
     }
-    parts.push_back(TrimBlanks(s.substr(start, bar - start)));
+    parts.push_back(vb::TrimBlanksAndTabs(s.substr(start, bar - start)));
     start = bar + 1;
   }
 }
@@ -41,8 +42,8 @@ int ParseFieldSpec(std::string_view text, FieldInfo& out) {
   std::vector<std::string_view> p = SplitBar(text);
   if (p.size() < 2 || p.size() > 4 || !IsValidName(p[0]) || p[1].size() != 1) return kBadFieldSpec;
   FieldInfo f;
-  f.name = UpperAscii(p[0]);
-  f.type = UpperAscii(p[1])[0];
+  f.name = vb::UCase(p[0]);
+  f.type = vb::UCase(p[1])[0];
   bool hasWidth = p.size() >= 3 && !p[2].empty();
   if (hasWidth && !ReadInt(p[2], f.width)) return kBadFieldSpec;
   if (p.size() == 4 && !p[3].empty() && !ReadInt(p[3], f.decimals)) return kBadFieldSpec;
@@ -69,16 +70,16 @@ int ParseTagSpec(std::string_view text, TagSpec& out) {
   std::vector<std::string_view> p = SplitBar(text);
   if (p.size() < 2 || p.size() > 5 || !IsValidName(p[0]) || p[1].empty()) return kBadTagSpec;
   TagSpec t;
-  t.name = UpperAscii(p[0]);
+  t.name = vb::UCase(p[0]);
   t.expression = std::string(p[1]);
   if (p.size() > 2 && !p[2].empty()) return kBadTagSpec;  // FOR filters are not supported
   if (p.size() > 3) {
-    std::string u = UpperAscii(p[3]);
+    std::string u = vb::UCase(p[3]);
     if (u == "U") t.unique = true;
     else if (!u.empty() && u != "N") return kBadTagSpec;
   }
   if (p.size() > 4) {
-    std::string d = UpperAscii(p[4]);
+    std::string d = vb::UCase(p[4]);
     if (d == "D") t.descending = true;
     else if (!d.empty() && d != "A") return kBadTagSpec;
   }

@@ -8,7 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "dbase/Table.h"
+#include "dbase/Status.h"
+#include "dbase/TableInfo.h"
 
 namespace dbase {
 

@@ -1,12 +1,13 @@
 // Parsing and evaluation of index key expressions.
 #include "dbase/KeyExpression.h"
+#include "vb/Strings.h"
+#include "vb/TrimBlanksAndTabs.h"
 
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 
-#include "dbase/Util.h"
 
 namespace dbase {
 
@@ -51,7 +52,7 @@ struct Scanner {
 
 const FieldInfo* FindField(const std::vector<FieldInfo>& fields, std::string_view name) {
   for (const FieldInfo& f : fields)
-    if (EqualsNoCase(f.name, name)) return &f;
+    if (vb::EqualsNoCase(f.name, name)) return &f;
   return nullptr;
 }
 
@@ -68,7 +69,7 @@ int KeyExpression::Parse(std::string_view text, const std::vector<FieldInfo>& fi
     Term t{};
     std::string part;
     if (sc.Eat('(')) {
-      std::string fn = UpperAscii(word);
+      std::string fn = vb::UCase(word);
       std::string_view arg = sc.Ident();
       const FieldInfo* f = FindField(fields, arg);
       if (!f) return kBadExpression;
@@ -127,7 +128,7 @@ int KeyExpression::Parse(std::string_view text, const std::vector<FieldInfo>& fi
 }
 
 void FormatStr(std::string_view fieldText, int width, int decimals, char* out) {
-  std::string_view t = TrimBlanks(fieldText);
+  std::string_view t = vb::TrimBlanksAndTabs(fieldText);
   char buf[64];
   int n = 0;
   // Fast path: a whole number without decimals wanted, the usual case.

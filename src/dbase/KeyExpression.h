@@ -14,7 +14,8 @@
 #include <string_view>
 #include <vector>
 
-#include "dbase/Table.h"
+#include "dbase/Status.h"
+#include "dbase/TableInfo.h"
 
 namespace dbase {
 

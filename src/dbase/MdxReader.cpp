@@ -1,4 +1,5 @@
 // Reader of the production .MDX.
+#include "dbase/LittleEndian.h"
 #include "dbase/MdxReader.h"
 
 #include <fcntl.h>
@@ -12,7 +13,6 @@
 #include "dbase/KeyExpression.h"
 #include "dbase/MdxFormat.h"
 #include "dbase/Status.h"
-#include "dbase/Util.h"
 
 namespace dbase {
 

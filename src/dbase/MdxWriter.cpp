@@ -8,9 +8,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "dbase/LittleEndian.h"
 #include "dbase/MdxFormat.h"
 #include "dbase/Status.h"
-#include "dbase/Util.h"
+#include "dbase/Today.h"
+#include "vb/Strings.h"
 
 namespace dbase {
 
@@ -92,7 +94,7 @@ int WriteMdx(const std::string& path, const std::string& dataName, std::vector<M
   head[kCreatedOffset] = uint8_t(y - 1900);
   head[kCreatedOffset + 1] = uint8_t(m);
   head[kCreatedOffset + 2] = uint8_t(d);
-  std::string upper = UpperAscii(dataName);
+  std::string upper = vb::UCase(dataName);
   std::memcpy(&head[kDataNameOffset], upper.data(), std::min<size_t>(upper.size(), kDataNameSize));
   PutU16(&head[kPagesPerBlockOffset], kPagesPerBlock);
   PutU16(&head[kBlockSizeOffset], kBlockSize);
@@ -111,7 +113,7 @@ int WriteMdx(const std::string& path, const std::string& dataName, std::vector<M
   for (size_t t = 0; t < tags.size(); ++t) {
     unsigned char* slot = &head[kTagTableOffset + kSlotSize * (t + 1)];
     PutU32(slot + kSlotHeaderPage, plans[t].headerPage);
-    std::string name = UpperAscii(tags[t].name);
+    std::string name = vb::UCase(tags[t].name);
     name.resize(kSlotNameSize, '\0');
     std::memcpy(slot + kSlotName, name.data(), kSlotNameSize);
     slot[kSlotKeyFormat] = kSlotKeyFormatValue;

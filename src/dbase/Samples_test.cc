@@ -6,10 +6,12 @@
 #include <filesystem>
 
 #include "TestSupport.h"
+#include "dbase/LittleEndian.h"
 #include "dbase/Checker.h"
 #include "dbase/Table.h"
 #include "dbase/TestTables.h"
-#include "dbase/Util.h"
+#include "vb/Dates.h"
+#include "vb/Strings.h"
 
 namespace dbase {
 namespace {
@@ -83,9 +85,9 @@ TEST(Samples, VisitorExactAndNearSeeks) {
   Table& t = s.t;
   ASSERT_EQ(t.SeekKey(Pad("128.160.133.119", 15) + Pad("support.widgets.co", 20)), kOk);
   EXPECT_EQ(t.RecNo(), 178);
-  EXPECT_EQ(TrimBlanks(t.GetText("Country")), "BR");
+  EXPECT_EQ(vb::Trim(t.GetText("Country")), "BR");
   EXPECT_EQ(t.GetNumber("Visits"), 14);
-  EXPECT_EQ(t.GetDate("FirstVDate"), double(DayCount(2003, 6, 9)));
+  EXPECT_EQ(t.GetDate("FirstVDate"), double(vb::DaysFromCivil(2003, 6, 9)));
   // A shorter exact key is blank-padded: the IP alone is no key of "IP + Site".
   EXPECT_EQ(t.SeekKey("128.160.133.119"), kAfter);
   EXPECT_EQ(t.RecNo(), 178);  // positioned on the next key
@@ -93,7 +95,7 @@ TEST(Samples, VisitorExactAndNearSeeks) {
   EXPECT_EQ(t.SeekNear(Pad("128.160.133.119", 15)), kOk);
   EXPECT_EQ(t.RecNo(), 178);
   EXPECT_EQ(t.SeekNear("128.160"), kOk);
-  EXPECT_EQ(TrimBlanks(t.GetText("IP")).substr(0, 7), "128.160");
+  EXPECT_EQ(vb::Trim(t.GetText("IP")).substr(0, 7), "128.160");
   EXPECT_EQ(t.SeekNear("128.1600"), kAfter);
   EXPECT_EQ(t.SeekNear("~"), kEof);
   EXPECT_TRUE(t.Eof());
@@ -111,7 +113,7 @@ TEST(Samples, ExceptionsUniqueTagHoldsTheFirstRecordOfEachSite) {
   // STR(Number,3) of the blank number of record 5.
   ASSERT_EQ(t.SelectTag("KEY2"), kOk);
   ASSERT_EQ(t.GoTo(5), kOk);
-  EXPECT_TRUE(TrimBlanks(t.GetText("Number")).empty());
+  EXPECT_TRUE(vb::Trim(t.GetText("Number")).empty());
   EXPECT_EQ(t.CurrentKey().substr(20), "  0");
   EXPECT_EQ(t.SelectTag("nosuch"), kNoSuchTag);
   EXPECT_EQ(t.SelectedTag(), "KEY2");

@@ -15,7 +15,8 @@
 #include "TestSupport.h"
 #include "dbase/Checker.h"
 #include "dbase/TestTables.h"
-#include "dbase/Util.h"
+#include "vb/Dates.h"
+#include "vb/Strings.h"
 
 namespace dbase {
 namespace {
@@ -235,9 +236,9 @@ TEST_F(VisitsModel, ReplaceMovesAKeyInEveryTag) {
     Append({"10.0.0." + std::to_string(i), i % 2 ? "odd.example" : "even.example", "20040101", "00001"});
   ASSERT_EQ(t.SelectTag("key1"), kOk);
   ASSERT_EQ(t.GoTo(8), kOk);
-  EXPECT_EQ(TrimBlanks(t.GetText("Site")), "odd.example");
+  EXPECT_EQ(vb::Trim(t.GetText("Site")), "odd.example");
   t.SetText("Site", "aaa.example");
-  t.SetDate("VisitDate", double(DayCount(2005, 6, 30)));
+  t.SetDate("VisitDate", double(vb::DaysFromCivil(2005, 6, 30)));
   ASSERT_EQ(t.ReplaceRecord(), kOk);
   visits[7].site = "aaa.example";
   visits[7].date = "20050630";
@@ -633,7 +634,7 @@ TEST(Table, DescendingTagKeepsEqualKeysInRecordOrderAcrossReopen) {
   double last = 1e9;
   long lastRec = 0;
   int listed = 0;
-  while (!t.Eof() && TrimBlanks(t.GetText("Site")) == "intranet") {
+  while (!t.Eof() && vb::Trim(t.GetText("Site")) == "intranet") {
     double v = t.GetNumber("Visits");
     EXPECT_TRUE(v < last || (v == last && t.RecNo() > lastRec));
     last = v;
@@ -669,7 +670,7 @@ TEST(Table, SkipRunsOffBothEndsInTagAndRecordOrder) {
     EXPECT_EQ(t.Skip(1), kEof);
     EXPECT_TRUE(t.Eof());
     EXPECT_EQ(t.RecNo(), 0);
-    EXPECT_TRUE(TrimBlanks(t.GetText("Site")).empty());  // nothing to stand on: a blank buffer
+    EXPECT_TRUE(vb::Trim(t.GetText("Site")).empty());  // nothing to stand on: a blank buffer
     EXPECT_EQ(t.Skip(-1), kOk);
     EXPECT_EQ(t.RecNo(), seq[2]);
     EXPECT_EQ(t.Skip(-5), kBof);
@@ -725,13 +726,13 @@ TEST(Table, FieldValuesAreStoredAsDbaseWritesThem) {
 
   EXPECT_TRUE(t.DateIsBlank(date));
   EXPECT_EQ(t.GetDate(date), 0);
-  t.SetDate(date, double(DayCount(2024, 2, 29)) + 0.75);  // the time of day is dropped
+  t.SetDate(date, double(vb::DaysFromCivil(2024, 2, 29)) + 0.75);  // the time of day is dropped
   EXPECT_EQ(t.GetText(date), "20240229");
-  EXPECT_EQ(t.GetDate(date), double(DayCount(2024, 2, 29)));
+  EXPECT_EQ(t.GetDate(date), double(vb::DaysFromCivil(2024, 2, 29)));
   EXPECT_FALSE(t.DateIsBlank(date));
   t.SetDate(date, 0);  // the empty date
   EXPECT_EQ(t.GetText(date), "        ");
-  t.SetDate(date, double(DayCount(1899, 12, 29)));
+  t.SetDate(date, double(vb::DaysFromCivil(1899, 12, 29)));
   EXPECT_EQ(t.GetText(date), "18991229");
 
   EXPECT_EQ(t.SetText("NoSuchField", "x"), kNoSuchField);
@@ -744,15 +745,15 @@ TEST(Table, FieldValuesAreStoredAsDbaseWritesThem) {
 
   t.SetText(site, "kept");
   t.SetNumber(num, 117);
-  t.SetDate(date, double(DayCount(2003, 11, 16)));
+  t.SetDate(date, double(vb::DaysFromCivil(2003, 11, 16)));
   t.SetDeleted(true);
   ASSERT_EQ(t.AppendRecord(), kOk);
   t.CloseTable();
   ASSERT_EQ(t.OpenTableReadOnly(), kOk);
   ASSERT_EQ(t.GoTo(1), kOk);
-  EXPECT_EQ(TrimBlanks(t.GetText("Site")), "kept");
+  EXPECT_EQ(vb::Trim(t.GetText("Site")), "kept");
   EXPECT_EQ(t.GetNumber("Number"), 117);
-  EXPECT_EQ(t.GetDate("ExDate"), double(DayCount(2003, 11, 16)));
+  EXPECT_EQ(t.GetDate("ExDate"), double(vb::DaysFromCivil(2003, 11, 16)));
   EXPECT_TRUE(t.Deleted());
   // The files: upper-case names, header flags and the end-of-file mark.
   std::string dbf = tytest::ReadFile(dir.path() / "EXCEPTIONS.DBF");
@@ -784,15 +785,15 @@ TEST(Table, StoredDatesReadBackOnlyWhenTheyAreDaysOfTheCalendar) {
         char text[16];
         std::snprintf(text, sizeof text, "%04d%02d%02d", year, month, day);
         int y = -1, m = -1, d = -1;
-        if (month >= 1 && month <= 12 && day >= 1) CivilDate(DayCount(year, month, day), y, m, d);
+        if (month >= 1 && month <= 12 && day >= 1) vb::CivilFromDays(vb::DaysFromCivil(year, month, day), y, m, d);
         const bool real = y == year && m == month && d == day;
-        const double expected = real ? double(DayCount(year, month, day)) : 0;
+        const double expected = real ? double(vb::DaysFromCivil(year, month, day)) : 0;
         for (int again = 0; again < 2; ++again) {
           t.SetText(date, text);
           ASSERT_EQ(t.GetDate(date), expected) << text;
           ASSERT_EQ(t.DateIsBlank(date), !real) << text;
           t.SetText(date, "20240229");
-          ASSERT_EQ(t.GetDate(date), double(DayCount(2024, 2, 29)));
+          ASSERT_EQ(t.GetDate(date), double(vb::DaysFromCivil(2024, 2, 29)));
         }
       }
     }
@@ -827,7 +828,7 @@ TEST(Table, RecordsReadAndReplacedAcrossTheWriteBufferEdge) {
     if (r % 997 == 0) {
       for (long back : {r - 1, r / 2}) {
         ASSERT_EQ(t.GoTo(back), kOk);
-        ASSERT_EQ(TrimBlanks(t.GetText(a)), "rec" + std::to_string(back));
+        ASSERT_EQ(vb::Trim(t.GetText(a)), "rec" + std::to_string(back));
         expectD[size_t(back)] = "changed" + std::to_string(r);
         t.SetText(d, expectD[size_t(back)]);
         ASSERT_EQ(t.ReplaceRecord(), kOk);
@@ -837,8 +838,8 @@ TEST(Table, RecordsReadAndReplacedAcrossTheWriteBufferEdge) {
   auto checkAll = [&](const char* when) {
     for (long r = 1; r <= kRecords; ++r) {
       ASSERT_EQ(t.GoTo(r), kOk) << when;
-      ASSERT_EQ(TrimBlanks(t.GetText(a)), "rec" + std::to_string(r)) << when;
-      ASSERT_EQ(TrimBlanks(t.GetText(d)), expectD[size_t(r)]) << when << " record " << r;
+      ASSERT_EQ(vb::Trim(t.GetText(a)), "rec" + std::to_string(r)) << when;
+      ASSERT_EQ(vb::Trim(t.GetText(d)), expectD[size_t(r)]) << when << " record " << r;
     }
   };
   checkAll("open");

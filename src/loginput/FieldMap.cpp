@@ -1,5 +1,6 @@
 // Field map construction: the three name columns of a fields directive and the four presets.
 #include "loginput/FieldMap.h"
+#include "vb/Strings.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -38,22 +39,6 @@ constexpr Names kType4Names = {
     "DATE",  "TIME",     "DST-IP", "",   "",     "",       "",           "",
     "ACTION", "",        "",       "TCPWIN", "SIZE", "",   "",           "DST-PORT",
     "CS-VERSION", "PROTOCOL", "",  ""};
-
-bool EqualsUpper(std::string_view item, std::string_view upperName) {
-  if (item.size() != upperName.size()) return false;
-  for (size_t i = 0; i < item.size(); ++i) {
-    char c = item[i];
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-    if (c != upperName[i]) return false;
-  }
-  return true;
-}
-
-std::string_view TrimBlanks(std::string_view s) {
-  while (!s.empty() && s.front() == ' ') s.remove_prefix(1);
-  while (!s.empty() && s.back() == ' ') s.remove_suffix(1);
-  return s;
-}
 
 // Sets every listed slot; every other slot becomes -1, except those in `keep`.
 void Preset(FieldMap& map, std::initializer_list<std::pair<int, int16_t>> places,
@@ -102,12 +87,12 @@ void ApplyFieldsDirective(FieldMap& map, int16_t type, std::string_view fieldLis
   size_t start = 0;
   for (size_t i = 0; i <= fieldList.size(); ++i) {
     if (i < fieldList.size() && fieldList[i] != ' ' && fieldList[i] != '\t') continue;
-    std::string_view item = TrimBlanks(fieldList.substr(start, i - start));
+    std::string_view item = vb::Trim(fieldList.substr(start, i - start));
     start = i + 1;
     if (place > INT16_MAX) break;
-    if (!item.empty() && !(type == 5 && EqualsUpper(item, kType5Ignored))) {
+    if (!item.empty() && !(type == 5 && vb::EqualsNoCase(item, kType5Ignored))) {
       for (int slot = 0; slot < kSlotCount; ++slot) {
-        if (!(*names)[slot].empty() && EqualsUpper(item, (*names)[slot])) {
+        if (!(*names)[slot].empty() && vb::EqualsNoCase(item, (*names)[slot])) {
           map[slot] = static_cast<int16_t>(place);
           if (slot == kDate) dateFieldFlag = true;
           break;

@@ -13,6 +13,7 @@
 #include "vb/Convert.h"
 #include "vb/Dates.h"
 #include "vb/Failure.h"
+#include "vb/Strings.h"
 
 namespace loginput {
 namespace {
@@ -26,8 +27,7 @@ int32_t Position32(int64_t p) {
 
 // The line trimmed of blanks at both ends and upper-cased, into `out` (reused).
 void TrimUpper(std::string_view line, std::string& out) {
-  while (!line.empty() && line.front() == ' ') line.remove_prefix(1);
-  while (!line.empty() && line.back() == ' ') line.remove_suffix(1);
+  line = vb::Trim(line);
   out.assign(line.data(), line.size());
   for (char& c : out) {
     if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "platform/Clock.h"
+#include "vb/Strings.h"
 
 namespace platform {
 
@@ -14,14 +15,6 @@ namespace {
 namespace fs = std::filesystem;
 
 char Lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
-
-bool EqualNoCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    if (Lower(a[i]) != Lower(b[i])) return false;
-  }
-  return true;
-}
 
 // Case-insensitive order, ties broken by the exact bytes so the order is total.
 bool LessNoCase(std::string_view a, std::string_view b) {
@@ -88,7 +81,7 @@ std::optional<fs::path> FindFileCI(const std::string& folder, std::string_view n
     std::error_code ec;
     for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
       const std::string candidate = it->path().filename().string();
-      if (!EqualNoCase(candidate, name)) continue;
+      if (!vb::EqualsNoCase(candidate, name)) continue;
       if (!IsRegularFile(it->path())) continue;
       if (!best || LessNoCase(candidate, *best)) best = candidate;
     }

@@ -1,6 +1,8 @@
 // The registry on Linux: an INI file with one section per key path (see Registry.h); on Windows
 // the real registry under HKEY_LOCAL_MACHINE.
 #include "platform/Registry.h"
+#include "vb/Strings.h"
+#include "vb/TrimBlanksAndTabs.h"
 
 #include <fstream>
 #include <sstream>
@@ -13,23 +15,8 @@ namespace platform {
 
 namespace {
 
-std::string Upper(std::string_view s) {
-  std::string out(s);
-  for (char& c : out) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  }
-  return out;
-}
-
-std::string_view TrimBlanks(std::string_view s) {
-  const auto first = s.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  const auto last = s.find_last_not_of(" \t");
-  return s.substr(first, last - first + 1);
-}
-
 std::string MapKey(std::string_view keyPath, std::string_view valueName) {
-  return Upper(keyPath) + '\n' + Upper(valueName);
+  return vb::UCase(keyPath) + '\n' + vb::UCase(valueName);
 }
 
 }  // namespace
@@ -56,7 +43,7 @@ IniRegistry IniRegistry::FromText(std::string_view text) {
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
     // The key path is taken between the brackets exactly, blanks included: the product's
     // settings key ends "Tallyo \Settings" and that blank must survive.
-    std::string_view trimmed = TrimBlanks(line);
+    std::string_view trimmed = vb::TrimBlanksAndTabs(line);
     if (trimmed.empty() || trimmed.front() == ';' || trimmed.front() == '#') continue;
     if (trimmed.front() == '[') {
       const auto close = trimmed.rfind(']');
@@ -71,8 +58,8 @@ IniRegistry IniRegistry::FromText(std::string_view text) {
     if (!inSection) continue;
     const auto eq = trimmed.find('=');
     if (eq == std::string_view::npos) continue;
-    std::string_view name = TrimBlanks(trimmed.substr(0, eq));
-    std::string_view value = TrimBlanks(trimmed.substr(eq + 1));
+    std::string_view name = vb::TrimBlanksAndTabs(trimmed.substr(0, eq));
+    std::string_view value = vb::TrimBlanksAndTabs(trimmed.substr(eq + 1));
     if (name.empty()) continue;
     reg.values_[MapKey(section, name)] = std::string(value);
   }

@@ -1,5 +1,6 @@
 // Zip extraction on libzip, confined to one destination folder.
 #include "platform/Zip.h"
+#include "vb/Strings.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -19,14 +20,6 @@ namespace platform {
 namespace {
 
 constexpr size_t kChunk = size_t{256} << 10;
-
-std::string Upper(std::string_view s) {
-  std::string out(s);
-  for (char& c : out) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  }
-  return out;
-}
 
 // The file name a member is written under, or "" when the member must not be written (the reason
 // then goes to `why`). Folder entries give "" with an empty reason: they are passed over quietly.
@@ -89,7 +82,7 @@ std::set<std::string> TakenNames(const std::string& folder) {
   std::error_code ec;
   for (std::filesystem::directory_iterator it(folder, ec), end; !ec && it != end;
        it.increment(ec)) {
-    names.insert(Upper(it->path().filename().string()));
+    names.insert(vb::UCase(it->path().filename().string()));
   }
   return names;
 }
@@ -200,7 +193,7 @@ int ZipArchive::ExtractAll(const std::string& folderIn, const Events& events,
       skipped(member, "symbolic link member");
       continue;
     }
-    const std::string key = Upper(name);
+    const std::string key = vb::UCase(name);
     if (taken.count(key)) {
       skipped(member, "a file of that name is already in the folder");
       continue;
