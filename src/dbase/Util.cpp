@@ -99,6 +99,16 @@ void CivilDate(int64_t days, int& year, int& month, int& day) {
   year = int(yoe + era * 400 + (month <= 2));
 }
 
+void HeaderDate::Resolve(int& y, int& m, int& d) const {
+  if (year == 0) {
+    TodayUtc(y, m, d);
+  } else {
+    y = year;
+    m = month;
+    d = day;
+  }
+}
+
 void TodayUtc(int& year, int& month, int& day) {
   using namespace std::chrono;
   int64_t secs = duration_cast<seconds>(system_clock::now().time_since_epoch()).count();
