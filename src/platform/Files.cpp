@@ -148,7 +148,7 @@ std::string FindFolderCI(std::string_view path) {
   std::string out;
   size_t pos = 0;
   if (!path.empty() && path.front() == '/') {
-    out = "/";
+    out.assign(1, '/');
     pos = 1;
   }
   bool searching = true;
