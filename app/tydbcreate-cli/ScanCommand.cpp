@@ -44,7 +44,7 @@ int ExitStatus(wizard::StartResult result) {
 std::string RunJson(wizard::ScanDriver& driver, const std::vector<std::string>& messages) {
   // A run that did not replace the database added no record to it.
   const database::RunTotals totals = driver.Database().DatabaseReplaced()
-                                         ? driver.Database().Totals()
+                                         ? driver.SummaryTotals()
                                          : database::RunTotals{};
   const double seconds = driver.Elapsed();
   const long long perSecond =

@@ -73,12 +73,12 @@ struct Run {
   // The site's field map from a "#Fields:" column list.
   void Fields(int site, const std::string& list) {
     bool dateFlag = false;
-    loginput::ApplyFieldsDirective(input.Site(site).map, world.site(site).type, list, dateFlag);
+    loginput::ApplyFieldsDirective(input.fieldMap, world.site(site).type, list, dateFlag);
   }
   // Hands one data line of `site` to the hit processing.
   void Hit(const std::string& line, int site = 1) {
     const loginput::SiteReadState& s = input.Site(site);
-    analysis::LineContext ctx{s.map, s.separator, s.noSpiderCheck, s.currentFileDate};
+    analysis::LineContext ctx{input.fieldMap, s.separator, s.noSpiderCheck, s.currentFileDate};
     hits->ProcessHit(line, static_cast<int16_t>(site), ctx, input.hits);
   }
   // A W3C line of the columns in kFields.

@@ -20,7 +20,7 @@ class Hooks : public loginput::ScanHooks {
   explicit Hooks(antest::Run& run) : run_(run) {}
   void ProcessHit(std::string_view line, int site) override {
     const loginput::SiteReadState& s = run_.input.Site(site);
-    LineContext ctx{s.map, s.separator, s.noSpiderCheck, s.currentFileDate};
+    LineContext ctx{run_.input.fieldMap, s.separator, s.noSpiderCheck, s.currentFileDate};
     run_.hits->ProcessHit(line, static_cast<int16_t>(site), ctx, run_.input.hits);
   }
   bool DnsEnabled() override { return false; }

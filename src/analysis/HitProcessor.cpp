@@ -120,8 +120,10 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
   const vb::Date hitTime =
       ReadHitTime(run_.clock, site.type, dateField, zoneField, timeField, state.currentHitTime);
 
-  // 4. Day roll-over (one remembered date for the whole run).
-  if (run_.clock.hitDate != run_.currentLogDate) {
+  // 4. Day roll-over (one remembered date for the whole run). A line whose date could not be
+  //    read carries only the previous hit's date (perhaps another site's, or none yet): it
+  //    neither ends a day nor starts one, so it never makes a daily summary of its own.
+  if (run_.clock.dateRead && run_.clock.hitDate != run_.currentLogDate) {
     WriteDaySummary(siteIndex);
     run_.currentLogDate = run_.clock.hitDate;
   }

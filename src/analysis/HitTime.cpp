@@ -80,17 +80,21 @@ bool ReadTime(HitClock& clock, std::string_view s, vb::Date& out) {
   return true;
 }
 
-void ReadCombinedDate(HitClock& clock, std::string_view field, std::string_view zone) {
+// Returns false when the date part could not be read (the previous date then stays).
+bool ReadCombinedDate(HitClock& clock, std::string_view field, std::string_view zone) {
   // "[10/Oct/2000:13:55:36": drop the "[", the next 11 characters are the date, the 8 from the
   // 13th the time.
   std::string_view rest = field.empty() ? field : field.substr(1);
   std::string_view date = rest.substr(0, std::min<size_t>(11, rest.size()));
   std::string_view time = rest.size() > 12 ? rest.substr(12, 8) : std::string_view{};
   vb::Date d;
+  bool read = true;
   if (vb::ParseDayMonYear(date, d)) {
     clock.hitDate = d;
   } else if (vb::TryCDate(vb::Trim(date), d)) {
     clock.hitDate = std::floor(d);
+  } else {
+    read = false;
   }
   ReadTime(clock, time, clock.timeOfDay);
   // The zone "-0700]" is cut to "-0700"; hours are rounded half to even, so "+0530" gives 5 hours
@@ -99,6 +103,7 @@ void ReadCombinedDate(HitClock& clock, std::string_view field, std::string_view 
   if (auto hhmm = ReadWhole(zone)) {
     clock.offsetSeconds = static_cast<int32_t>(vb::RoundHalfEven(*hhmm / 100.0)) * 3600;
   }
+  return read;
 }
 
 }  // namespace
@@ -106,15 +111,20 @@ void ReadCombinedDate(HitClock& clock, std::string_view field, std::string_view 
 vb::Date ReadHitTime(HitClock& clock, int16_t type, std::optional<std::string_view> dateField,
                      std::string_view zoneField, std::optional<std::string_view> timeField,
                      vb::Date siteCurrentHitTime) {
-  // 2. Hit date, by the site's TYPE.
+  // 2. Hit date, by the site's TYPE. A date that cannot be read leaves the previous one and is
+  //    noted as not read.
+  clock.dateRead = true;
   if (!dateField) {
     clock.hitDate = std::floor(siteCurrentHitTime);
   } else if (type == 2) {
-    ReadCombinedDate(clock, *dateField, zoneField);
+    clock.dateRead = ReadCombinedDate(clock, *dateField, zoneField);
   } else if (type == 1 || type == 3) {
     std::string_view p[3];
     if (SplitThree(*dateField, '/', p)) {
       if (auto d = DateFromParts(p[2], p[0], p[1])) clock.hitDate = *d;
+      else clock.dateRead = false;
+    } else {
+      clock.dateRead = false;
     }
     clock.offsetSeconds = 0;
   } else {
@@ -132,6 +142,9 @@ vb::Date ReadHitTime(HitClock& clock, int16_t type, std::optional<std::string_vi
       }
     } else if (std::string_view p[3]; SplitThree(*dateField, '-', p)) {
       if (auto d2 = DateFromParts(p[0], p[1], p[2])) clock.hitDate = *d2;
+      else clock.dateRead = false;
+    } else {
+      clock.dateRead = false;
     }
   }
   // 3. The time column, when there is one, gives the time of day.

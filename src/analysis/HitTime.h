@@ -17,6 +17,9 @@ struct HitClock {
   vb::Date hitDate = 0;       // whole days: the date of the latest hit
   vb::Date timeOfDay = 0;     // fraction of a day: the latest time of day read
   int32_t offsetSeconds = 0;  // zone offset added to the hit time when not 0
+  // False when the latest hit's date column could not be read (a blank line, a line of blanks,
+  // text that is no date): its date is then the previous hit's, which is no date of its own.
+  bool dateRead = true;
   // The last time text and year-month-day text read and their values: consecutive lines nearly
   // always repeat them. Used only for texts that were read successfully.
   char timeText[8] = {};

@@ -13,7 +13,7 @@ using antest::Open;
 
 // Prepares site 1 of `run` as the log reader does for its TYPE.
 void Prepare(antest::Run& run) {
-  loginput::PrepareFormat(run.world.site(1).type, run.input.Site(1));
+  loginput::PrepareFormat(run.world.site(1).type, run.input.Site(1), run.input.fieldMap);
 }
 
 TEST(LogTypes, CombinedLogHomePageZoneOffsetAndQuotes) {

@@ -46,7 +46,7 @@ TEST(SteadyState, HitsOfOpenVisitsAllocateNothing) {
                       pages[(round + v) % 5] + " q=" + std::to_string(round) +
                       " 200 Mozilla/4.0+(compatible;+MSIE+6.0) http://www.example.com/");
   const loginput::SiteReadState& s = run.input.Site(1);
-  const LineContext ctx{s.map, s.separator, s.noSpiderCheck, s.currentFileDate};
+  const LineContext ctx{run.input.fieldMap, s.separator, s.noSpiderCheck, s.currentFileDate};
   const size_t warmUp = 250;  // the first five rounds open the visits and grow the buffers
   for (size_t i = 0; i < warmUp; ++i) run.hits->ProcessHit(lines[i], 1, ctx, run.input.hits);
   const int32_t pagesBefore = run.hits->Run().totals.pageHits;
@@ -88,7 +88,7 @@ TEST(SteadyState, VisitsThatEndAndOpenAgainAllocateNothing) {
                         " " + referrers[v % 3]);
       }
   const loginput::SiteReadState& s = run.input.Site(1);
-  const LineContext ctx{s.map, s.separator, s.noSpiderCheck, s.currentFileDate};
+  const LineContext ctx{run.input.fieldMap, s.separator, s.noSpiderCheck, s.currentFileDate};
   const size_t warmUp = lines.size() / 2;
   for (size_t i = 0; i < warmUp; ++i) run.hits->ProcessHit(lines[i], 1, ctx, run.input.hits);
   run.f->WaitForRecords();

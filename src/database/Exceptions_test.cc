@@ -48,7 +48,7 @@ TEST(Exceptions, CatalogueDecidesWhatIsRecordedAndTheText) {
   EXPECT_EQ(rows[0].at("EXTIME"), "09:15:00");
   EXPECT_EQ(rows[0].at("SITE"), "Alpha");
   EXPECT_EQ(rows[1].at("VALUE"), "missing.htm");
-  EXPECT_EQ(rows[1].at("VISITNO"), "0");
+  EXPECT_EQ(rows[1].at("VISITNO"), "");  // raised without a visit
   // A zero date means now (the run's clock stands at 23:00).
   EXPECT_EQ(rows[2].at("EXTIME"), "23:00:00");
   EXPECT_EQ(rows[2].at("VALUE"), "");

@@ -137,6 +137,12 @@ bool F::InitDatabase() {
     }
     const std::string& staging = replacement_->Staging();
 
+    // The files' header dates are the run's date, from the run's clock: a run with a fixed
+    // clock gives the same files, byte for byte, as another over the same logs.
+    const vb::DateParts today = vb::Split(world_.clock.Now());
+    for (dbase::Table* t : {&VAVIS, &VAREF, &VAVISITS, &VAEXP, &VAPG, &VADL, &VADAY, &IPCC, &VAOLD})
+      t->SetHeaderDate(dbase::HeaderDate{today.year, today.month, today.day});
+
     // 1. Start the engine on "Visitor" and keep the handle.
     engineHandle_ = kEngineStarted;
 

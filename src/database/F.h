@@ -176,7 +176,7 @@ class F {
   // Records exception `exNumber` for site `logNo` (one-based) at `logDate` (0 = now). Returns
   // false, recording and counting nothing, when the catalogue has no such number or its entry is
   // switched off. Without `value` the catalogue's default value is used. `ip` and `visitNo` (0 =
-  // none) go into the record and the message text. Records are cached and appended in batches of
+  // none: the record's "VisitNo" stays blank) go into the record and the message text. Records are cached and appended in batches of
   // 5,001 (the last entry of a full batch is always blank: kept, the product's files were always
   // written so). "VisitNo" is stored as plain decimal text.
   bool AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,

@@ -284,8 +284,9 @@ int F::WriteExceptionBatch(const RecordJob& job) {
         VAEXP.SetNumber(f.number, e.number);
         VAEXP.SetText(f.ip, detail::View(e.ip, sizeof e.ip));
         // The visit number goes in as a plain number ("7"), not in the "00000" form of the other
-        // tables.
-        VAEXP.SetText(f.visitNo, ZeroPadded(e.visitNo, 1, visitNo));
+        // tables. An exception raised without a visit (a robot learnt, the site-level pass)
+        // leaves the field blank: the monitoring product's alert pass tells them so.
+        if (e.visitNo > 0) VAEXP.SetText(f.visitNo, ZeroPadded(e.visitNo, 1, visitNo));
         VAEXP.SetText(f.value, detail::View(e.value, sizeof e.value));
       }
       status = VAEXP.AppendRecord();

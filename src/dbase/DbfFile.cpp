@@ -109,13 +109,14 @@ int ParseDbfHeader(const unsigned char* d, size_t size, DbfHeader& out, std::str
   return kOk;
 }
 
-std::string BuildDbfHeader(const std::vector<FieldInfo>& fields, uint32_t recordCount,
+std::string BuildDbfHeader(const HeaderDate& date, const std::vector<FieldInfo>& fields,
+                           uint32_t recordCount,
                            bool productionMdx, const std::vector<bool>& fieldMdxFlags) {
   size_t headerLength = dbf::kHeaderSize + dbf::kDescriptorSize * fields.size() + 1;
   std::string out(headerLength, '\0');
   auto* d = reinterpret_cast<unsigned char*>(out.data());
   int y, m, day;
-  TodayUtc(y, m, day);
+  date.Resolve(y, m, day);
   d[dbf::kVersionOffset] = dbf::kVersion;
   d[1] = uint8_t(y - 1900);
   d[2] = uint8_t(m);
@@ -338,7 +339,8 @@ int DbfFile::Flush(bool productionMdx, const std::vector<bool>& fieldMdxFlags) {
   struct stat st{};
   if (::fstat(fd_, &st) == 0 && uint64_t(st.st_size) > end + 1 && ::ftruncate(fd_, off_t(end + 1)) != 0)
     return kIoError;
-  std::string head = BuildDbfHeader(header_.fields, count_, productionMdx, fieldMdxFlags);
+  std::string head =
+      BuildDbfHeader(headerDate_, header_.fields, count_, productionMdx, fieldMdxFlags);
   // Keep a foreign header's own length and language driver: rewrite only the fixed 32 bytes
   // and the descriptors' index flags when the layout is not ours.
   if (int(head.size()) == header_.headerLength) {

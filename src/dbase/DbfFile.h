@@ -46,6 +46,7 @@
 #include "dbase/PageMemory.h"
 #include "dbase/Status.h"
 #include "dbase/TableInfo.h"
+#include "dbase/Today.h"
 
 namespace dbase {
 
@@ -90,9 +91,10 @@ struct DbfHeader {
 // Returns kOk or kCorruptDbf with the reason in *why.
 int ParseDbfHeader(const unsigned char* data, size_t size, DbfHeader& out, std::string* why);
 
-// The header bytes (header length bytes, terminator included) of a table.
+// The header bytes (header length bytes, terminator included) of a table, dated `date`.
 // REQUIRES: fields with widths set; offsets are not read.
-std::string BuildDbfHeader(const std::vector<FieldInfo>& fields, uint32_t recordCount,
+std::string BuildDbfHeader(const HeaderDate& date, const std::vector<FieldInfo>& fields,
+                           uint32_t recordCount,
                            bool productionMdx, const std::vector<bool>& fieldMdxFlags);
 
 class DbfFile {
@@ -135,6 +137,8 @@ class DbfFile {
   // production index flag). Does nothing when no record changed and the flag is as it was.
   // Returns kOk or kIoError.
   int Flush(bool productionMdx, const std::vector<bool>& fieldMdxFlags);
+  // The last-update date that Flush writes (default: today).
+  void SetHeaderDate(const HeaderDate& date) { headerDate_ = date; }
 
  private:
   // Writes the buffered records to the file except the newest `keep` ones.
@@ -149,6 +153,7 @@ class DbfFile {
   std::string path_;
   DbfHeader header_;
   uint32_t count_ = 0;      // records in the table (file + buffer)
+  HeaderDate headerDate_;   // the last-update date written by Flush
   uint32_t onDisk_ = 0;     // records written to the file
   // Records onDisk_+1 .. count_, from the start of the buffer.
   PageBuffer buffer_;

@@ -55,10 +55,11 @@ struct TagPlan {
 
 }  // namespace
 
-int WriteMdx(const std::string& path, const std::string& dataName, std::vector<MdxTagSource>& tags) {
+int WriteMdx(const std::string& path, const std::string& dataName, std::vector<MdxTagSource>& tags,
+             const HeaderDate& date) {
   using namespace mdx;
   int y, m, d;
-  TodayUtc(y, m, d);
+  date.Resolve(y, m, d);
 
   // 1. Plan the pages: tag headers after the header pages, then each tag's nodes.
   std::vector<TagPlan> plans(tags.size());

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "dbase/Today.h"
+
 namespace dbase {
 
 // One tag to write: its description and its entries in index order.
@@ -26,10 +28,11 @@ struct MdxTagSource {
   std::function<void(char* key, uint32_t& recno)> next;
 };
 
-// Writes the .MDX of the table `dataName` (file stem, written upper-cased) at `path`.
+// Writes the .MDX of the table `dataName` (file stem, written upper-cased) at `path`, its header
+// dated `date`.
 // REQUIRES: 1..47 tags with distinct names, key lengths 1..100. Returns kOk, kIoError or
 // kCannotCreate (the old file, if any, is then unchanged).
 int WriteMdx(const std::string& path, const std::string& dataName,
-             std::vector<MdxTagSource>& tags);
+             std::vector<MdxTagSource>& tags, const HeaderDate& date);
 
 }  // namespace dbase

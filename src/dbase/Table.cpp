@@ -24,6 +24,11 @@ namespace dbase {
 Table::Table() : impl_(std::make_unique<Impl>()) {}
 Table::~Table() { CloseTable(); }
 
+void Table::SetHeaderDate(const HeaderDate& date) {
+  impl_->headerDate = date;
+  impl_->dbf.SetHeaderDate(date);
+}
+
 void Table::SetLocation(std::string folder) {
   if (!folder.empty() && folder.back() != '/') folder += '/';
   impl_->location = std::move(folder);
@@ -109,11 +114,11 @@ int Table::CreateTable(const std::vector<std::string>& fieldSpecs,
     if (!old.empty() && ::unlink(old.c_str()) != 0) return kCannotCreate;
   }
   std::string dbfPath = m.location + m.DbfName();
-  std::string bytes = BuildDbfHeader(fields, 0, !tags.empty(), fieldFlags);
+  std::string bytes = BuildDbfHeader(m.headerDate, fields, 0, !tags.empty(), fieldFlags);
   bytes.push_back(char(dbf::kEofMark));
   if (!WriteFileAtomic(dbfPath, bytes)) return kCannotCreate;
   if (!tags.empty()) {
-    int s = WriteMdx(m.location + m.MdxName(), m.stem, tags);
+    int s = WriteMdx(m.location + m.MdxName(), m.stem, tags, m.headerDate);
     if (s != kOk) {
       ::unlink(dbfPath.c_str());
       return kCannotCreate;
@@ -146,6 +151,7 @@ int Table::Impl::Open(bool ro) {
   appendTicket = 0;
   int s = dbf.Open(path, ro, &why, &notice);
   if (s != kOk) return s;
+  dbf.SetHeaderDate(headerDate);
   if (!notice.empty()) Notice(dbf.Path() + ": " + notice);
   open = true;
   TakeFields();

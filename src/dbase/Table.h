@@ -22,6 +22,7 @@
 
 #include "dbase/Status.h"
 #include "dbase/TableInfo.h"
+#include "dbase/Today.h"
 
 #include "vb/Dates.h"
 
@@ -53,6 +54,10 @@ class Table {
   // be read and the index has to be rebuilt from the records. Without them such a table opens
   // with the tags that can still be read, or none.
   void SetIndexSpecs(std::vector<std::string> tagSpecs);
+  // The date written into the headers of the table's files when they are created or written
+  // (the .DBF's last-update date, the .MDX's dates). Not set: today's date (UTC). A caller
+  // with a clock of its own sets it, so that the same input gives the same files.
+  void SetHeaderDate(const HeaderDate& date);
 
   // ---- files -----------------------------------------------------------------------------
   // Deletes STEM.DBF and STEM.MDX (any case) in the location, if present. Returns kOk also when

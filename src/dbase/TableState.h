@@ -82,6 +82,7 @@ struct Table::Impl {
   bool rebuild = false;
   std::function<void(const std::string&)> sink;
   std::vector<std::string> indexSpecs;
+  HeaderDate headerDate;  // the date of the files' headers (default: today)
 
   bool open = false;
   bool readOnly = false;

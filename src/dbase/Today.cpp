@@ -18,4 +18,14 @@ void TodayUtc(int& year, int& month, int& day) {
   vb::CivilFromDays(d + kDays1899To1970, year, month, day);
 }
 
+void HeaderDate::Resolve(int& y, int& m, int& d) const {
+  if (year == 0) {
+    TodayUtc(y, m, d);
+  } else {
+    y = year;
+    m = month;
+    d = day;
+  }
+}
+
 }  // namespace dbase

@@ -117,7 +117,7 @@ void UnZipArchive(startup::World& world, platform::Frontend& ui, RunState& run, 
   try {
     const startup::Site& site = world.site(siteIndex);
     // 3. The archive in the site's folder, whatever the case of its name.
-    const std::string folder = site.folder;
+    const std::string folder = platform::WithTrailingSlash(site.folder);
     platform::ZipArchive zip;
     const auto path = platform::FindFileCI(folder, kArchiveName);
     int result = path ? zip.Open(path->string()) : platform::ZipArchive::kNotOpen;

@@ -8,9 +8,10 @@ namespace loginput {
 void CountingHits::ProcessHit(std::string_view line, int siteIndex) {
   ++hits;
   SiteReadState& site = run_.Site(siteIndex);
-  fields_.Split(line, site.separator, site.map.MaxPlace());
-  FillHitFields(fields_, site.map, run_.hits);
-  if (site.map.Has(kPage) && !fields_[site.map[kPage]].empty()) ++hitsWithPage;
+  const FieldMap& map = run_.fieldMap;
+  fields_.Split(line, site.separator, map.MaxPlace());
+  FillHitFields(fields_, map, run_.hits);
+  if (map.Has(kPage) && !fields_[map[kPage]].empty()) ++hitsWithPage;
 }
 
 void RunState::AbortUnzip() {

@@ -72,7 +72,7 @@ int32_t ListLogFiles(startup::World& world, platform::Frontend& ui, RunState& ru
         LogFileEntry& e = run.logFiles[static_cast<size_t>(run.fileCount)];
         e.name = found.name;
         e.modified = found.modified;
-        e.size = OpenedFileSize(site.folder + found.name);
+        e.size = OpenedFileSize(platform::JoinPath(site.folder, found.name));
         // 3.3
         grid.SetRowCount(run.fileCount + 1);
         platform::GridRow& row = grid.Row(run.fileCount);

@@ -1,6 +1,6 @@
 // The log-input state of one scan run: the file list of the site being scanned, the files
 // unpacked from its archive, the run's reading counters, the hit fields, and each site's reading
-// state (separator, field map, flags, file dates). One RunState is created per run and passed by
+// state (separator, flags, file dates), and the one field map of the run. One RunState is created per run and passed by
 // reference; nothing here outlives the run.
 #pragma once
 
@@ -30,7 +30,6 @@ struct LogFileEntry {
 struct SiteReadState {
   char separator = ' ';        // " ", "," or TAB, set from TYPE before each file
   bool fieldsKnown = false;    // a field map exists; lines go to the hit processing only then
-  FieldMap map;                // where each field stands in a split line
   bool noSpiderCheck = false;  // the hit processing skips robot and spider classification
   vb::Date currentFileDate = 0;  // the listing's file date, then the latest "#Date:" directive
   vb::Date lastReadTime = 0;     // when the site's last file was closed
@@ -61,6 +60,12 @@ class RunState {
 
   // The fields of the current hit; cleared at the start of each file.
   HitFields hits;
+
+  // Where each field stands in a split line. One map for the whole run, not one per site: the
+  // presets of the fixed layouts and every "#Fields:" line replace it, and nothing else does, so
+  // a site whose first file has no fields line reads it by the map that the files before it
+  // built (the product kept the map in one module-wide array).
+  FieldMap fieldMap;
 
   // The reading state of site `siteIndex` (created on first use). REQUIRES: siteIndex >= 0, else
   // throws std::out_of_range.

@@ -78,29 +78,29 @@ std::string NoFieldsMessage(std::string_view siteName) {
   return m;
 }
 
-void PrepareFormat(int16_t type, SiteReadState& state) {
+void PrepareFormat(int16_t type, SiteReadState& state, FieldMap& map) {
   state.separator = ' ';
   switch (type) {
     case 1:
-      PresetMapA(state.map);
+      PresetMapA(map);
       state.fieldsKnown = true;
       state.separator = ',';
       state.noSpiderCheck = false;
       break;
     case 2:
-      PresetMapB(state.map);
+      PresetMapB(map);
       state.fieldsKnown = true;
       state.separator = ' ';
       state.noSpiderCheck = false;
       break;
     case 3:
-      PresetMapC(state.map);
+      PresetMapC(map);
       state.fieldsKnown = true;
       state.separator = ',';
       state.noSpiderCheck = true;
       break;
     case 4:
-      PresetMapD(state.map);
+      PresetMapD(map);
       state.fieldsKnown = true;
       state.separator = ' ';
       state.noSpiderCheck = true;
@@ -129,11 +129,11 @@ bool ScanLogFile(startup::World& world, platform::Frontend& ui, RunState& run, S
   run.scanning = true;
 
   // The format, before the file is opened.
-  PrepareFormat(site.type, state);
+  PrepareFormat(site.type, state, run.fieldMap);
 
   // 1. The remembered field list, when there is one.
   if (!site.lastFields.empty()) {
-    ApplyFieldsDirective(state.map, site.type, site.lastFields, run.dateFieldFlag);
+    ApplyFieldsDirective(run.fieldMap, site.type, site.lastFields, run.dateFieldFlag);
   }
   // 2. A file that cannot be opened reads as empty: the first read finds its end.
   LineReader reader(LineReader::kDefaultMaxLine, LineReader::kDefaultBlock, /*readAhead=*/true);
@@ -202,7 +202,7 @@ bool ScanLogFile(startup::World& world, platform::Frontend& ui, RunState& run, S
         TrimUpper(line, directive);
         if (directive.compare(0, 8, "#FIELDS:") == 0) {
           directive.erase(0, std::min<size_t>(directive.size(), 9));
-          ApplyFieldsDirective(state.map, site.type, directive, run.dateFieldFlag);
+          ApplyFieldsDirective(run.fieldMap, site.type, directive, run.dateFieldFlag);
           site.lastFields = directive;
           state.fieldsKnown = true;
         }

@@ -29,9 +29,10 @@ inline constexpr int kDnsBacklogLimit = 95;
 // The message shown for a file that never defined its fields.
 std::string NoFieldsMessage(std::string_view siteName);
 
-// Prepares the site's reading state from its TYPE: separator, preset map, fields-known and
-// no-spider-check flags (TYPE 1..4 preset maps A..D; 5 a TAB separator; others a blank).
-void PrepareFormat(int16_t type, SiteReadState& state);
+// Prepares the site's reading state from its TYPE: separator, fields-known and no-spider-check
+// flags, and for TYPE 1..4 the run's field map `map` (preset maps A..D); 5 a TAB separator;
+// others a blank. TYPE 0 and 5 leave `map` as the files before built it.
+void PrepareFormat(int16_t type, SiteReadState& state, FieldMap& map);
 
 // Reads the file named by the site's LASTLOGFILE from its first byte: a site with UNIX set has
 // lines ending in LF, any other lines ending in CR or CR LF (see LineReader). Applies LASTFIELDS

@@ -126,7 +126,7 @@ TEST(ScanLogFile, RememberedFieldListIsAppliedBeforeTheFirstLine) {
   RecordingHooks hooks(t.run);
   ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
   // The map is there, but only a fields line makes the fields known.
-  EXPECT_EQ(t.run.Site(1).map[kPage], 1);
+  EXPECT_EQ(t.run.fieldMap[kPage], 1);
   EXPECT_EQ(hooks.lines, (Lines{""}));
   EXPECT_EQ(t.ui.messages.size(), 1u);
 }
@@ -147,7 +147,7 @@ TEST(ScanLogFile, FixedLayoutsPresetTheirFormat) {
     EXPECT_EQ(hooks.lines.size(), 3u);
     EXPECT_EQ(hooks.lines[1], "2002-01-01 10:00:00 1.1.1.1 /q.htm");
     EXPECT_EQ(hooks.pages[1], "/p.htm");  // nothing mapped: the page stays as it was
-    EXPECT_EQ(t.run.Site(1).map.MaxPlace(), -1);
+    EXPECT_EQ(t.run.fieldMap.MaxPlace(), -1);
     EXPECT_TRUE(t.run.Site(1).fieldsKnown);
     EXPECT_FALSE(t.run.Site(1).noSpiderCheck);
     EXPECT_TRUE(t.ui.messages.empty());

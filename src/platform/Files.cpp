@@ -130,4 +130,51 @@ std::string WithTrailingSlash(std::string folder) {
   return folder;
 }
 
+std::string JoinPath(std::string_view folder, std::string_view name) {
+  std::string out(folder);
+  if (!out.empty() && out.back() != '/') out += '/';
+  out += name;
+  return out;
+}
+
+std::string FindFolderCI(std::string_view path) {
+  std::string out;
+  size_t pos = 0;
+  if (!path.empty() && path.front() == '/') {
+    out.assign(1, '/');
+    pos = 1;
+  }
+  bool searching = true;
+  while (pos <= path.size()) {
+    size_t end = path.find('/', pos);
+    if (end == std::string_view::npos) end = path.size();
+    const std::string_view level = path.substr(pos, end - pos);
+    std::string chosen(level);
+    if (searching && !level.empty() && level != "." && level != "..") {
+      const std::string here = out.empty() ? std::string(".") : out;
+      std::error_code ec;
+      if (!fs::is_directory(fs::path(here) / chosen, ec)) {
+        // Another case of the same name; the lowest in case-insensitive order wins.
+        std::string best;
+        try {
+          for (const auto& e : fs::directory_iterator(here, ec)) {
+            const std::string n = e.path().filename().string();
+            std::error_code dirEc;
+            if (!EqualNoCase(n, level) || !e.is_directory(dirEc)) continue;
+            if (best.empty() || LessNoCase(n, best)) best = n;
+          }
+        } catch (...) {
+          best.clear();
+        }
+        if (best.empty()) searching = false;
+        else chosen = best;
+      }
+    }
+    out += chosen;
+    if (end < path.size()) out += '/';
+    pos = end + 1;
+  }
+  return out;
+}
+
 }  // namespace platform

@@ -50,4 +50,15 @@ std::vector<DirEntry> ListFiles(const std::string& folder, std::string_view mask
 // Makes sure the text of a folder ends with "/": "" stays "", "a/b" becomes "a/b/".
 std::string WithTrailingSlash(std::string folder);
 
+// The file `name` in `folder`, joined with exactly one "/" between them whether or not `folder`
+// ends with one ("" + name is name). Paths are always joined so, never pasted together.
+std::string JoinPath(std::string_view folder, std::string_view name);
+
+// `path` with each folder level found case-insensitively, as the product's file system finds
+// it: a level that exists as written is kept; one that does not is replaced by the first folder
+// (in case-insensitive name order) of the same name in another case; from the first level found
+// neither way on, the rest stays as written. "." and ".." levels and repeated "/" are kept as
+// they are. Never throws.
+std::string FindFolderCI(std::string_view path);
+
 }  // namespace platform

@@ -22,12 +22,19 @@ std::string MapKey(std::string_view keyPath, std::string_view valueName) {
 }  // namespace
 
 IniRegistry IniRegistry::FromFile(const std::filesystem::path& file) {
+  IniRegistry reg;
   std::ifstream in(file, std::ios::binary);
-  if (!in) return IniRegistry{};
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (in.bad()) return IniRegistry{};
-  return FromText(text.str());
+  if (in) {
+    std::ostringstream text;
+    text << in.rdbuf();
+    if (!in.bad()) reg = FromText(text.str());
+  }
+  reg.file_ = file.string();
+  return reg;
+}
+
+std::string IniRegistry::Location() const {
+  return file_.empty() ? std::string("the registry") : file_;
 }
 
 IniRegistry IniRegistry::FromText(std::string_view text) {

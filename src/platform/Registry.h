@@ -27,7 +27,15 @@ class Registry {
   // The string value `valueName` under key `keyPath` (below HKEY_LOCAL_MACHINE).
   // Returns "" when the key or the value is absent or cannot be read. Never throws.
   virtual std::string ReadString(std::string_view keyPath, std::string_view valueName) const = 0;
+  // Where the values live, for messages that tell the user what to add: the registry file's path,
+  // or "the registry".
+  virtual std::string Location() const { return "the registry"; }
 };
+
+// The key of the drive map: on Linux a log or data folder written with a drive letter
+// ("D:\Logs\W3SVC1\") is found through the value named by that letter and a colon ("D:") under
+// this key, e.g. a section "[Drives]" holding "D:=/srv/logs".
+inline constexpr std::string_view kDrivesKey = "Drives";
 
 // The key path of the branding values (AppTitle, AppDomain, AppOrderPage, AppSupportPage).
 inline constexpr std::string_view kBrandingKey = "Software\\Fenwright\\Branding";
@@ -47,8 +55,11 @@ class IniRegistry final : public Registry {
   static std::filesystem::path PathFromEnvironment(const char* envValue);
 
   std::string ReadString(std::string_view keyPath, std::string_view valueName) const override;
+  // The file it was read from (FromFile), else "the registry".
+  std::string Location() const override;
 
  private:
+  std::string file_;
   // Keyed by upper-cased "key path" + '\n' + "value name".
   std::map<std::string, std::string> values_;
 };

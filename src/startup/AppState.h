@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "startup/Folders.h"
 #include "vb/Dates.h"
 
 namespace startup {
@@ -33,6 +34,14 @@ struct AppState {
   // The data folder: tables, reference texts, errors.log, robots.dat. Ends with "/" after
   // start-up (a DDFPATH key of SETTINGS.INI is taken as written, though).
   std::string dataFolder;
+  // The data folder as the registry's DDFPath (or the DDFPATH setting) writes it; the default
+  // when neither gives one.
+  std::string dataFolderAsWritten;
+  // The registry's drive map, read at start-up before any folder is worked out (see Folders.h).
+  DriveMap drives;
+  // Set by the settings loader when DDFPATH names a drive without a mapping: the report to give.
+  // The data folder then stays as it was, and start-up ends with this failure.
+  std::string dataFolderProblem;
   // The most sites the sites file may define.
   int16_t maxSites = 150;
   // Today's date (whole days) as start-up last recorded it.

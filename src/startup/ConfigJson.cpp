@@ -195,7 +195,10 @@ void WriteSite(Json& j, const World& w, int index) {
   j.Key("FTPPASSWORD").String(s.ftpPassword);
   j.Key("FTPPATH").String(s.ftpPath);
   j.Key("FTPPASSIVE").Bool(s.ftpPassive);
+  // The folder both as this machine reads it and as the sites file writes it.
   j.Key("FOLDER").String(s.folder);
+  j.Key("folderAsWritten").String(s.folderAsWritten);
+  if (!s.folderProblem.empty()) j.Key("folderProblem").String(s.folderProblem);
   j.Key("EXCLUDE").String(s.exclude);
   j.Key("EXCLUDEPAGES").String(s.excludePages);
   j.Key("DOMAIN").String(s.domain);
@@ -279,6 +282,7 @@ std::string ConfigToJson(const World& w, bool showSecrets) {
   j.Key("programVersion").String(w.app.programVersion);
   j.Key("appFolder").String(w.app.appFolder);
   j.Key("dataFolder").String(w.app.dataFolder);
+  j.Key("dataFolderAsWritten").String(w.app.dataFolderAsWritten);
   j.Key("appTitle").String(w.app.appTitle);
   j.Key("appDomain").String(w.app.appDomain);
   j.Key("appOrderPage").String(w.app.appOrderPage);

@@ -1,12 +1,13 @@
 // The loaded configuration as one JSON object, for inspection (tydbcreate-cli --show-config) and
 // for comparing a start-up with the files it read.
 //
-// Keys: appFolder, dataFolder, appTitle, appDomain, programVersion, timeZoneOffset, settings (an
-// object keyed by the SETTINGS.INI key names, upper case, typed values; times "hh:mm:ss"),
-// pageExtensions, dnsMasks (50 strings), searchEngines ([name, fragment] pairs of the entries
-// that exist) and searchEngineCount, countryCount, sites (objects keyed by the sites-file keys
-// plus NAME, each with its "alerts"), exceptionTypes ({number, description, value, raise, email}),
-// robotCount.
+// Keys: appFolder, dataFolder (as read here) and dataFolderAsWritten, appTitle, appDomain,
+// programVersion, timeZoneOffset, settings (an object keyed by the SETTINGS.INI key names, upper
+// case, typed values; times "hh:mm:ss"), pageExtensions, dnsMasks (50 strings), searchEngines
+// ([name, fragment] pairs of the entries that exist) and searchEngineCount, countryCount, sites
+// (objects keyed by the sites-file keys plus NAME, each with its "alerts"; FOLDER is the folder as
+// read here, folderAsWritten as the file writes it, folderProblem the report of a drive without a
+// mapping), exceptionTypes ({number, description, value, raise, email}), robotCount.
 //
 // Texts are Windows-1252 bytes; they are written as UTF-8 so the output is always valid JSON.
 #pragma once

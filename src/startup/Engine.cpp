@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "startup/Folders.h"
 #include "vb/Failure.h"
 #include "vb/Strings.h"
 
@@ -114,9 +115,22 @@ MainResult Main(const MainArgs& args) {
     app.appSupportPage = GetBrandingValue(args.registry, "AppSupportPage",
                                           std::string(kMakerHost) + "/support/supemail.asp");
 
-    // 7. Data folder and its Temp folder (whose path is not kept).
-    app.dataFolder = AsFolder(
-        GetSettingsValue(args.registry, app.appTitle, "Settings", "DDFPath", app.appFolder + "Data/"));
+    // 7. Data folder and its Temp folder (whose path is not kept). The value is written the
+    // product's way (backslashes, perhaps a drive letter), so the registry's drive map is read
+    // first. A drive without a mapping ends start-up with a report that says what to add; there
+    // is no data folder to write errors.log into yet.
+    app.drives = ReadDriveMap(args.registry);
+    const std::string ddfPath =
+        GetSettingsValue(args.registry, app.appTitle, "Settings", "DDFPath", app.appFolder + "Data/");
+    app.dataFolderAsWritten = ddfPath;
+    const ResolvedFolder data = ResolveProductFolder(ddfPath, app.appFolder, app.drives);
+    if (!data.unmappedDrive.empty()) {
+      result.status = MainStatus::Failed;
+      result.failure = UnmappedDriveMessage("the registry value DDFPath", ddfPath,
+                                            data.unmappedDrive, app.drives);
+      return result;
+    }
+    app.dataFolder = AsFolder(data.folder);
     EnsureFolder(app.dataFolder);
     // One run per data folder: the machine-wide lock above lives in a temp folder, which two
     // runs of one data folder need not share.
@@ -156,6 +170,12 @@ MainResult Main(const MainArgs& args) {
 
     // 15. Settings, exception catalogue file, countries, search engines.
     LoadSettings(w);
+
+    // A DDFPATH setting on a drive without a mapping: the tables would go elsewhere than the
+    // user meant, so start-up ends here with the report.
+    if (!app.dataFolderProblem.empty()) {
+      throw vb::Failure(vb::kPathNotFound, app.dataFolderProblem);
+    }
 
     // 16. Local time-zone offset.
     app.timeZoneOffset = GetTimeZoneOffset(args.clock);

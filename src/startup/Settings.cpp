@@ -77,8 +77,21 @@ void ProcessItem(World& world, const std::string& item) {
 
   // 5.4 The fixed keys, each with the conversion of its type.
   if (key == "DDFPATH") {
-    // Taken as written: no "/" is added here.
-    world.app.dataFolder = value;
+    // Taken as written: no closing separator is added here. Backslashes, a drive letter and a
+    // relative folder are read the way every folder of the product's files is (Folders.h); the
+    // folder is joined to file names, so it reads the same either way.
+    world.app.dataFolderAsWritten = value;
+    const ResolvedFolder r = ResolveProductFolder(value, world.app.appFolder, world.app.drives);
+    if (!r.unmappedDrive.empty()) {
+      world.app.dataFolderProblem =
+          UnmappedDriveMessage("DDFPATH in SETTINGS.INI", value, r.unmappedDrive, world.app.drives);
+    } else {
+      std::string folder = r.folder;
+      const std::string_view written = vb::Trim(value);
+      const bool closed = !written.empty() && (written.back() == '/' || written.back() == '\\');
+      if (!closed && folder.size() > 1 && folder.back() == '/') folder.pop_back();
+      world.app.dataFolder = folder;
+    }
   } else {
     for (const SettingsKey& k : kKeys) {
       if (key == k.key) {

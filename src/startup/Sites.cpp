@@ -8,6 +8,7 @@
 
 #include "platform/Files.h"
 #include "startup/ConfigItems.h"
+#include "startup/Folders.h"
 #include "startup/World.h"
 #include "vb/Convert.h"
 #include "vb/Failure.h"
@@ -17,13 +18,6 @@
 namespace startup {
 
 namespace {
-
-// FOLDER values are stored absolute by the product. A relative value (as in a bundled demo) is
-// taken relative to the application folder, so the configuration can move with its folder.
-std::string ResolveFolder(const World& world, const std::string& value) {
-  if (value.empty() || value.front() == '/') return value;
-  return world.app.appFolder + value;
-}
 
 // 8. Appends a value to one of an alert's four lists; a 51st entry is a failure. The count is
 // raised only when the slot exists, so 1..count always names real entries.
@@ -84,7 +78,7 @@ class SiteLoader {
     else if (key == "FTPPASSWORD") Cur().ftpPassword = value;
     else if (key == "FTPPATH") Cur().ftpPath = value;
     else if (key == "FTPPASSIVE") Cur().ftpPassive = vb::CBool(value);
-    else if (key == "FOLDER") Cur().folder = ResolveFolder(w_, value);
+    else if (key == "FOLDER") SetFolder(Cur(), value);
     else if (key == "EXCLUDE") Cur().exclude = value;
     else if (key == "EXCLUDEPAGES") Cur().excludePages = value;
     else if (key == "DOMAIN") Cur().domain = value;
@@ -142,6 +136,20 @@ class SiteLoader {
   }
 
  private:
+  // FOLDER: the product writes it on Windows ("D:\Logs\W3SVC1\", "logs\"); it is read as a
+  // folder of this machine (Folders.h). A drive without a mapping leaves the folder empty and
+  // notes the report for the scan, which skips that site; the others still scan.
+  void SetFolder(Site& site, const std::string& value) {
+    site.folderAsWritten = value;
+    const ResolvedFolder r = ResolveProductFolder(value, w_.app.appFolder, w_.app.drives);
+    site.folder = r.folder;
+    site.folderProblem.clear();
+    if (!r.unmappedDrive.empty()) {
+      site.folderProblem =
+          UnmappedDriveMessage("site: " + site.name, value, r.unmappedDrive, w_.app.drives);
+    }
+  }
+
   // The current site; before the first section there is none, which is a failure.
   Site& Cur() {
     if (w_.siteCount < 1) vb::Raise(vb::kSubscript);

@@ -53,9 +53,16 @@ struct Site {
   std::string ftpPassword;         // FTPPASSWORD
   std::string ftpPath;             // FTPPATH
   bool ftpPassive = false;         // FTPPASSIVE
-  // FOLDER: the folder of the log files. A relative value is resolved against the application
-  // folder when loaded; otherwise taken as written.
+  // FOLDER: the folder of the log files, as this machine names it (see Folders.h: backslashes,
+  // drive letters through the registry's drive map, relative to the application folder, each
+  // level found in any case); it always ends with "/". Empty when the value is empty or names a
+  // drive without a mapping.
   std::string folder;
+  // FOLDER as the sites file writes it.
+  std::string folderAsWritten;
+  // Set when FOLDER names a drive without a mapping: the report the scan gives for the site
+  // (which is then not scanned).
+  std::string folderProblem;
   std::string exclude;             // EXCLUDE: ";"-separated address patterns to leave out
   std::string excludePages;        // EXCLUDEPAGES: ";"-separated page patterns to leave out
   std::string domain;              // DOMAIN: the site's own domain

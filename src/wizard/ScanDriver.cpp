@@ -26,6 +26,7 @@ using platform::Label;
 constexpr std::string_view kDatabaseFailed =
     "Failed to create database. [APPTITLE] may still be running. Please close [APPTITLE] or stop "
     "the [APPTITLE] Service and try again.";
+constexpr std::string_view kScanSiteWhere = "frmLog.ScanAllSites";
 constexpr std::string_view kPausedForDns = "Paused While Resolving DNS";
 // While the scan waits for the resolver, the window gets control at least this often (ms).
 constexpr int kDnsPauseSlice = 50;
@@ -216,6 +217,14 @@ bool ScanDriver::ScanSite(int siteIndex) {
   ui_.FileGrid().SetRowCount(1);
   ui_.GridChanged();
   if (!Yield()) return false;
+  // A log folder on a drive that the registry's drive map does not give: one report, in
+  // errors.log and on screen, and the next site follows.
+  if (!site.folderProblem.empty()) {
+    world_.errors.LogError(kScanSiteWhere, site.folderProblem);
+    ui_.MessageBox(site.folderProblem, platform::MsgIcon::Exclamation, platform::MsgButtons::Ok,
+                   world_.app.appTitle);
+    return true;
+  }
   // 8.4. An archive in the log folder is unpacked into it first.
   archiveFound_ = platform::FileExistsCI(site.folder, loginput::kArchiveName);
   input_.extractedCount = 0;
@@ -256,7 +265,7 @@ bool ScanDriver::ScanFile(int siteIndex, int row) {
   // 8.6.1. The file's entry, a fresh reading state, from byte 0.
   const long index = grid.Row(row).rowData;
   const loginput::LogFileEntry& entry = input_.logFiles.at(static_cast<size_t>(index));
-  site.lastLogFile = site.folder + entry.name;
+  site.lastLogFile = platform::JoinPath(site.folder, entry.name);
   input_.Site(siteIndex).currentFileDate = entry.modified;
   site.lastReadPos = 0;
   site.lastReadPosDay = 0;
@@ -342,6 +351,17 @@ void ScanDriver::WaitForDNS() {
   ui_.SetCaption(Label::Prog2, "");
 }
 
+database::RunTotals ScanDriver::SummaryTotals() {
+  // The visit and page figures are the hit processing's run totals: the visits it opened and
+  // the page hits it counted. They are not the appends the tables took, which also count the
+  // blank record that ends every full page batch and the first pages written again at the head
+  // of the next batch.
+  database::RunTotals totals = f_.Totals();
+  totals.visitRecordsAdded = hits_.Run().totals.visitsOpened;
+  totals.pageRecordsAdded = hits_.Run().totals.pageHits;
+  return totals;
+}
+
 void ScanDriver::DeliverDnsAnswers(int waitMs) {
   if (resolver_ == nullptr || resolver_->Outstanding() == 0) return;
   try {
@@ -356,7 +376,7 @@ void ScanDriver::DeliverDnsAnswers(int waitMs) {
 void ScanDriver::ShowScanSummary(float elapsed) {
   try {
     elapsed_ = elapsed;
-    summary_ = ScanSummaryText(elapsed, input_.totalLines, dnsFlag_, f_.Totals());
+    summary_ = ScanSummaryText(elapsed, input_.totalLines, dnsFlag_, SummaryTotals());
     ui_.MessageBox(summary_, platform::MsgIcon::Information, platform::MsgButtons::Ok,
                    world_.app.appTitle);
   } catch (const std::exception&) {
@@ -366,7 +386,7 @@ void ScanDriver::ShowScanSummary(float elapsed) {
 
 void ScanDriver::ProcessHit(std::string_view line, int siteIndex) {
   loginput::SiteReadState& state = input_.Site(siteIndex);
-  analysis::LineContext context{state.map, state.separator, state.noSpiderCheck,
+  analysis::LineContext context{input_.fieldMap, state.separator, state.noSpiderCheck,
                                 state.currentFileDate};
   hits_.ProcessHit(line, static_cast<int16_t>(siteIndex), context, input_.hits);
 }

@@ -119,6 +119,9 @@ class ScanDriver final : public loginput::ScanHooks {
   // text ("" unless the run completed).
   float Elapsed() const { return elapsed_; }
   const std::string& Summary() const { return summary_; }
+  // The records-added figures of the summary: visits opened and page hits counted by the hit
+  // processing (its run totals), and the exception records the database appended.
+  database::RunTotals SummaryTotals();
   database::F& Database() { return f_; }
   analysis::HitProcessor& Hits() { return hits_; }
   loginput::RunState& Input() { return input_; }
