@@ -318,8 +318,8 @@ TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {
   EXPECT_EQ(RunCli({"--no-such-option"}).status, 2);
   const Outcome help = RunCli({"--help"});
   EXPECT_EQ(help.status, 0);
-  EXPECT_NE(help.out.find("9 the scan was cancelled"), std::string::npos);
-  EXPECT_NE(help.out.find("10 not completed: a write failed; the previous database is kept"),
+  EXPECT_NE(help.out.find("  9   The scan was cancelled"), std::string::npos);
+  EXPECT_NE(help.out.find("  10  Not completed: a write failed; the previous database is kept."),
             std::string::npos);
   EXPECT_NE(help.out.find("--json"), std::string::npos);
 }

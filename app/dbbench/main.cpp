@@ -21,6 +21,7 @@
 
 #include "database/Schema.h"
 #include "dbase/Table.h"
+#include "ProgramVersion.h"
 
 namespace {
 
@@ -77,6 +78,7 @@ int main(int argc, char** argv) {
   std::string keep;
   app.add_option("--records", n, "records to append to Visits (Visitor gets a quarter)")->check(CLI::Range(1L, 50000000L));
   app.add_option("--keep", keep, "leave the tables in this folder");
+  app.set_version_flag("--version", TY_VERSION_LINE("dbbench"), "Print the version and exit");
   CLI11_PARSE(app, argc, argv);
 
   std::string dir;

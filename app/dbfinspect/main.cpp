@@ -7,6 +7,9 @@
 //   dbfinspect TABLE.DBF --tag KEY1      the same in the order of tag KEY1
 //   dbfinspect TABLE.DBF --seek KEY0 "1.2.3.4"   [--near]   seek and show the record reached
 //   dbfinspect TABLE.DBF --check         check everything; exit 1 naming every defect
+//
+// Exit status: 0 done (and, with --check, no defect); 1 a defect; 2 a bad command line, a table
+// that cannot be opened or a tag it does not have.
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -15,6 +18,7 @@
 
 #include "dbase/Checker.h"
 #include "dbase/Table.h"
+#include "ProgramVersion.h"
 #include "vb/Strings.h"
 
 namespace {
@@ -62,7 +66,14 @@ int main(int argc, char** argv) {
   app.add_option("--seek", seek, "TAG KEY: seek KEY in TAG and show the record reached")->expected(2);
   app.add_flag("--near", near, "with --seek: a near seek (first key at or after KEY, as a prefix)");
   app.add_flag("--check", check, "check the .DBF and every tag of the .MDX; exit 1 on any defect");
-  CLI11_PARSE(app, argc, argv);
+  app.set_version_flag("--version", TY_VERSION_LINE("dbfinspect"), "Print the version and exit");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    // Help and version end well; a bad command line ends with status 2, as a table that
+    // cannot be opened does.
+    return app.exit(e) == 0 ? 0 : 2;
+  }
 
   if (check) {
     dbase::CheckReport rep = dbase::CheckTable(path);

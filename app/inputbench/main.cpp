@@ -24,6 +24,7 @@
 #include "platform/Clock.h"
 #include "benchsupport/HeadlessFrontend.h"
 #include "startup/World.h"
+#include "ProgramVersion.h"
 
 namespace {
 
@@ -50,6 +51,7 @@ int main(int argc, char** argv) {
       ->check(CLI::PositiveNumber);
   app.add_option("--type", type, "the site's log TYPE (0 = W3C Extended)");
   app.add_flag("--unix", unixMode, "read with LF line ends (the site's UNIX setting)");
+  app.set_version_flag("--version", TY_VERSION_LINE("inputbench"), "Print the version and exit");
   CLI11_PARSE(app, argc, argv);
 
   platform::FixedClock clock(0);

@@ -26,6 +26,7 @@
 #include "startup/Engine.h"
 #include "wizard/RunTimer.h"
 #include "wizard/Wizard.h"
+#include "ProgramVersion.h"
 
 namespace {
 
@@ -74,6 +75,7 @@ int main(int argc, char** argv) {
   app.add_option("--generator", generator, "The log generator script.");
   app.add_flag("--keep", keep, "Keep the temp application folder and print where it is.");
   app.add_flag("--check", check, "Run the table checker over every table afterwards.");
+  app.set_version_flag("--version", TY_VERSION_LINE("scanbench"), "Print the version and exit");
   CLI11_PARSE(app, argc, argv);
 
   // 1. A temp application folder with one W3C site reading logs/.

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "CliCommon.h"
+#include "ProgramVersion.h"
 #include "ScanCommand.h"
 #include "ShowConfig.h"
 #include "vb/Strings.h"
@@ -13,17 +14,37 @@ int main(int argc, char** argv) {
   CLI::App app{
       "tydbcreate-cli: rebuilds the visitor database of the monitoring product from the "
       "web-server logs of its sites, without a window."};
+  // The footer is also the source of the manual page's ENVIRONMENT and EXIT STATUS sections
+  // (the build runs help2man on --help): a heading line ending in ":" and one "  NAME  text" line
+  // per entry, two blanks or more between name and text.
   app.footer(
-      "Environment: TALLYO_REGISTRY names the registry file (default /etc/tallyo/registry.ini); "
-      "TMPDIR is where the machine-wide single-instance lock lives (the data folder itself is "
-      "locked too).\n"
-      "Exit status: 0 done (scan completed), 1 start-up failed, 2 bad usage or option value, 3 "
-      "another copy is running (on this machine or on the same data folder), 4 no sites are set "
-      "up, 5 every site's logs come by FTP, 6 the monitoring product runs as a service, 7 \"Are "
-      "you sure?\" not answered Yes, 8 the database could not be created, 9 the scan was "
-      "cancelled (Ctrl-C, SIGTERM, SIGHUP), 10 not completed: a write failed; the previous "
-      "database is kept. With 8, 9 and 10 the database is left exactly as it was before the "
-      "run.");
+      "Environment:\n"
+      "  TALLYO_REGISTRY    The registry file (default /etc/tallyo/registry.ini): the data folder "
+      "(DDFPath) and whether the monitoring product runs as a service (ServiceRunning).\n"
+      "  SOURCE_DATE_EPOCH  Without --now, fixes the clock at this many seconds since 1970-01-01 "
+      "UTC (zone offset 0).\n"
+      "  TZ                 The local time zone of the system clock: today's date and the time "
+      "zone offset of the run.\n"
+      "  TMPDIR             Where the machine-wide single-instance lock lives (default /tmp; the "
+      "data folder itself is locked too).\n"
+      "\n"
+      "Exit status:\n"
+      "  0   Done: the scan completed (or the configuration was printed).\n"
+      "  1   Start-up failed; see errors.log in the data folder.\n"
+      "  2   Bad usage or option value.\n"
+      "  3   Another copy is running, on this machine or on the same data folder; nothing was "
+      "done.\n"
+      "  4   No sites are set up.\n"
+      "  5   Every site's logs come by FTP.\n"
+      "  6   The monitoring product runs as a service.\n"
+      "  7   \"Are you sure?\" was not answered Yes.\n"
+      "  8   The database could not be created.\n"
+      "  9   The scan was cancelled (Ctrl-C, SIGTERM, SIGHUP).\n"
+      "  10  Not completed: a write failed; the previous database is kept.\n"
+      "\n"
+      "With 8, 9 and 10 the database is left exactly as it was before the run.");
+  app.set_version_flag("--version", TY_VERSION_LINE("tydbcreate-cli"),
+                       "Print the version and exit");
 
   cli::ClockOptions clock;
   cli::AddClockOptions(app, clock);

@@ -11,7 +11,9 @@
 #include <QMessageBox>
 #include <cstdlib>
 #include <iostream>
+#include <string_view>
 
+#include "ProgramVersion.h"
 #include "WindowSession.h"
 
 namespace {
@@ -28,6 +30,11 @@ bool NoWindowSystem() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // --version alone needs no window system: answered before Qt starts.
+  if (argc == 2 && std::string_view(argv[1]) == "--version") {
+    std::cout << TY_VERSION_LINE("tydbcreate") << "\n";
+    return 0;
+  }
   if (NoWindowSystem()) {
     std::cerr << "tydbcreate: there is no display to show the wizard window on (DISPLAY is not "
                  "set). Run it in a desktop session, or rebuild the database without a window "
