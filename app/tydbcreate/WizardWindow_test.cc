@@ -409,7 +409,10 @@ void WizardWindowTest::FullScanOfTheDemoShowsEveryFileAndTheSummary() {
   const long visits = SummaryFigure(summary, "visit records added.");
   QVERIFY(visits > 0);
   QCOMPARE(RecordCount(demo.Data(), "Visits"), visits);
-  QCOMPARE(RecordCount(demo.Data(), "Pages"), SummaryFigure(summary, "page view records added."));
+  // The page figure counts the page hits of the visits; each visit's first page is also written
+  // once by the visit itself, and the demo stays below one batch of 5,000 pages.
+  QCOMPARE(RecordCount(demo.Data(), "Pages"),
+           visits + SummaryFigure(summary, "page view records added."));
 }
 
 void WizardWindowTest::CancelAnsweredNoGoesOnAndYesEndsWithTheTablesClosed() {

@@ -160,7 +160,7 @@ std::string FindFolderCI(std::string_view path) {
           for (const auto& e : fs::directory_iterator(here, ec)) {
             const std::string n = e.path().filename().string();
             std::error_code dirEc;
-            if (!EqualNoCase(n, level) || !e.is_directory(dirEc)) continue;
+            if (!vb::EqualsNoCase(n, level) || !e.is_directory(dirEc)) continue;
             if (best.empty() || LessNoCase(n, best)) best = n;
           }
         } catch (...) {
