@@ -14,7 +14,16 @@ command -v sudo >/dev/null || sudo() { "$@"; }
 export DEBIAN_FRONTEND=noninteractive MANPAGER=cat HOME=${HOME:-/root}
 # apt asks no question here (a user answers its "Do you want to continue?").
 apt_config=$(mktemp)
-trap 'rm -f "$apt_config"' EXIT
+# The machine is left as it was found: the package purged (its registry file with it), the
+# folders this script made removed. Later runs on the same machine then start from the defaults.
+cleanup() {
+  rm -f "$apt_config"
+  if dpkg-query -W -f='${Status}' tydbcreate 2>/dev/null | grep -q 'ok installed'; then
+    apt-get purge -y -qq tydbcreate >/dev/null 2>&1 || true
+  fi
+  rm -rf /srv/tallyo ~/tallyo-demo
+}
+trap cleanup EXIT
 echo 'APT::Get::Assume-Yes "true";' >"$apt_config"
 export APT_CONFIG=$apt_config
 fail() {
