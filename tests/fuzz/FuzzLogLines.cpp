@@ -35,15 +35,15 @@ class FieldHooks : public loginput::CountingHits {
   void ProcessHit(std::string_view line, int siteIndex) override {
     loginput::SiteReadState& site = run_.Site(siteIndex);
     loginput::HitFields& hits = run_.hits;
-    fields_.Split(line, site.separator, loginput::AnalysedMaxPlace(site.map));
-    loginput::SettleHitFields(site.map, hits);
-    loginput::FillHitPage(fields_, site.map, hits);
+    fields_.Split(line, site.separator, loginput::AnalysedMaxPlace(run_.fieldMap));
+    loginput::SettleHitFields(run_.fieldMap, hits);
+    loginput::FillHitPage(fields_, run_.fieldMap, hits);
     if (defer_ && (++count_ % 2) == 0) {
-      loginput::DeferAnalysedHitFields(line, site.separator, site.map, hits);
+      loginput::DeferAnalysedHitFields(line, site.separator, run_.fieldMap, hits);
     } else {
-      loginput::FillAnalysedHitFieldsButPage(fields_, site.map, hits);
+      loginput::FillAnalysedHitFieldsButPage(fields_, run_.fieldMap, hits);
     }
-    loginput::SettleHitFields(site.map, hits);
+    loginput::SettleHitFields(run_.fieldMap, hits);
     CountingHits::ProcessHit(line, siteIndex);
   }
 
