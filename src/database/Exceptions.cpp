@@ -1,10 +1,10 @@
-// The database form F: exception records. AddException composes the exception's message text,
+// The visitor database: exception records. AddException composes the exception's message text,
 // counts it and caches the record; WriteEXCCache appends the cached records in one batch.
 #include <cstring>
 #include <variant>
 
-#include "database/F.h"
-#include "database/FDetail.h"
+#include "database/Database.h"
+#include "database/DatabaseParts.h"
 #include "database/RecordText.h"
 #include "startup/World.h"
 #include "vb/Format.h"
@@ -19,7 +19,7 @@ constexpr int kExceptionBatch = 5000;
 
 }  // namespace
 
-bool F::AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
+bool Database::AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
                      std::optional<std::string_view> value, std::string_view ip, int32_t visitNo) {
   try {
     // 1. The catalogue entry; an unknown or switched-off number records nothing.
@@ -97,7 +97,7 @@ bool F::AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
   }
 }
 
-void F::WriteEXCCache() {
+void Database::WriteEXCCache() {
   try {
     // The batch goes to the record writer, in the cache's own array when the writer has a
     // thread of its own (see WritePageCache).

@@ -1,4 +1,4 @@
-// The database form F: the record writer. The records of "Visits", "Pages", "Exceptions",
+// The visitor database: the record writer. The records of "Visits", "Pages", "Exceptions",
 // "Referrers" and "Downloads" are never read back during a scan except by the writes of the same
 // tables (the end of a visit seeks its own record, a referrer's next visit its referrer's
 // record), so they can be
@@ -11,8 +11,8 @@
 #include <memory>
 #include <mutex>
 
-#include "database/F.h"
-#include "database/FDetail.h"
+#include "database/Database.h"
+#include "database/DatabaseParts.h"
 #include "database/JobLine.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
@@ -30,7 +30,7 @@ void SetFlag(dbase::Table& t, int field, bool value) { t.SetText(field, value ? 
 
 // ---- Handing jobs over -----------------------------------------------------------------------
 
-void F::WriteInBackground(bool on) {
+void Database::WriteInBackground(bool on) {
   if (on && !writer_) {
     try {
       // The arrays that carry batches to the writer are taken now, not while the scan runs.
@@ -57,16 +57,16 @@ void F::WriteInBackground(bool on) {
   }
 }
 
-void F::WaitForRecords() {
+void Database::WaitForRecords() {
   if (!writer_) return;
   writer_->Drain();
   TakeWriterCounts();
   ReportWriterFailures();
 }
 
-F::RecordJob& F::NewJob() { return writer_ ? writer_->Slot() : *inlineJob_; }
+Database::RecordJob& Database::NewJob() { return writer_ ? writer_->Slot() : *inlineJob_; }
 
-void F::SubmitJob() {
+void Database::SubmitJob() {
   if (writer_) {
     writer_->Push();
     // What the writer met is written to errors.log soon after, not only at the next wait.
@@ -77,7 +77,7 @@ void F::SubmitJob() {
   TakeWriterCounts();
 }
 
-void F::TakeWriterCounts() {
+void Database::TakeWriterCounts() {
   totals_.visitRecordsAdded += writerCounts_.visitRecordsAdded;
   totals_.pageRecordsAdded += writerCounts_.pageRecordsAdded;
   totals_.exceptionRecordsAdded += writerCounts_.exceptionRecordsAdded;
@@ -85,7 +85,7 @@ void F::TakeWriterCounts() {
   writerCounts_ = RunTotals{};
 }
 
-void F::WriterFailure(const char* location, const std::exception& e) {
+void Database::WriterFailure(const char* location, const std::exception& e) {
   if (!writer_ || !writer_->OnWriter()) {
     LogFailure(location, e);
     return;
@@ -95,7 +95,7 @@ void F::WriterFailure(const char* location, const std::exception& e) {
   writerReported_.store(true, std::memory_order_relaxed);
 }
 
-void F::WriterNotice(const char* control, const std::string& message) {
+void Database::WriterNotice(const char* control, const std::string& message) {
   if (!writer_ || !writer_->OnWriter()) {
     world_.errors.LogError(control, message);
     return;
@@ -105,7 +105,7 @@ void F::WriterNotice(const char* control, const std::string& message) {
   writerReported_.store(true, std::memory_order_relaxed);
 }
 
-void F::ReportWriterFailures() {
+void Database::ReportWriterFailures() {
   std::vector<WriterReport> reports;
   {
     const std::lock_guard<std::mutex> lock(writerReportsMutex_);
@@ -129,7 +129,7 @@ void F::ReportWriterFailures() {
 
 // ---- Writing the records -------------------------------------------------------------------
 
-int F::RunJob(RecordJob& job) {
+int Database::RunJob(RecordJob& job) {
   switch (job.kind) {
     case RecordJob::Kind::kVisitStart:
       return WriteVisitStart(job);
@@ -147,7 +147,7 @@ int F::RunJob(RecordJob& job) {
   return kNoStatus;
 }
 
-int F::WriteVisitStart(const RecordJob& job) {
+int Database::WriteVisitStart(const RecordJob& job) {
   uint64_t& ticket = tickets_[job.visit & (kTicketSlots - 1)];
   ticket = 0;
   try {
@@ -182,7 +182,7 @@ int F::WriteVisitStart(const RecordJob& job) {
   return kNoStatus;
 }
 
-int F::WriteVisitEnd(const RecordJob& job) {
+int Database::WriteVisitEnd(const RecordJob& job) {
   try {
     // 1. Key of "Visits" key0: IP + Site + DTOS(VisitDate) + VisitNo.
     constexpr int kKeyLength = schema::kIpWidth + schema::kSiteWidth + 8 + 5;
@@ -220,7 +220,7 @@ int F::WriteVisitEnd(const RecordJob& job) {
   return kNoStatus;
 }
 
-int F::WriteDownload(const RecordJob& job) {
+int Database::WriteDownload(const RecordJob& job) {
   try {
     const auto& f = fields_->downloads;
     char time[8];
@@ -240,7 +240,7 @@ int F::WriteDownload(const RecordJob& job) {
   return kNoStatus;
 }
 
-int F::WritePageBatch(const RecordJob& job) {
+int Database::WritePageBatch(const RecordJob& job) {
   int status = kNoStatus;
   try {
     const auto& f = fields_->pages;
@@ -267,7 +267,7 @@ int F::WritePageBatch(const RecordJob& job) {
   return status;
 }
 
-int F::WriteExceptionBatch(const RecordJob& job) {
+int Database::WriteExceptionBatch(const RecordJob& job) {
   int status = kNoStatus;
   try {
     const auto& f = fields_->exceptions;

@@ -1,9 +1,9 @@
-// The database form F: visit, page and download records. Visits and downloads are written at
+// The visitor database: visit, page and download records. Visits and downloads are written at
 // once; page views collect in a fixed cache of 5,001 entries and are appended in batches.
 #include <cstring>
 
-#include "database/F.h"
-#include "database/FDetail.h"
+#include "database/Database.h"
+#include "database/DatabaseParts.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
 #include "startup/World.h"
@@ -20,13 +20,13 @@ constexpr int kPageBatch = 5000;
 }  // namespace
 
 template <class Entry>
-void F::PutVisitKey(Entry& to, const Visit& visit) const {
+void Database::PutVisitKey(Entry& to, const Visit& visit) const {
   PadInto(to.ip, sizeof to.ip, visit.clientAddress);
   std::memcpy(to.site, siteKey_.data(), sizeof to.site);
   PutZeroPadded(to.visitNo, sizeof to.visitNo, visit.visitNumber);
 }
 
-void F::AddVisitToDatabase(Visit& visit, std::string_view entryPage) {
+void Database::AddVisitToDatabase(Visit& visit, std::string_view entryPage) {
   try {
     // 1. Referrer, shortened to scheme://host.
     const std::string_view referrer = ShortenReferrer(visit.referrer);
@@ -57,7 +57,7 @@ void F::AddVisitToDatabase(Visit& visit, std::string_view entryPage) {
   }
 }
 
-void F::AddPageToDatabase(const Visit& visit) {
+void Database::AddPageToDatabase(const Visit& visit) {
   try {
     CachePage(visit);
   } catch (const std::exception& e) {
@@ -65,7 +65,7 @@ void F::AddPageToDatabase(const Visit& visit) {
   }
 }
 
-void F::CachePage(const Visit& visit) {
+void Database::CachePage(const Visit& visit) {
   // 1.
   const int n = pageCount_;
   pageCount_ = n + 1;
@@ -87,7 +87,7 @@ void F::CachePage(const Visit& visit) {
   e.status = static_cast<int16_t>(visit.status);
 }
 
-void F::WritePageCache() {
+void Database::WritePageCache() {
   try {
     // The batch goes to the record writer. A writer on its own thread takes the cache's array
     // itself, and the cache fills again meanwhile in another one; an array is free again once
@@ -105,7 +105,7 @@ void F::WritePageCache() {
   }
 }
 
-void F::AddDownload(const Visit& visit) {
+void Database::AddDownload(const Visit& visit) {
   try {
     // 1.
     hooks_->DownloadCounted(visit.siteIndex);
@@ -122,7 +122,7 @@ void F::AddDownload(const Visit& visit) {
   }
 }
 
-void F::PrefetchVisitUpdate(const Visit& visit) const {
+void Database::PrefetchVisitUpdate(const Visit& visit) const {
   // The writer's thread finds its own way to the record; this one only has the record's ticket
   // at hand when the writer runs here.
   if (!writer_ && visit.visitsTicket != 0)
@@ -130,7 +130,7 @@ void F::PrefetchVisitUpdate(const Visit& visit) const {
   __builtin_prefetch(visit.currentPage.data());
 }
 
-void F::UpdateVisitInDatabase(const Visit& visit) {
+void Database::UpdateVisitInDatabase(const Visit& visit) {
   try {
     // The record writer seeks the visit's record and writes the end of the visit into it.
     RecordJob& job = NewJob();

@@ -1,9 +1,9 @@
-// The database form F: visitor records (one per IP address and site), visit numbering, the
+// The visitor database: visitor records (one per IP address and site), visit numbering, the
 // referrer counts, hack counts and friendly names.
 #include <cstring>
 
-#include "database/F.h"
-#include "database/FDetail.h"
+#include "database/Database.h"
+#include "database/DatabaseParts.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
 #include "startup/World.h"
@@ -22,7 +22,7 @@ constexpr int16_t kRepeatVisitor = 133;
 
 }  // namespace
 
-void F::UpdateVisitor(Visit& visit, bool dontUpdateReferrer) {
+void Database::UpdateVisitor(Visit& visit, bool dontUpdateReferrer) {
   try {
     const auto& f = fields_->visitor;
     char time[8];
@@ -101,7 +101,7 @@ void F::UpdateVisitor(Visit& visit, bool dontUpdateReferrer) {
   }
 }
 
-int F::WriteReferrer(const RecordJob& job) {
+int Database::WriteReferrer(const RecordJob& job) {
   try {
     const auto& r = fields_->referrers;
     char time[8];
@@ -134,7 +134,7 @@ int F::WriteReferrer(const RecordJob& job) {
   return kNoStatus;
 }
 
-void F::UpdateHackCount(Visit& visit) {
+void Database::UpdateHackCount(Visit& visit) {
   try {
     char key[kVisitorKeyLength];
     PadInto(key, schema::kIpWidth, visit.clientAddress);
@@ -151,7 +151,7 @@ void F::UpdateHackCount(Visit& visit) {
   }
 }
 
-void F::ChangeFriendlyName(std::string_view ip, std::string_view newName) {
+void Database::ChangeFriendlyName(std::string_view ip, std::string_view newName) {
   try {
     if (!DatabaseReady()) return;
     const auto& f = fields_->visitor;
@@ -170,7 +170,7 @@ void F::ChangeFriendlyName(std::string_view ip, std::string_view newName) {
   }
 }
 
-std::string F::GetFriendlyName(std::string_view ip) {
+std::string Database::GetFriendlyName(std::string_view ip) {
   try {
     // The IP followed by a blank site: the first record of that IP for any site.
     char key[kVisitorKeyLength];

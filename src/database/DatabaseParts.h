@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "database/F.h"
+#include "database/Database.h"
 #include "database/JobLine.h"
 #include "dbase/Status.h"
 
@@ -14,7 +14,7 @@ namespace database {
 
 // One page view waiting in the page cache. Texts are kept blank-padded to their field widths so
 // that filling an entry never allocates.
-struct F::PageEntry {
+struct Database::PageEntry {
   bool filled = false;   // an entry never filled in a batch is written as a blank record
   char ip[15];
   char site[20];
@@ -27,7 +27,7 @@ struct F::PageEntry {
 };
 
 // One exception waiting in the exception cache.
-struct F::ExceptionEntry {
+struct Database::ExceptionEntry {
   bool filled = false;
   char site[20];
   vb::Date exDate = 0;
@@ -41,7 +41,7 @@ struct F::ExceptionEntry {
 // One job of the record writer: a record of "Visits", "Pages", "Exceptions", "Referrers" or
 // "Downloads" to write. It carries copies of everything the record is built from (texts blank-padded to their
 // field widths), so it stays valid while the visit it came from changes or is reused.
-struct F::RecordJob {
+struct Database::RecordJob {
   enum class Kind : uint8_t { kVisitStart, kVisitEnd, kPages, kExceptions, kReferrer, kDownload };
   Kind kind = Kind::kVisitStart;
   uint32_t visit = 0;  // the visit's number in the ticket ring (kVisitStart, kVisitEnd)
@@ -75,7 +75,7 @@ struct F::RecordJob {
 };
 
 // Field indexes of every table, resolved when the tables are opened.
-struct F::Fields {
+struct Database::Fields {
   struct {
     int ip, site, active, alert, alertNo, visitNo, visitDate, visitTime, firstPage, lastPage,
         pagesSeen, minsOn, browser, spider, spiderT, referrer, hackRaised, flags;
@@ -103,7 +103,7 @@ struct F::Fields {
 };
 
 template <class Entry>
-const Entry* F::HandOverBatch(std::unique_ptr<Entry[]>& cache, BatchCopies<Entry>& copies) {
+const Entry* Database::HandOverBatch(std::unique_ptr<Entry[]>& cache, BatchCopies<Entry>& copies) {
   if (!writer_) return cache.get();
   const int k = copies.next;
   copies.next = (k + 1) % kBatchCopies;

@@ -1,12 +1,14 @@
-// The database form F: owner of the nine table controls from InitDatabase to CloseDatabase, and
-// every record operation that the scan performs on the tables: visits, page views (batched),
-// downloads, visitors and referrers, exceptions (batched), the DNS cache and country codes.
+// The visitor database: owner of the nine tables from InitDatabase to CloseDatabase, and of
+// every record operation that the scan performs on them: visits, page views (batched),
+// downloads, visitors and referrers, exceptions (batched), the day summaries, the DNS cache and
+// country codes. Nothing outside it touches a table.
 //
-// One F exists per run; it is created by the scan driver and passed by reference. All its
+// One Database exists per run; it is created by the scan driver and passed by reference. All its
 // operations are called from the scan's one thread. The records of "Visits", "Pages",
 // "Exceptions", "Referrers" and "Downloads", which the scan writes without reading them for
-// anything else, can be written on a writer thread of F's own (WriteInBackground). Table-engine statuses are never errors: each is kept as the shared
-// last status (LastStatus()), which later code may read. Operations that report failures catch
+// anything else, can be written on a writer thread of the database's own (WriteInBackground).
+// Table-engine statuses are never errors: each is kept as the shared last status (LastStatus()),
+// which later code may read. Operations that report failures catch
 // them, write one line to errors.log under their location word and return their default result;
 // nothing here throws to the caller.
 //
@@ -25,9 +27,11 @@
 #include <string_view>
 #include <vector>
 
+#include "database/DayCounts.h"
 #include "database/RecordHooks.h"
 #include "database/Replacement.h"
 #include "database/RunTotals.h"
+#include "database/TableId.h"
 #include "database/Visit.h"
 #include "dbase/Table.h"
 #include "vb/Dates.h"
@@ -41,17 +45,18 @@ namespace database {
 template <class Job>
 class JobLine;
 
-class F {
+class Database {
  public:
-  // REQUIRES: `world` outlives this F. F reads from it the data folder, the error log, the site
-  // list (names and repeat-visit limits), the exception catalogue and the clock.
-  explicit F(startup::World& world);
-  // Closing the form closes the database (CloseDatabase); nothing it raises escapes.
-  ~F();
-  F(const F&) = delete;
-  F& operator=(const F&) = delete;
+  // REQUIRES: `world` outlives this Database. It reads from it the data folder, the error log,
+  // the site list (names and repeat-visit limits), the exception catalogue and the clock.
+  explicit Database(startup::World& world);
+  // Destroying the database closes it (CloseDatabase); nothing that raises escapes.
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
 
-  // The counters that F raises but the hit analysis owns. REQUIRES: `hooks` outlives this F.
+  // The counters that the database raises but the hit analysis owns. REQUIRES: `hooks` outlives
+  // this Database.
   // Until this is called nothing is counted there.
   void SetHooks(RecordHooks& hooks);
 
@@ -107,8 +112,6 @@ class F {
   // The status of the latest table-engine operation that returned one (0 = success/found).
   // Records written on the writer thread do not set it.
   int LastStatus() const { return lastStatus_; }
-  // For code outside F that writes through F's controls (the day summaries on VADAY).
-  void SetLastStatus(int status) { lastStatus_ = status; }
   RunTotals& Totals() { return totals_; }
   const RunTotals& Totals() const { return totals_; }
 
@@ -118,7 +121,7 @@ class F {
   // on a writer thread, in the order they were handed over, while the caller goes on; their
   // failures reach errors.log with the next record handed over, and their counts reach Totals()
   // at the next WaitForRecords. Those five tables must then not be used directly before
-  // WaitForRecords (F's own operations wait themselves). Off, the default: every record is
+  // WaitForRecords (the database's own operations wait themselves). Off, the default: every record is
   // written before its call returns. The tables get the same bytes either way. Turning it off
   // waits for the records first. When no thread can be started the writing stays on the
   // caller's thread.
@@ -200,17 +203,18 @@ class F {
   // or a part that is not a number, is logged under "F.LookupCountryCode" and gives empty.
   std::string LookupCountryCode(std::string_view ip);
 
-  // ---- The table controls (the daily summaries write "DaySum" through VADAY) -------------------
+  // ---- Day summaries ---------------------------------------------------------------------------
 
-  dbase::Table VAVISITS;  // "Visits"
-  dbase::Table VAVIS;     // "Visitor"
-  dbase::Table VAREF;     // "Referrers"
-  dbase::Table VAEXP;     // "Exceptions"
-  dbase::Table VAPG;      // "Pages"
-  dbase::Table VADL;      // "Downloads"
-  dbase::Table VADAY;     // "DaySum"
-  dbase::Table IPCC;      // "IPCC", read only, opened when present
-  dbase::Table VAOLD;     // "VISOLD", the previous "Visitor", read only, opened when present
+  // Writes the "DaySum" record of site `siteName` for `day` with `counts`: an existing record of
+  // the same site and day is overwritten (not added to), otherwise one is appended. The table's
+  // status becomes the last status. Failures are logged under "Engine.WriteDaySummary".
+  void WriteDaySummaryRecord(std::string_view siteName, vb::Date day, const DayCounts& counts);
+
+  // ---- Looking at the tables -----------------------------------------------------------------
+
+  // A table as it stands, to be looked at, never written (the checks of a run read their
+  // record counts and open state).
+  const dbase::Table& Inspect(TableId table) const;
 
   // Capacity of the page and exception caches (entries 0..5000).
   static constexpr int kCacheEntries = 5001;
@@ -270,6 +274,17 @@ class F {
   static void SortPendingKeys(dbase::Table& t);
 
   startup::World& world_;
+
+  // The table controls.
+  dbase::Table VAVISITS;  // "Visits"
+  dbase::Table VAVIS;     // "Visitor"
+  dbase::Table VAREF;     // "Referrers"
+  dbase::Table VAEXP;     // "Exceptions"
+  dbase::Table VAPG;      // "Pages"
+  dbase::Table VADL;      // "Downloads"
+  dbase::Table VADAY;     // "DaySum"
+  dbase::Table IPCC;      // "IPCC", read only, opened when present
+  dbase::Table VAOLD;     // "VISOLD", the previous "Visitor", read only, opened when present
   RecordHooks defaultHooks_;
   RecordHooks* hooks_ = &defaultHooks_;
 
@@ -352,7 +367,7 @@ class F {
   std::string key_;
 
   // The record writer's thread, null when off. Last, so that it ends first: jobs still waiting
-  // when the form is destroyed run while everything they use is still there.
+  // when the database is destroyed run while everything they use is still there.
   std::unique_ptr<JobLine<RecordJob>> writer_;
 };
 
