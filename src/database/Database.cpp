@@ -5,8 +5,6 @@
 #include <mutex>
 #include <string>
 
-#include "database/DatabaseParts.h"
-#include "database/JobLine.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
 #include "dbase/Status.h"
@@ -16,11 +14,8 @@ namespace database {
 
 Database::Database(startup::World& world)
     : world_(world),
-      pages_(new PageEntry[kCacheEntries]),
-      exceptions_(new ExceptionEntry[kCacheEntries]),
-      fields_(new Fields),
-      inlineJob_(new RecordJob),
-      tickets_(new uint64_t[kTicketSlots]()) {
+      fields_(new TableFields),
+      writer_({VAVISITS, VAREF, VAEXP, VAPG, VADL}, *fields_, world_.errors, totals_) {
   // Every notice of the engine (an index rebuilt in memory, for instance) goes to errors.log
   // under the name of the control that raised it.
   // A write that failed is also noted for the run, which cannot complete after it.
@@ -34,7 +29,7 @@ Database::Database(startup::World& world)
   const auto writerSink = [this](const char* control, const dbase::Table& t) {
     return [this, control, &t](const std::string& message) {
       NoteWriteFailure(t, message);
-      WriterNotice(control, message);
+      writer_.Notice(control, message);
     };
   };
   VAVISITS.SetNoticeSink(writerSink("F.VAVISITS", VAVISITS));

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "database/Database.h"
-#include "database/DatabaseParts.h"
+#include "database/TableAccess.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
 #include "startup/World.h"

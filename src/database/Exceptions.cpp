@@ -4,7 +4,6 @@
 #include <variant>
 
 #include "database/Database.h"
-#include "database/DatabaseParts.h"
 #include "database/RecordText.h"
 #include "startup/World.h"
 #include "vb/Format.h"
@@ -15,7 +14,7 @@ namespace database {
 namespace {
 
 // The cache holds entries 0..kExceptionBatch; the exception that finds it full writes it.
-constexpr int kExceptionBatch = 5000;
+constexpr int kExceptionBatch = ExceptionCache::kBatch;
 
 }  // namespace
 
@@ -70,14 +69,14 @@ bool Database::AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
     }
 
     // 3. A full cache is written first; the new exception then starts the next batch.
-    ++exceptionCount_;
-    if (exceptionCount_ > kExceptionBatch) {
+    ++exceptions_.count;
+    if (exceptions_.count > kExceptionBatch) {
       WriteEXCCache();
-      exceptionCount_ = 1;
+      exceptions_.count = 1;
     }
 
     // 4.
-    ExceptionEntry& e = exceptions_[exceptionCount_ - 1];
+    ExceptionEntry& e = exceptions_.entries[exceptions_.count - 1];
     e.filled = true;
     PadInto(e.site, sizeof e.site, currentSite_);
     e.exDate = logDate;
@@ -103,10 +102,10 @@ void Database::WriteEXCCache() {
     // thread of its own (see WritePageCache).
     RecordJob& job = NewJob();
     job.kind = RecordJob::Kind::kExceptions;
-    job.count = exceptionCount_;
-    job.exceptions = HandOverBatch(exceptions_, exceptionCopies_);
+    job.count = exceptions_.count;
+    job.exceptions = writer_.HandOverBatch(exceptions_.entries);
     SubmitJob();
-    exceptionCount_ = 1;
+    exceptions_.count = 1;
   } catch (const std::exception& e) {
     LogFailure("f.WriteEXCCache", e);
   }

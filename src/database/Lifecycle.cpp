@@ -10,7 +10,6 @@
 #include <thread>
 
 #include "database/Database.h"
-#include "database/DatabaseParts.h"
 #include "database/Schema.h"
 #include "dbase/Status.h"
 #include "platform/Files.h"
@@ -205,7 +204,7 @@ bool Database::CreateDatabase() {
 }
 
 void Database::ResolveFields() {
-  Fields& f = *fields_;
+  TableFields& f = *fields_;
   const auto at = [](const dbase::Table& t, const char* name) { return t.FieldIndex(name); };
   f.visits = {at(VAVISITS, "IP"),        at(VAVISITS, "Site"),      at(VAVISITS, "Active"),
               at(VAVISITS, "Alert"),     at(VAVISITS, "AlertNo"),   at(VAVISITS, "VisitNo"),

@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "database/Database.h"
-#include "database/DatabaseParts.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
 #include "startup/World.h"
@@ -15,7 +14,7 @@ namespace {
 
 // The batch size of the page cache: the call that would take page number kPageBatch writes the
 // batch instead of caching its page.
-constexpr int kPageBatch = 5000;
+constexpr int kPageBatch = PageCache::kBatch;
 
 }  // namespace
 
@@ -67,17 +66,17 @@ void Database::AddPageToDatabase(const Visit& visit) {
 
 void Database::CachePage(const Visit& visit) {
   // 1.
-  const int n = pageCount_;
-  pageCount_ = n + 1;
+  const int n = pages_.count;
+  pages_.count = n + 1;
   // 3. The call that reaches the batch size writes the batch, and its own page is not cached:
   //    the tables the product reads have always been written this way, so it stays.
   if (n + 1 == kPageBatch) {
     WritePageCache();
-    pageCount_ = 1;
+    pages_.count = 1;
     return;
   }
   // 2.
-  PageEntry& e = pages_[n];
+  PageEntry& e = pages_.entries[n];
   e.filled = true;
   PutVisitKey(e, visit);
   PadInto(e.page, sizeof e.page, visit.currentPage);
@@ -94,12 +93,12 @@ void Database::WritePageCache() {
     // its batch is written.
     RecordJob& job = NewJob();
     job.kind = RecordJob::Kind::kPages;
-    job.count = pageCount_;
-    job.pages = HandOverBatch(pages_, pageCopies_);
+    job.count = pages_.count;
+    job.pages = writer_.HandOverBatch(pages_.entries);
     SubmitJob();
     // The counter restarts at 1, not 0: entry 0 keeps the first page of the first batch and goes
     // out again with every later batch. Kept as the product's files have always been written.
-    pageCount_ = 1;
+    pages_.count = 1;
   } catch (const std::exception& e) {
     LogFailure("Btree.WritePageCache", e);
   }
@@ -123,10 +122,7 @@ void Database::AddDownload(const Visit& visit) {
 }
 
 void Database::PrefetchVisitUpdate(const Visit& visit) const {
-  // The writer's thread finds its own way to the record; this one only has the record's ticket
-  // at hand when the writer runs here.
-  if (!writer_ && visit.visitsTicket != 0)
-    VAVISITS.PrefetchTicket(tickets_[visit.visitsTicket & (kTicketSlots - 1)]);
+  writer_.PrefetchVisitRecord(static_cast<uint32_t>(visit.visitsTicket));
   __builtin_prefetch(visit.currentPage.data());
 }
 

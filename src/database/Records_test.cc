@@ -219,7 +219,7 @@ TEST(Records, WriterThreadWritesTheSameFilesAsWritingAtOnce) {
     f.SetCurrentSite("Alpha");
     database::Visit longest = MakeVisit("10.200.0.1", At(0, 0, 0, 13));
     f.AddVisitToDatabase(longest, "/first.htm");
-    const int visits = static_cast<int>(database::Database::kTicketSlots) + 500;
+    const int visits = static_cast<int>(database::RecordWriter::kTicketSlots) + 500;
     database::Visit open[4];
     for (int i = 0; i < visits; ++i) {
       if (i == visits / 2) f.SetCurrentSite("Beta");

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "database/Database.h"
-#include "database/DatabaseParts.h"
+#include "database/TableAccess.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
 #include "startup/World.h"
@@ -15,7 +15,6 @@ namespace database {
 namespace {
 
 constexpr int kVisitorKeyLength = schema::kIpWidth + schema::kSiteWidth;
-constexpr int kReferrerKeyLength = schema::kReferrerWidth + schema::kSiteWidth;
 
 // The exception raised for a visitor who returns at least the site's return limit of times.
 constexpr int16_t kRepeatVisitor = 133;
@@ -99,39 +98,6 @@ void Database::UpdateVisitor(Visit& visit, bool dontUpdateReferrer) {
   } catch (const std::exception& e) {
     LogFailure("F.UpdateVisitor", e);
   }
-}
-
-int Database::WriteReferrer(const RecordJob& job) {
-  try {
-    const auto& r = fields_->referrers;
-    char time[8];
-    vb::FormatTimeTo(job.startTime, time);
-    char refKey[kReferrerKeyLength];
-    std::memcpy(refKey, job.referrer, schema::kReferrerWidth);
-    std::memcpy(refKey + schema::kReferrerWidth, job.site, schema::kSiteWidth);
-    const bool newReferrer = VAREF.SeekKey(detail::View(refKey, kReferrerKeyLength)) > 0;
-    if (newReferrer) {
-      ++writerCounts_.newReferrers;
-      VAREF.BlankRecord();
-      VAREF.SetDate(r.firstVDate, job.startTime);
-      VAREF.SetText(r.firstVTime, detail::View(time, 8));
-      VAREF.SetNumber(r.visits, 0);
-      VAREF.SetText(r.site, detail::View(job.site, sizeof job.site));
-      VAREF.SetText(r.name, detail::View(job.referrer, sizeof job.referrer));
-    }
-    // Unlike the visitor, a referrer counts a visit that starts at the same second again.
-    const vb::Date lastRef = CombineDateTime(VAREF.GetDate(r.lastVDate), VAREF.GetText(r.lastVTime));
-    const double visits = VAREF.GetNumber(r.visits);
-    if (visits != -1 && WholeSeconds(job.startTime) >= WholeSeconds(lastRef)) {
-      VAREF.SetNumber(r.visits, visits + 1);
-      VAREF.SetDate(r.lastVDate, job.startTime);
-      VAREF.SetText(r.lastVTime, detail::View(time, 8));
-    }
-    return newReferrer ? VAREF.AppendRecord() : VAREF.ReplaceRecord();
-  } catch (const std::exception& e) {
-    WriterFailure("F.UpdateVisitor", e);
-  }
-  return kNoStatus;
 }
 
 void Database::UpdateHackCount(Visit& visit) {
