@@ -61,7 +61,7 @@ struct Run {
       ++world.siteCount;
     }
     startup::RefreshexceptionConstants(world);
-    f = std::make_unique<database::Database>(world);
+    f = std::make_unique<database::Database>(database::InputsOf(world));
     f->SetCurrentSite(world.site(1).name);
     ok = f->InitDatabase();
     hits = std::make_unique<analysis::HitProcessor>(world, *f);

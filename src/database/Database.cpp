@@ -8,21 +8,20 @@
 #include "database/RecordText.h"
 #include "database/Schema.h"
 #include "dbase/Status.h"
-#include "startup/World.h"
 
 namespace database {
 
-Database::Database(startup::World& world)
-    : world_(world),
+Database::Database(const DatabaseInputs& inputs)
+    : inputs_(inputs),
       fields_(new TableFields),
-      writer_({VAVISITS, VAREF, VAEXP, VAPG, VADL}, *fields_, world_.errors, totals_) {
+      writer_({VAVISITS, VAREF, VAEXP, VAPG, VADL}, *fields_, inputs_.errors, totals_) {
   // Every notice of the engine (an index rebuilt in memory, for instance) goes to errors.log
   // under the name of the control that raised it.
   // A write that failed is also noted for the run, which cannot complete after it.
   const auto sink = [this](const char* control, const dbase::Table& t) {
     return [this, control, &t](const std::string& message) {
       NoteWriteFailure(t, message);
-      world_.errors.LogError(control, message);
+      inputs_.errors.LogError(control, message);
     };
   };
   // The tables of the record writer may raise theirs on the writer's thread.
@@ -64,7 +63,7 @@ void Database::SetCurrentSite(std::string_view name) {
 }
 
 void Database::LogFailure(const char* location, const std::exception& e) {
-  world_.errors.LogError(location, e);
+  inputs_.errors.LogError(location, e);
 }
 
 void Database::NoteWriteFailure(const dbase::Table& table, const std::string& message) {

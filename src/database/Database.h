@@ -24,6 +24,7 @@
 #include <string>
 #include <string_view>
 
+#include "database/DatabaseInputs.h"
 #include "database/DayCounts.h"
 #include "database/ExceptionCache.h"
 #include "database/PageCache.h"
@@ -37,17 +38,12 @@
 #include "dbase/Table.h"
 #include "vb/Dates.h"
 
-namespace startup {
-struct World;
-}
-
 namespace database {
 
 class Database {
  public:
-  // REQUIRES: `world` outlives this Database. It reads from it the data folder, the error log,
-  // the site list (names and repeat-visit limits), the exception catalogue and the clock.
-  explicit Database(startup::World& world);
+  // REQUIRES: what `inputs` refers to outlives this Database (see DatabaseInputs.h).
+  explicit Database(const DatabaseInputs& inputs);
   // Destroying the database closes it (CloseDatabase); nothing that raises escapes.
   ~Database();
   Database(const Database&) = delete;
@@ -234,7 +230,7 @@ class Database {
   }
   static void SortPendingKeys(dbase::Table& t);
 
-  startup::World& world_;
+  DatabaseInputs inputs_;
 
   // The table controls.
   dbase::Table VAVISITS;  // "Visits"

@@ -15,7 +15,6 @@
 #include <exception>
 
 #include "database/Database.h"
-#include "startup/World.h"
 #include "vb/Format.h"
 
 namespace database {

@@ -6,7 +6,6 @@
 #include "database/TableAccess.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
-#include "startup/World.h"
 #include "vb/Strings.h"
 
 namespace database {

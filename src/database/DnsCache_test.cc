@@ -42,7 +42,7 @@ void MakeCountryTable(const std::string& folder) {
 
 TEST(DnsCache, KnownNamesComeFromVisitorAndAreRemembered) {
   DbRun run;
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   Visitor(f, "10.0.0.1", "one.example.org");
@@ -68,7 +68,7 @@ TEST(DnsCache, KnownNamesComeFromVisitorAndAreRemembered) {
 
 TEST(DnsCache, UpdateDnsRenamesEverySiteRecordOfTheIpAndNoOther) {
   DbRun run;
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   for (const char* site : {"Alpha", "Beta", "Gamma"}) {
     f.SetCurrentSite(site);
@@ -94,7 +94,7 @@ TEST(DnsCache, UpdateDnsRenamesEverySiteRecordOfTheIpAndNoOther) {
 TEST(DnsCache, CountryCodeFromTheNearestRangeRecord) {
   DbRun run;
   MakeCountryTable(run.Data());
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   ASSERT_TRUE(f.CountryTableAvailable());
   EXPECT_TRUE(f.Inspect(database::TableId::kIpcc).IsOpen());

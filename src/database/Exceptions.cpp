@@ -5,7 +5,6 @@
 
 #include "database/Database.h"
 #include "database/RecordText.h"
-#include "startup/World.h"
 #include "vb/Format.h"
 #include "vb/Strings.h"
 
@@ -22,9 +21,9 @@ bool Database::AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
                      std::optional<std::string_view> value, std::string_view ip, int32_t visitNo) {
   try {
     // 1. The catalogue entry; an unknown or switched-off number records nothing.
-    const startup::ExceptionType* type = world_.exceptions.Find(exNumber);
+    const startup::ExceptionType* type = inputs_.exceptions.Find(exNumber);
     if (type == nullptr || !type->raise) return false;
-    if (logDate == 0) logDate = world_.clock.Now();
+    if (logDate == 0) logDate = inputs_.clock.Now();
 
     // 2. The message text. Without a value the catalogue's default value is used, in the text
     //    and in the record.

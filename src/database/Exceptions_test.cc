@@ -15,7 +15,7 @@ TEST(Exceptions, CatalogueDecidesWhatIsRecordedAndTheText) {
     if (t.number == 131) t.raise = false;
   }
   dbtest::CountingHooks hooks;
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   f.SetHooks(hooks);
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
@@ -57,7 +57,7 @@ TEST(Exceptions, CatalogueDecidesWhatIsRecordedAndTheText) {
 
 TEST(Exceptions, TheFiveThousandAndFirstWritesAFullBatchWithOneBlankRecord) {
   DbRun run;
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   for (int i = 1; i <= 5000; ++i) {

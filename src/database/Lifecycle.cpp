@@ -13,7 +13,6 @@
 #include "database/Schema.h"
 #include "dbase/Status.h"
 #include "platform/Files.h"
-#include "startup/World.h"
 
 namespace database {
 
@@ -46,20 +45,20 @@ bool Database::InitDatabase() {
     failure_.clear();
     writeFailed_.store(false, std::memory_order_release);
 
-    const std::string data = platform::WithTrailingSlash(world_.app.dataFolder);
+    const std::string data = platform::WithTrailingSlash(inputs_.dataFolder);
     // The new tables are built in a staging folder beside the live ones, which stay untouched
     // until the run completes (Replacement.h). What an earlier run left there is finished or
     // thrown away first.
     replacement_ = std::make_unique<Replacement>(data);
     if (!replacement_->Begin(failure_)) {
-      world_.errors.LogError("CreateDatabase", failure_);
+      inputs_.errors.LogError("CreateDatabase", failure_);
       return false;
     }
     const std::string& staging = replacement_->Staging();
 
     // The files' header dates are the run's date, from the run's clock: a run with a fixed
     // clock gives the same files, byte for byte, as another over the same logs.
-    const vb::DateParts today = vb::Split(world_.clock.Now());
+    const vb::DateParts today = vb::Split(inputs_.clock.Now());
     for (dbase::Table* t : {&VAVIS, &VAREF, &VAVISITS, &VAEXP, &VAPG, &VADL, &VADAY, &IPCC, &VAOLD})
       t->SetHeaderDate(dbase::HeaderDate{today.year, today.month, today.day});
 
@@ -146,7 +145,7 @@ bool Database::CreateDatabase() {
       if (lastStatus_ != dbase::kOk) {
         failure_ = "Table " + std::string(c.name) + " could not be created (" +
                    dbase::StatusText(lastStatus_) + ") in " + c.table.Location();
-        world_.errors.LogError("CreateDatabase", failure_);
+        inputs_.errors.LogError("CreateDatabase", failure_);
         open_ = false;
         return false;
       }
@@ -339,7 +338,7 @@ void Database::FinishReplacement() {
   if (!replaced_) {
     failure_ = why;
   } else if (!why.empty()) {
-    world_.errors.LogError("CloseDatabase", why);
+    inputs_.errors.LogError("CloseDatabase", why);
   }
 }
 

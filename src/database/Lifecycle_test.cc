@@ -20,7 +20,7 @@ const char* const kWrittenTables[] = {"VISITS",    "VISITOR", "REFERRERS", "EXCE
 
 // A first run that leaves a "Visitor" table with one resolved, named visitor behind.
 void LeaveVisitorBehind(DbRun& run) {
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   database::Visit v = MakeVisit("10.1.1.1", dbtest::At(9, 0, 0));
@@ -34,7 +34,7 @@ void LeaveVisitorBehind(DbRun& run) {
 
 TEST(Lifecycle, EmptyFolderCreatesAllSevenTablesAndNoLookups) {
   DbRun run;
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   EXPECT_TRUE(f.DatabaseOpen());
   EXPECT_TRUE(f.DatabaseReady());
@@ -79,7 +79,7 @@ TEST(Lifecycle, SecondRunReadsPreviousVisitorsWhereTheyLieAndReplacesThemAtClose
   ASSERT_TRUE(FileThere(run.Data(), "VISITOR.DBF"));
   const std::string previous = tytest::ReadFile(fs::path(run.Data()) / "VISITOR.DBF");
 
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   // Nothing is moved aside: the previous visitors stay where they are until the new database
   // is complete.
@@ -111,7 +111,7 @@ TEST(Lifecycle, VisOldLeftByAnInterruptedRunIsUsedThenDeleted) {
   fs::rename(fs::path(run.Data()) / "VISITOR.DBF", fs::path(run.Data()) / "visold.dbf");
   fs::rename(fs::path(run.Data()) / "VISITOR.MDX", fs::path(run.Data()) / "visold.mdx");
 
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   EXPECT_TRUE(f.OldVisitorTableOpen());
   EXPECT_EQ(f.LookupDNS("10.1.1.1"), "host.example.org");
@@ -125,7 +125,7 @@ TEST(Lifecycle, PreviousVisitorWithoutIndexFileIsStillUsed) {
   LeaveVisitorBehind(run);
   fs::remove(fs::path(run.Data()) / "VISITOR.MDX");
 
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   ASSERT_TRUE(f.OldVisitorTableOpen());
   EXPECT_EQ(f.LookupDNS("10.1.1.1"), "host.example.org");
@@ -138,7 +138,7 @@ TEST(Lifecycle, PreviousVisitorWithoutIndexFileIsStillUsed) {
 TEST(Lifecycle, FlushAndCloseBeforeASuccessfulInitDoNothing) {
   DbRun run;
   {
-    database::Database f(run.world);
+    database::Database f(run.Inputs());
     f.FlushDatabase();
     f.CloseDatabase();
     f.SetCurrentSite("Alpha");
@@ -157,7 +157,7 @@ TEST(Lifecycle, DatabaseThatCannotBeCreatedLeavesThePreviousOneWithOneLogLine) {
   // user.
   fs::remove_all(fs::path(run.Data()) / "Temp");
   tytest::WriteFile(fs::path(run.Data()) / "Temp", "not a folder");
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   EXPECT_FALSE(f.InitDatabase());
   EXPECT_FALSE(f.DatabaseOpen());
   EXPECT_FALSE(f.CountryTableAvailable());
@@ -182,7 +182,7 @@ TEST(Lifecycle, DatabaseThatCannotBeCreatedLeavesThePreviousOneWithOneLogLine) {
 TEST(Lifecycle, MissingOrReadOnlyDataFolderFailsWithoutCrashing) {
   {
     DbRun run((tytest::TempDir().str() + "gone/"));
-    database::Database f(run.world);
+    database::Database f(run.Inputs());
     EXPECT_FALSE(f.InitDatabase());  // errors.log cannot be written either: the line is dropped
     EXPECT_FALSE(f.DatabaseReady());
     f.CloseDatabase();
@@ -191,7 +191,7 @@ TEST(Lifecycle, MissingOrReadOnlyDataFolderFailsWithoutCrashing) {
   DbRun run;
   tytest::WriteFile(run.dir.path() / "errors.log", "");
   fs::permissions(run.dir.path(), fs::perms::owner_read | fs::perms::owner_exec);
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   EXPECT_FALSE(f.InitDatabase());
   fs::permissions(run.dir.path(), fs::perms::owner_all);
   EXPECT_NE(run.ErrorsLog().find("FROM CreateDatabase"), std::string::npos);
@@ -199,7 +199,7 @@ TEST(Lifecycle, MissingOrReadOnlyDataFolderFailsWithoutCrashing) {
 
 TEST(Lifecycle, SecondInitRebuildsTheDatabaseWhole) {
   DbRun run;
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   database::Visit v = MakeVisit("10.0.0.1", dbtest::At(9, 0, 0));

@@ -5,7 +5,6 @@
 #include "database/Database.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
-#include "startup/World.h"
 #include "vb/Format.h"
 
 namespace database {

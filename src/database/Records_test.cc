@@ -99,7 +99,7 @@ TEST(RecordText, NumbersDurationsAndCountryKeys) {
 
 TEST(Records, VisitRecordIsWrittenAtStartAndCompletedAtEnd) {
   DbRun run;
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   // Five visits whose durations test the minutes rule.
@@ -158,7 +158,7 @@ TEST(Records, EndOfAVisitWithARepeatedKeyCompletesTheFirstRecordOfThatKey) {
   for (const bool background : {false, true}) {
     SCOPED_TRACE(background ? "writer thread" : "at once");
     DbRun run;
-    database::Database f(run.world);
+    database::Database f(run.Inputs());
     ASSERT_TRUE(f.InitDatabase());
     f.WriteInBackground(background);
     ASSERT_EQ(f.WritingInBackground(), background);
@@ -213,7 +213,7 @@ TEST(Records, WriterThreadWritesTheSameFilesAsWritingAtOnce) {
   // tickets for (its end then finds its record by key). Written at once and on the writer's
   // thread, the files must be the same byte for byte.
   const auto scan = [](bool background, DbRun& run) {
-    database::Database f(run.world);
+    database::Database f(run.Inputs());
     ASSERT_TRUE(f.InitDatabase());
     f.WriteInBackground(background);
     f.SetCurrentSite("Alpha");
@@ -276,7 +276,7 @@ TEST(Records, WriterThreadWritesTheSameFilesAsWritingAtOnce) {
 
 TEST(Records, PageCacheWritesOnTheFiveThousandthCallAndDropsItsPage) {
   DbRun run;
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   database::Visit v = MakeVisit("10.0.0.1", At(9, 0, 0));
@@ -316,7 +316,7 @@ TEST(Records, PageCacheWritesOnTheFiveThousandthCallAndDropsItsPage) {
 TEST(Records, DownloadKeepsTheFileNameAndIsCountedForTheSite) {
   DbRun run;
   dbtest::CountingHooks hooks;
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   f.SetHooks(hooks);
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Beta");

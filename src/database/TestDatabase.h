@@ -54,6 +54,7 @@ struct DbRun {
     }
   }
   std::string Data() const { return world.app.dataFolder; }
+  database::DatabaseInputs Inputs() { return database::InputsOf(world); }
   std::string ErrorsLog() const { return tytest::ReadFile(std::filesystem::path(Data()) / "errors.log"); }
 };
 

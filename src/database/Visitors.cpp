@@ -6,7 +6,6 @@
 #include "database/TableAccess.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
-#include "startup/World.h"
 #include "vb/Format.h"
 #include "vb/Strings.h"
 
@@ -74,9 +73,9 @@ void Database::UpdateVisitor(Visit& visit, bool dontUpdateReferrer) {
         CombineDateTime(VAVIS.GetDate(f.firstVDate), VAVIS.GetText(f.firstVTime));
 
     // 7. Repeat visitor.
-    const bool knownSite = visit.siteIndex >= 1 && visit.siteIndex <= world_.siteCount;
+    const bool knownSite = visit.siteIndex >= 1 && visit.siteIndex <= inputs_.siteCount;
     if (knownSite && !visit.spider &&
-        visit.visitNumber >= world_.site(visit.siteIndex).returnLimit) {
+        visit.visitNumber >= inputs_.site(visit.siteIndex).returnLimit) {
       AddException(visit.siteIndex, kRepeatVisitor, visit.lastHitTime, std::nullopt,
                    visit.hostName, visit.visitNumber);
     }
@@ -123,8 +122,8 @@ void Database::ChangeFriendlyName(std::string_view ip, std::string_view newName)
     const auto& f = fields_->visitor;
     char key[kVisitorKeyLength];
     PadInto(key, schema::kIpWidth, ip);
-    for (int i = 1; i <= world_.siteCount; ++i) {
-      PadInto(key + schema::kIpWidth, schema::kSiteWidth, world_.site(i).name);
+    for (int i = 1; i <= inputs_.siteCount; ++i) {
+      PadInto(key + schema::kIpWidth, schema::kSiteWidth, inputs_.site(i).name);
       lastStatus_ = VAVIS.SeekKey(detail::View(key, kVisitorKeyLength));
       if (lastStatus_ == dbase::kOk) {
         VAVIS.SetText(f.name, newName);

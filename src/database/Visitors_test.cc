@@ -34,7 +34,7 @@ int CountExceptions(const std::vector<dbtest::Record>& rows, const std::string& 
 TEST(Visitors, VisitsAreNumberedPerVisitorInOrderOfTheirStart) {
   DbRun run;
   run.world.site(1).returnLimit = 3;
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   const std::string ref = "http://www.example.com/a/b.htm";
@@ -93,7 +93,7 @@ TEST(Visitors, VisitsAreNumberedPerVisitorInOrderOfTheirStart) {
 
 TEST(Visitors, ReferrerRecordsOnlyForNonEmptyReferrersAndWhenAsked) {
   DbRun run;
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   StartVisit(f, "10.0.0.1", At(9, 0, 0), "   ");
@@ -108,7 +108,7 @@ TEST(Visitors, ReferrerRecordsOnlyForNonEmptyReferrersAndWhenAsked) {
 
 TEST(Visitors, ReferrersThroughKey1ListASitesReferrersByVisitsHighestFirst) {
   DbRun run;
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   const struct {
     const char* site;
@@ -141,7 +141,7 @@ TEST(Visitors, ReferrersThroughKey1ListASitesReferrersByVisitsHighestFirst) {
 TEST(Visitors, NewVisitorIsAppendedEvenWhenItsExceptionWritesABatch) {
   DbRun run;
   run.world.site(1).returnLimit = 1;  // every visit raises 133
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   StartVisit(f, "10.0.0.1", At(9, 0, 0));
@@ -162,7 +162,7 @@ TEST(Visitors, NewVisitorIsAppendedEvenWhenItsExceptionWritesABatch) {
 
 TEST(Visitors, HackCountsAndFriendlyNames) {
   DbRun run;
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   database::Visit v = MakeVisit("10.0.0.1", At(9, 0, 0));
@@ -206,7 +206,7 @@ TEST(Visitors, HackCountsAndFriendlyNames) {
 
 TEST(Visitors, ChangeFriendlyNameOpensTheDatabaseWhenClosed) {
   DbRun run;
-  database::Database f(run.world);
+  database::Database f(run.Inputs());
   f.ChangeFriendlyName("10.0.0.1", "Nobody");
   EXPECT_TRUE(f.DatabaseOpen());
   EXPECT_EQ(f.Inspect(database::TableId::kVisitor).RecordCount(), 0);
