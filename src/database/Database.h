@@ -8,9 +8,9 @@
 // "Exceptions", "Referrers" and "Downloads", which the scan writes without reading them for
 // anything else, can be written on a writer thread of the database's own (WriteInBackground).
 // Table-engine statuses are never errors: each is kept as the shared last status (LastStatus()),
-// which later code may read. Operations that report failures catch
-// them, write one line to errors.log under their location word and return their default result;
-// nothing here throws to the caller.
+// which later code may read. Operations that report failures catch them, write one line to
+// errors.log under their location word and return their default result; nothing here throws to
+// the caller.
 //
 // Visits are handed over as the visit-state record itself (Visit.h), which stays valid until the
 // hit analysis next sweeps its visit table.
@@ -50,8 +50,7 @@ class Database {
   Database& operator=(const Database&) = delete;
 
   // The counters that the database raises but the hit analysis owns. REQUIRES: `hooks` outlives
-  // this Database.
-  // Until this is called nothing is counted there.
+  // this Database. Until this is called nothing is counted there.
   void SetHooks(RecordHooks& hooks);
 
   // The name of the site whose logs are being read; every record written gets it as "Site" and
