@@ -1,5 +1,5 @@
 // Test helpers of the hit analysis: a whole run in a temp data folder (World with sites and the
-// built-in catalogue, an open database form F, the hit processing, the log reader's state), a
+// built-in catalogue, an open database, the hit processing, the log reader's state), a
 // feeder for log lines, and a reader that lists a table's records from the files on disk.
 #pragma once
 
@@ -11,7 +11,7 @@
 
 #include "TestSupport.h"
 #include "analysis/HitProcessor.h"
-#include "database/F.h"
+#include "database/Database.h"
 #include "dbase/Table.h"
 #include "loginput/FieldMap.h"
 #include "loginput/RunState.h"
@@ -42,7 +42,7 @@ struct Run {
   tytest::TempDir dir;
   platform::FixedClock clock{vb::DateSerial(2026, 11, 22) + vb::TimeSerial(12, 0, 0)};
   startup::World world{clock};
-  std::unique_ptr<database::F> f;
+  std::unique_ptr<database::Database> f;
   std::unique_ptr<analysis::HitProcessor> hits;
   loginput::RunState input;
 
@@ -61,7 +61,7 @@ struct Run {
       ++world.siteCount;
     }
     startup::RefreshexceptionConstants(world);
-    f = std::make_unique<database::F>(world);
+    f = std::make_unique<database::Database>(database::InputsOf(world));
     f->SetCurrentSite(world.site(1).name);
     ok = f->InitDatabase();
     hits = std::make_unique<analysis::HitProcessor>(world, *f);

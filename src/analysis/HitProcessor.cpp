@@ -59,7 +59,7 @@ int16_t HitServices::MatchAlert(const startup::World& world, int16_t siteIndex,
   return analysis::MatchAlert(world, siteIndex, visit);
 }
 
-HitProcessor::HitProcessor(startup::World& world, database::F& f, HitServices* services)
+HitProcessor::HitProcessor(startup::World& world, database::Database& f, HitServices* services)
     : world_(world),
       f_(f),
       services_(services ? services : &defaultServices_),
@@ -417,7 +417,7 @@ void HitProcessor::Raise(int16_t siteIndex, int16_t number, vb::Date when,
 
 void HitProcessor::WriteDaySummary(int16_t siteIndex) {
   if (siteIndex < 1 || siteIndex > world_.siteCount) return;
-  analysis::WriteDaySummary(f_, world_.errors, world_.site(siteIndex).name, run_.currentLogDate,
+  analysis::WriteDaySummary(f_, world_.site(siteIndex).name, run_.currentLogDate,
                             run_.Site(siteIndex));
 }
 

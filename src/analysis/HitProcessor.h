@@ -3,7 +3,7 @@
 //
 // One HitProcessor serves one run. It owns the visit table of all sites and the run state (the
 // per-site running counters, the run totals and the remembered date of the day summaries), and
-// hands records to the database form F. Everything runs on the scan's one thread.
+// hands records to the database. Everything runs on the scan's one thread.
 #pragma once
 
 #include <array>
@@ -18,7 +18,7 @@
 #include "analysis/ReverseDns.h"
 #include "analysis/RunState.h"
 #include "analysis/VisitTable.h"
-#include "database/F.h"
+#include "database/Database.h"
 #include "loginput/FieldMap.h"
 #include "loginput/HitFields.h"
 #include "startup/World.h"
@@ -36,9 +36,9 @@ struct LineContext {
 class HitProcessor {
  public:
   // REQUIRES: `world` (sites loaded) and `f` outlive this object; `services`, when given, too.
-  // Registers the run state as F's counter hooks. The visit table indexes the DNS host masks of
+  // Registers the run state as the database's counter hooks. The visit table indexes the DNS host masks of
   // the settings up to the first empty slot.
-  HitProcessor(startup::World& world, database::F& f, HitServices* services = nullptr);
+  HitProcessor(startup::World& world, database::Database& f, HitServices* services = nullptr);
   HitProcessor(const HitProcessor&) = delete;
   HitProcessor& operator=(const HitProcessor&) = delete;
 
@@ -109,7 +109,7 @@ class HitProcessor {
   int32_t Timeout() const { return world_.settings.inactivityMins; }
 
   startup::World& world_;
-  database::F& f_;
+  database::Database& f_;
   HitServices defaultServices_;
   HitServices* services_;
   RunState run_;

@@ -6,7 +6,7 @@
 
 namespace analysis {
 
-std::string ReverseDns::ResolveHost(database::Visit& visit, database::F& f) {
+std::string ReverseDns::ResolveHost(database::Visit& visit, database::Database& f) {
   // 1.
   const std::string_view addr = vb::Trim(visit.clientAddress);
   // 2. The cache: this run's "Visitor", then the previous run's.
@@ -29,7 +29,7 @@ std::string ReverseDns::ResolveHost(database::Visit& visit, database::F& f) {
 }
 
 void ReverseDns::RequestComplete(const platform::DnsAnswer& answer, VisitTable& visits,
-                                 database::F& f) {
+                                 database::Database& f) {
   ++counts_.answers;
   if (answer.error) ++counts_.failures;
   // 1.

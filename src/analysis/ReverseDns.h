@@ -13,7 +13,7 @@
 #include <string>
 
 #include "analysis/VisitTable.h"
-#include "database/F.h"
+#include "database/Database.h"
 #include "database/Visit.h"
 #include "platform/Resolver.h"
 
@@ -51,7 +51,7 @@ class ReverseDns {
   // 3. Else, with the setting on and fewer than 100 outstanding, a look-up of addr starts; its
   //    number goes into visit.dnsRequest and the outstanding count is shown.
   // 4. addr: the visit's host name is its address until an answer arrives.
-  std::string ResolveHost(database::Visit& visit, database::F& f);
+  std::string ResolveHost(database::Visit& visit, database::Database& f);
 
   // One finished look-up:
   // 1. An answer without a host name does nothing more.
@@ -62,7 +62,7 @@ class ReverseDns {
   // 4. The outstanding count is shown.
   // 5. No visit waits for it (the visit ended and left the table): the answer goes into the
   //    cache, every "Visitor" record of the address (UpdateDNS), for later visits to find.
-  void RequestComplete(const platform::DnsAnswer& answer, VisitTable& visits, database::F& f);
+  void RequestComplete(const platform::DnsAnswer& answer, VisitTable& visits, database::Database& f);
 
   const DnsCounts& Counts() const { return counts_; }
 

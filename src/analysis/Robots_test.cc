@@ -1,10 +1,7 @@
-// Spider detection, robot learning from "robots.txt" requests, and the robots list file.
+// Spider detection and robot learning from "robots.txt" requests.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "analysis/AnalysisTesting.h"
-#include "analysis/Robots.h"
 #include "analysis/Spider.h"
 #include "startup/RobotList.h"
 
@@ -71,44 +68,6 @@ TEST(RobotLearning, SpiderHitsAreDroppedWhenTheSettingSaysSoAndTypesWithoutCheck
   run.Hit("2026-11-20", "10:00:00", "10.0.0.1", "/a.htm", 200, "Googlebot/2.1", "-", "GET", 2);
   ASSERT_EQ(run.hits->Visits().Count(), 1);
   EXPECT_FALSE(Open(run, 1).spider);
-}
-
-TEST(RobotsFile, AnUnchangedListIsNotRewrittenAndAChangedOneIsWrittenWhole) {
-  tytest::TempDir dir;
-  const auto file = dir.path() / "robots.dat";
-  tytest::WriteFile(file, "1.2.3.4 Old Bot\r\n");
-  const auto past = std::filesystem::file_time_type::clock::now() - std::chrono::hours(48);
-  std::filesystem::last_write_time(file, past);
-
-  startup::RobotList list = ListOf({{"5.6.7.8", "Other Bot"}});
-  EXPECT_TRUE(SaveRobotList(list, dir.str()));
-  EXPECT_EQ(tytest::ReadFile(file), "1.2.3.4 Old Bot\r\n");
-  EXPECT_EQ(std::filesystem::last_write_time(file), past);
-
-  list.Append("9.9.9.9", "New Bot/1.0 (+http://x)");
-  EXPECT_TRUE(SaveRobotList(list, dir.str()));
-  EXPECT_FALSE(list.changed);
-  EXPECT_EQ(tytest::ReadFile(file), "5.6.7.8 Other Bot\r\n9.9.9.9 New Bot/1.0 (+http://x)\r\n");
-  // What was saved loads back as the same list.
-  startup::RobotList back;
-  startup::LoadRobotList(back, dir.str());
-  ASSERT_EQ(back.count, 2);
-  EXPECT_EQ(back.entries[2].agent, "New Bot/1.0 (+http://x)");
-}
-
-TEST(RobotsFile, AListSpelledInUpperCaseIsReplacedAndAnUnwritableFolderKeepsTheOldFile) {
-  tytest::TempDir dir;
-  tytest::WriteFile(dir.path() / "ROBOTS.DAT", "1.2.3.4 Old\r\n");
-  startup::RobotList list = ListOf({});
-  list.Append("5.6.7.8", "Bot");
-  EXPECT_TRUE(SaveRobotList(list, dir.str()));
-  EXPECT_FALSE(std::filesystem::exists(dir.path() / "ROBOTS.DAT"));
-  EXPECT_EQ(tytest::ReadFile(dir.path() / "robots.dat"), "5.6.7.8 Bot\r\n");
-
-  list.Append("6.6.6.6", "Bot2");
-  EXPECT_FALSE(SaveRobotList(list, (dir.path() / "missing" / "folder").string() + "/"));
-  EXPECT_TRUE(list.changed);  // still to be saved
-  EXPECT_EQ(tytest::ReadFile(dir.path() / "robots.dat"), "5.6.7.8 Bot\r\n");
 }
 
 }  // namespace

@@ -51,7 +51,7 @@ struct AnalysisTotals {
 
 // The per-run state: one SiteRunState per site (index 0 unused, like the site list), the run
 // totals, the remembered date of the day summaries and the clock of the latest hit. Also the
-// counter hooks of the database form, which raise the site's download and exception counters.
+// counter hooks of the database, which raise the site's download and exception counters.
 class RunState final : public database::RecordHooks {
  public:
   // REQUIRES: siteCount >= 0. Sites 1..siteCount get a fresh state.

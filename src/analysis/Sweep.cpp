@@ -16,7 +16,7 @@ int64_t FloorMinute(int64_t seconds) {
 
 }  // namespace
 
-void ScanToRemove(VisitTable& visits, database::F& f, RunState& run, vb::Date fileDate,
+void ScanToRemove(VisitTable& visits, database::Database& f, RunState& run, vb::Date fileDate,
                   int32_t inactivityMins) {
   // 1. Mark every visit idle for longer than the inactivity time, measured to the file's date.
   //    On the ordinary calendar that is a last hit before the start of the minute
@@ -48,7 +48,7 @@ void ScanToRemove(VisitTable& visits, database::F& f, RunState& run, vb::Date fi
   if (marked) RemoveInactive(visits, f, run);
 }
 
-void RemoveInactive(VisitTable& visits, database::F& f, RunState& run) {
+void RemoveInactive(VisitTable& visits, database::Database& f, RunState& run) {
   visits.RemoveMarked(
       [&](int32_t i) {
         const database::Visit& v = visits[i];

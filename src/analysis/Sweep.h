@@ -6,7 +6,7 @@
 
 #include "analysis/RunState.h"
 #include "analysis/VisitTable.h"
-#include "database/F.h"
+#include "database/Database.h"
 
 namespace analysis {
 
@@ -14,12 +14,12 @@ namespace analysis {
 // `inactivityMins` whole minutes (minute boundaries crossed) before `fileDate`, the current file
 // date of the site being read: the log's clock, not the wall clock. When any was marked, runs
 // RemoveInactive. Exactly `inactivityMins` minutes keeps a visit open.
-void ScanToRemove(VisitTable& visits, database::F& f, RunState& run, vb::Date fileDate,
+void ScanToRemove(VisitTable& visits, database::Database& f, RunState& run, vb::Date fileDate,
                   int32_t inactivityMins);
 
 // Writes every marked visit (VisitTable::Mark) back to its "Visits" record
 // (UpdateVisitInDatabase), lowering its site's visitor total by one while above 0, then drops the
 // marked visits from the table, keeping the order of the others. Visit indexes taken before this call are invalid after it.
-void RemoveInactive(VisitTable& visits, database::F& f, RunState& run);
+void RemoveInactive(VisitTable& visits, database::Database& f, RunState& run);
 
 }  // namespace analysis

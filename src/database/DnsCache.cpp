@@ -1,12 +1,11 @@
-// The database form F: the DNS cache (host names already known in "Visitor" or in the previous
+// The visitor database: the DNS cache (host names already known in "Visitor" or in the previous
 // run's "VISOLD") and the country code of an address from "IPCC".
 #include <cstring>
 
-#include "database/F.h"
-#include "database/FDetail.h"
+#include "database/Database.h"
+#include "database/TableAccess.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
-#include "startup/World.h"
 #include "vb/Strings.h"
 
 namespace database {
@@ -27,7 +26,7 @@ bool MayHoldIp(int seekStatus, std::string_view entryKey) {
 
 }  // namespace
 
-std::string F::LookupDNS(std::string_view ip, Visit* visit) {
+std::string Database::LookupDNS(std::string_view ip, Visit* visit) {
   try {
     // 1. The one-entry memory answers a repeated question without touching the tables.
     if (ip == memoIp_) {
@@ -84,7 +83,7 @@ std::string F::LookupDNS(std::string_view ip, Visit* visit) {
   return {};
 }
 
-void F::UpdateDNS(std::string_view ip, std::string_view dns) {
+void Database::UpdateDNS(std::string_view ip, std::string_view dns) {
   try {
     // 1.
     char key[schema::kIpWidth];
@@ -103,7 +102,7 @@ void F::UpdateDNS(std::string_view ip, std::string_view dns) {
   }
 }
 
-std::string F::LookupCountryCode(std::string_view ip) {
+std::string Database::LookupCountryCode(std::string_view ip) {
   try {
     // 1. The 12-digit key.
     char buf[48];

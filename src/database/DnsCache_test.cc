@@ -11,7 +11,7 @@ using dbtest::DbRun;
 namespace {
 
 // Records a visitor of `ip` at the current site with the host name `dns`.
-void Visitor(database::F& f, const std::string& ip, const std::string& dns) {
+void Visitor(database::Database& f, const std::string& ip, const std::string& dns) {
   database::Visit v = MakeVisit(ip, At(9, 0, 0));
   v.hostName = dns;
   f.UpdateVisitor(v);
@@ -42,7 +42,7 @@ void MakeCountryTable(const std::string& folder) {
 
 TEST(DnsCache, KnownNamesComeFromVisitorAndAreRemembered) {
   DbRun run;
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   Visitor(f, "10.0.0.1", "one.example.org");
@@ -68,7 +68,7 @@ TEST(DnsCache, KnownNamesComeFromVisitorAndAreRemembered) {
 
 TEST(DnsCache, UpdateDnsRenamesEverySiteRecordOfTheIpAndNoOther) {
   DbRun run;
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   for (const char* site : {"Alpha", "Beta", "Gamma"}) {
     f.SetCurrentSite(site);
@@ -94,10 +94,10 @@ TEST(DnsCache, UpdateDnsRenamesEverySiteRecordOfTheIpAndNoOther) {
 TEST(DnsCache, CountryCodeFromTheNearestRangeRecord) {
   DbRun run;
   MakeCountryTable(run.Data());
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   ASSERT_TRUE(f.CountryTableAvailable());
-  EXPECT_TRUE(f.IPCC.IsOpen());
+  EXPECT_TRUE(f.Inspect(database::TableId::kIpcc).IsOpen());
   EXPECT_EQ(f.LookupCountryCode("10.0.0.0"), "US");
   EXPECT_EQ(f.LookupCountryCode("192.168.0.0"), "GB");
   // Between two range starts the near seek stands on the next range.

@@ -1,12 +1,10 @@
-// The database form F: exception records. AddException composes the exception's message text,
+// The visitor database: exception records. AddException composes the exception's message text,
 // counts it and caches the record; WriteEXCCache appends the cached records in one batch.
 #include <cstring>
 #include <variant>
 
-#include "database/F.h"
-#include "database/FDetail.h"
+#include "database/Database.h"
 #include "database/RecordText.h"
-#include "startup/World.h"
 #include "vb/Format.h"
 #include "vb/Strings.h"
 
@@ -15,17 +13,17 @@ namespace database {
 namespace {
 
 // The cache holds entries 0..kExceptionBatch; the exception that finds it full writes it.
-constexpr int kExceptionBatch = 5000;
+constexpr int kExceptionBatch = ExceptionCache::kBatch;
 
 }  // namespace
 
-bool F::AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
+bool Database::AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
                      std::optional<std::string_view> value, std::string_view ip, int32_t visitNo) {
   try {
     // 1. The catalogue entry; an unknown or switched-off number records nothing.
-    const startup::ExceptionType* type = world_.exceptions.Find(exNumber);
+    const startup::ExceptionType* type = inputs_.exceptions.Find(exNumber);
     if (type == nullptr || !type->raise) return false;
-    if (logDate == 0) logDate = world_.clock.Now();
+    if (logDate == 0) logDate = inputs_.clock.Now();
 
     // 2. The message text. Without a value the catalogue's default value is used, in the text
     //    and in the record.
@@ -70,14 +68,14 @@ bool F::AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
     }
 
     // 3. A full cache is written first; the new exception then starts the next batch.
-    ++exceptionCount_;
-    if (exceptionCount_ > kExceptionBatch) {
+    ++exceptions_.count;
+    if (exceptions_.count > kExceptionBatch) {
       WriteEXCCache();
-      exceptionCount_ = 1;
+      exceptions_.count = 1;
     }
 
     // 4.
-    ExceptionEntry& e = exceptions_[exceptionCount_ - 1];
+    ExceptionEntry& e = exceptions_.entries[exceptions_.count - 1];
     e.filled = true;
     PadInto(e.site, sizeof e.site, currentSite_);
     e.exDate = logDate;
@@ -97,16 +95,16 @@ bool F::AddException(int32_t logNo, int16_t exNumber, vb::Date logDate,
   }
 }
 
-void F::WriteEXCCache() {
+void Database::WriteEXCCache() {
   try {
     // The batch goes to the record writer, in the cache's own array when the writer has a
     // thread of its own (see WritePageCache).
     RecordJob& job = NewJob();
     job.kind = RecordJob::Kind::kExceptions;
-    job.count = exceptionCount_;
-    job.exceptions = HandOverBatch(exceptions_, exceptionCopies_);
+    job.count = exceptions_.count;
+    job.exceptions = writer_.HandOverBatch(exceptions_.entries);
     SubmitJob();
-    exceptionCount_ = 1;
+    exceptions_.count = 1;
   } catch (const std::exception& e) {
     LogFailure("f.WriteEXCCache", e);
   }

@@ -15,7 +15,7 @@ TEST(Exceptions, CatalogueDecidesWhatIsRecordedAndTheText) {
     if (t.number == 131) t.raise = false;
   }
   dbtest::CountingHooks hooks;
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   f.SetHooks(hooks);
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
@@ -57,15 +57,15 @@ TEST(Exceptions, CatalogueDecidesWhatIsRecordedAndTheText) {
 
 TEST(Exceptions, TheFiveThousandAndFirstWritesAFullBatchWithOneBlankRecord) {
   DbRun run;
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   for (int i = 1; i <= 5000; ++i) {
     ASSERT_TRUE(f.AddException(1, 404, At(9, 0, 0), "p" + std::to_string(i)));
   }
-  EXPECT_EQ(f.VAEXP.RecordCount(), 0);  // the 5000th is still cached
+  EXPECT_EQ(f.Inspect(database::TableId::kExceptions).RecordCount(), 0);  // the 5000th is still cached
   ASSERT_TRUE(f.AddException(1, 404, At(9, 0, 0), "p5001"));
-  EXPECT_EQ(f.VAEXP.RecordCount(), 5001);
+  EXPECT_EQ(f.Inspect(database::TableId::kExceptions).RecordCount(), 5001);
   f.CloseDatabase();
   const auto rows = ReadTable(run.Data(), "Exceptions");
   ASSERT_EQ(rows.size(), 5002u);

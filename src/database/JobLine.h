@@ -1,5 +1,5 @@
 // A line of jobs from one thread (the producer) to one writer thread that runs them in the order
-// they were given. The database form hands it the records of its write-only tables, so that
+// they were given. The database hands it the records of its write-only tables, so that
 // building and appending them overlaps the hit analysis on the other processor.
 //
 // The line is a ring of fixed slots: the producer fills the next free slot in place (no copy,

@@ -20,7 +20,7 @@ const char* const kWrittenTables[] = {"VISITS",    "VISITOR", "REFERRERS", "EXCE
 
 // A first run that leaves a "Visitor" table with one resolved, named visitor behind.
 void LeaveVisitorBehind(DbRun& run) {
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   database::Visit v = MakeVisit("10.1.1.1", dbtest::At(9, 0, 0));
@@ -34,14 +34,14 @@ void LeaveVisitorBehind(DbRun& run) {
 
 TEST(Lifecycle, EmptyFolderCreatesAllSevenTablesAndNoLookups) {
   DbRun run;
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   EXPECT_TRUE(f.DatabaseOpen());
   EXPECT_TRUE(f.DatabaseReady());
   EXPECT_FALSE(f.CountryTableAvailable());
   EXPECT_FALSE(f.OldVisitorTableOpen());
-  EXPECT_FALSE(f.IPCC.IsOpen());
-  EXPECT_FALSE(f.VAOLD.IsOpen());
+  EXPECT_FALSE(f.Inspect(database::TableId::kIpcc).IsOpen());
+  EXPECT_FALSE(f.Inspect(database::TableId::kVisOld).IsOpen());
   // The tables are built beside the data folder's own files, which a run that does not
   // complete leaves alone.
   const std::string staging = f.Staging().Staging();
@@ -52,7 +52,7 @@ TEST(Lifecycle, EmptyFolderCreatesAllSevenTablesAndNoLookups) {
   }
   EXPECT_FALSE(FileThere(run.Data(), "VISOLD.DBF"));
   // Downloads are sought by IP, site and visit number.
-  EXPECT_EQ(f.VADL.SelectedTag(), "KEY1");
+  EXPECT_EQ(f.Inspect(database::TableId::kDownloads).SelectedTag(), "KEY1");
   f.CloseDatabase();
   EXPECT_FALSE(f.DatabaseOpen());
   EXPECT_TRUE(f.DatabaseReplaced());
@@ -79,7 +79,7 @@ TEST(Lifecycle, SecondRunReadsPreviousVisitorsWhereTheyLieAndReplacesThemAtClose
   ASSERT_TRUE(FileThere(run.Data(), "VISITOR.DBF"));
   const std::string previous = tytest::ReadFile(fs::path(run.Data()) / "VISITOR.DBF");
 
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   // Nothing is moved aside: the previous visitors stay where they are until the new database
   // is complete.
@@ -87,7 +87,7 @@ TEST(Lifecycle, SecondRunReadsPreviousVisitorsWhereTheyLieAndReplacesThemAtClose
   EXPECT_EQ(tytest::ReadFile(fs::path(run.Data()) / "VISITOR.DBF"), previous);
   EXPECT_TRUE(f.OldVisitorTableOpen());
   // The new "Visitor" starts empty; the old host name and friendly name come from "VISOLD".
-  EXPECT_EQ(f.VAVIS.RecordCount(), 0);
+  EXPECT_EQ(f.Inspect(database::TableId::kVisitor).RecordCount(), 0);
   database::Visit v = MakeVisit("10.1.1.1", dbtest::At(10, 0, 0));
   EXPECT_EQ(f.LookupDNS("10.1.1.1", &v), "host.example.org");
   EXPECT_EQ(v.friendlyName, "Joe Bloggs");
@@ -111,7 +111,7 @@ TEST(Lifecycle, VisOldLeftByAnInterruptedRunIsUsedThenDeleted) {
   fs::rename(fs::path(run.Data()) / "VISITOR.DBF", fs::path(run.Data()) / "visold.dbf");
   fs::rename(fs::path(run.Data()) / "VISITOR.MDX", fs::path(run.Data()) / "visold.mdx");
 
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   EXPECT_TRUE(f.OldVisitorTableOpen());
   EXPECT_EQ(f.LookupDNS("10.1.1.1"), "host.example.org");
@@ -125,7 +125,7 @@ TEST(Lifecycle, PreviousVisitorWithoutIndexFileIsStillUsed) {
   LeaveVisitorBehind(run);
   fs::remove(fs::path(run.Data()) / "VISITOR.MDX");
 
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   ASSERT_TRUE(f.OldVisitorTableOpen());
   EXPECT_EQ(f.LookupDNS("10.1.1.1"), "host.example.org");
@@ -138,7 +138,7 @@ TEST(Lifecycle, PreviousVisitorWithoutIndexFileIsStillUsed) {
 TEST(Lifecycle, FlushAndCloseBeforeASuccessfulInitDoNothing) {
   DbRun run;
   {
-    database::F f(run.world);
+    database::Database f(run.Inputs());
     f.FlushDatabase();
     f.CloseDatabase();
     f.SetCurrentSite("Alpha");
@@ -157,7 +157,7 @@ TEST(Lifecycle, DatabaseThatCannotBeCreatedLeavesThePreviousOneWithOneLogLine) {
   // user.
   fs::remove_all(fs::path(run.Data()) / "Temp");
   tytest::WriteFile(fs::path(run.Data()) / "Temp", "not a folder");
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   EXPECT_FALSE(f.InitDatabase());
   EXPECT_FALSE(f.DatabaseOpen());
   EXPECT_FALSE(f.CountryTableAvailable());
@@ -182,7 +182,7 @@ TEST(Lifecycle, DatabaseThatCannotBeCreatedLeavesThePreviousOneWithOneLogLine) {
 TEST(Lifecycle, MissingOrReadOnlyDataFolderFailsWithoutCrashing) {
   {
     DbRun run((tytest::TempDir().str() + "gone/"));
-    database::F f(run.world);
+    database::Database f(run.Inputs());
     EXPECT_FALSE(f.InitDatabase());  // errors.log cannot be written either: the line is dropped
     EXPECT_FALSE(f.DatabaseReady());
     f.CloseDatabase();
@@ -191,7 +191,7 @@ TEST(Lifecycle, MissingOrReadOnlyDataFolderFailsWithoutCrashing) {
   DbRun run;
   tytest::WriteFile(run.dir.path() / "errors.log", "");
   fs::permissions(run.dir.path(), fs::perms::owner_read | fs::perms::owner_exec);
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   EXPECT_FALSE(f.InitDatabase());
   fs::permissions(run.dir.path(), fs::perms::owner_all);
   EXPECT_NE(run.ErrorsLog().find("FROM CreateDatabase"), std::string::npos);
@@ -199,15 +199,15 @@ TEST(Lifecycle, MissingOrReadOnlyDataFolderFailsWithoutCrashing) {
 
 TEST(Lifecycle, SecondInitRebuildsTheDatabaseWhole) {
   DbRun run;
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   database::Visit v = MakeVisit("10.0.0.1", dbtest::At(9, 0, 0));
   f.UpdateVisitor(v);
   f.AddVisitToDatabase(v, "index.htm");
   ASSERT_TRUE(f.InitDatabase());
-  EXPECT_EQ(f.VAVISITS.RecordCount(), 0);
-  EXPECT_EQ(f.VAVIS.RecordCount(), 0);
+  EXPECT_EQ(f.Inspect(database::TableId::kVisits).RecordCount(), 0);
+  EXPECT_EQ(f.Inspect(database::TableId::kVisitor).RecordCount(), 0);
   // The first database's visitors became this one's "VISOLD".
   EXPECT_TRUE(f.OldVisitorTableOpen());
   f.CloseDatabase();

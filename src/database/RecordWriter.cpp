@@ -1,22 +1,13 @@
-// The database form F: the record writer. The records of "Visits", "Pages", "Exceptions",
-// "Referrers" and "Downloads" are never read back during a scan except by the writes of the same
-// tables (the end of a visit seeks its own record, a referrer's next visit its referrer's
-// record), so they can be
-// built and written apart from the hit analysis: the analysis copies what a record is made of
-// into a job, and the writer turns the jobs into records, one after the other in the order
-// given. With the writer on, that happens on a thread of its own while the analysis goes on with
-// the next hits; with it off, at once.
+// The record writer (see RecordWriter.h): the six kinds of record it writes from its jobs. These
+// functions run on the writer's thread when it is on.
+#include "database/RecordWriter.h"
+
 #include <cstring>
 #include <exception>
-#include <memory>
-#include <mutex>
 
-#include "database/F.h"
-#include "database/FDetail.h"
-#include "database/JobLine.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
-#include "startup/World.h"
+#include "database/TableAccess.h"
 #include "vb/Format.h"
 
 namespace database {
@@ -26,110 +17,13 @@ namespace {
 // Sets a "C" field to "Y" or "N".
 void SetFlag(dbase::Table& t, int field, bool value) { t.SetText(field, value ? "Y" : "N"); }
 
+constexpr int kReferrerKeyLength = schema::kReferrerWidth + schema::kSiteWidth;
+
 }  // namespace
-
-// ---- Handing jobs over -----------------------------------------------------------------------
-
-void F::WriteInBackground(bool on) {
-  if (on && !writer_) {
-    try {
-      // The arrays that carry batches to the writer are taken now, not while the scan runs.
-      for (int k = 0; k < kBatchCopies; ++k) {
-        if (!pageCopies_.arrays[k]) pageCopies_.arrays[k].reset(new PageEntry[kCacheEntries]);
-        if (!exceptionCopies_.arrays[k])
-          exceptionCopies_.arrays[k].reset(new ExceptionEntry[kCacheEntries]);
-      }
-      // The end of a visit rewrites a "Visits" record written long before: it is fetched while
-      // the jobs before it run.
-      writer_ = std::make_unique<JobLine<RecordJob>>(
-          [this](RecordJob& job) { RunJob(job); },
-          [this](const RecordJob& job) {
-            if (job.kind == RecordJob::Kind::kVisitEnd)
-              VAVISITS.PrefetchTicket(tickets_[job.visit & (kTicketSlots - 1)]);
-          });
-    } catch (const std::exception&) {
-      // No thread: the records are written on the caller's thread, as with the writer off.
-      writer_.reset();
-    }
-  } else if (!on && writer_) {
-    WaitForRecords();
-    writer_.reset();
-  }
-}
-
-void F::WaitForRecords() {
-  if (!writer_) return;
-  writer_->Drain();
-  TakeWriterCounts();
-  ReportWriterFailures();
-}
-
-F::RecordJob& F::NewJob() { return writer_ ? writer_->Slot() : *inlineJob_; }
-
-void F::SubmitJob() {
-  if (writer_) {
-    writer_->Push();
-    // What the writer met is written to errors.log soon after, not only at the next wait.
-    if (writerReported_.load(std::memory_order_relaxed)) ReportWriterFailures();
-    return;
-  }
-  if (const int status = RunJob(*inlineJob_); status != kNoStatus) lastStatus_ = status;
-  TakeWriterCounts();
-}
-
-void F::TakeWriterCounts() {
-  totals_.visitRecordsAdded += writerCounts_.visitRecordsAdded;
-  totals_.pageRecordsAdded += writerCounts_.pageRecordsAdded;
-  totals_.exceptionRecordsAdded += writerCounts_.exceptionRecordsAdded;
-  totals_.newReferrers += writerCounts_.newReferrers;
-  writerCounts_ = RunTotals{};
-}
-
-void F::WriterFailure(const char* location, const std::exception& e) {
-  if (!writer_ || !writer_->OnWriter()) {
-    LogFailure(location, e);
-    return;
-  }
-  const std::lock_guard<std::mutex> lock(writerReportsMutex_);
-  writerReports_.push_back({location, std::current_exception(), {}});
-  writerReported_.store(true, std::memory_order_relaxed);
-}
-
-void F::WriterNotice(const char* control, const std::string& message) {
-  if (!writer_ || !writer_->OnWriter()) {
-    world_.errors.LogError(control, message);
-    return;
-  }
-  const std::lock_guard<std::mutex> lock(writerReportsMutex_);
-  writerReports_.push_back({control, nullptr, message});
-  writerReported_.store(true, std::memory_order_relaxed);
-}
-
-void F::ReportWriterFailures() {
-  std::vector<WriterReport> reports;
-  {
-    const std::lock_guard<std::mutex> lock(writerReportsMutex_);
-    writerReported_.store(false, std::memory_order_relaxed);
-    if (writerReports_.empty()) return;
-    reports.swap(writerReports_);
-  }
-  for (const WriterReport& r : reports) {
-    if (!r.failure) {
-      world_.errors.LogError(r.where, r.message);
-      continue;
-    }
-    try {
-      std::rethrow_exception(r.failure);
-    } catch (const std::exception& e) {
-      LogFailure(r.where, e);
-    } catch (...) {
-    }
-  }
-}
 
 // ---- Writing the records -------------------------------------------------------------------
 
-int F::RunJob(RecordJob& job) {
+int RecordWriter::RunJob(RecordJob& job) {
   switch (job.kind) {
     case RecordJob::Kind::kVisitStart:
       return WriteVisitStart(job);
@@ -147,7 +41,7 @@ int F::RunJob(RecordJob& job) {
   return kNoStatus;
 }
 
-int F::WriteVisitStart(const RecordJob& job) {
+int RecordWriter::WriteVisitStart(const RecordJob& job) {
   uint64_t& ticket = tickets_[job.visit & (kTicketSlots - 1)];
   ticket = 0;
   try {
@@ -182,7 +76,7 @@ int F::WriteVisitStart(const RecordJob& job) {
   return kNoStatus;
 }
 
-int F::WriteVisitEnd(const RecordJob& job) {
+int RecordWriter::WriteVisitEnd(const RecordJob& job) {
   try {
     // 1. Key of "Visits" key0: IP + Site + DTOS(VisitDate) + VisitNo.
     constexpr int kKeyLength = schema::kIpWidth + schema::kSiteWidth + 8 + 5;
@@ -220,7 +114,7 @@ int F::WriteVisitEnd(const RecordJob& job) {
   return kNoStatus;
 }
 
-int F::WriteDownload(const RecordJob& job) {
+int RecordWriter::WriteDownload(const RecordJob& job) {
   try {
     const auto& f = fields_->downloads;
     char time[8];
@@ -240,7 +134,7 @@ int F::WriteDownload(const RecordJob& job) {
   return kNoStatus;
 }
 
-int F::WritePageBatch(const RecordJob& job) {
+int RecordWriter::WritePageBatch(const RecordJob& job) {
   int status = kNoStatus;
   try {
     const auto& f = fields_->pages;
@@ -267,7 +161,7 @@ int F::WritePageBatch(const RecordJob& job) {
   return status;
 }
 
-int F::WriteExceptionBatch(const RecordJob& job) {
+int RecordWriter::WriteExceptionBatch(const RecordJob& job) {
   int status = kNoStatus;
   try {
     const auto& f = fields_->exceptions;
@@ -296,6 +190,39 @@ int F::WriteExceptionBatch(const RecordJob& job) {
     WriterFailure("f.WriteEXCCache", e);
   }
   return status;
+}
+
+int RecordWriter::WriteReferrer(const RecordJob& job) {
+  try {
+    const auto& r = fields_->referrers;
+    char time[8];
+    vb::FormatTimeTo(job.startTime, time);
+    char refKey[kReferrerKeyLength];
+    std::memcpy(refKey, job.referrer, schema::kReferrerWidth);
+    std::memcpy(refKey + schema::kReferrerWidth, job.site, schema::kSiteWidth);
+    const bool newReferrer = VAREF.SeekKey(detail::View(refKey, kReferrerKeyLength)) > 0;
+    if (newReferrer) {
+      ++writerCounts_.newReferrers;
+      VAREF.BlankRecord();
+      VAREF.SetDate(r.firstVDate, job.startTime);
+      VAREF.SetText(r.firstVTime, detail::View(time, 8));
+      VAREF.SetNumber(r.visits, 0);
+      VAREF.SetText(r.site, detail::View(job.site, sizeof job.site));
+      VAREF.SetText(r.name, detail::View(job.referrer, sizeof job.referrer));
+    }
+    // Unlike the visitor, a referrer counts a visit that starts at the same second again.
+    const vb::Date lastRef = CombineDateTime(VAREF.GetDate(r.lastVDate), VAREF.GetText(r.lastVTime));
+    const double visits = VAREF.GetNumber(r.visits);
+    if (visits != -1 && WholeSeconds(job.startTime) >= WholeSeconds(lastRef)) {
+      VAREF.SetNumber(r.visits, visits + 1);
+      VAREF.SetDate(r.lastVDate, job.startTime);
+      VAREF.SetText(r.lastVTime, detail::View(time, 8));
+    }
+    return newReferrer ? VAREF.AppendRecord() : VAREF.ReplaceRecord();
+  } catch (const std::exception& e) {
+    WriterFailure("F.UpdateVisitor", e);
+  }
+  return kNoStatus;
 }
 
 }  // namespace database

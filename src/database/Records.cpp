@@ -1,12 +1,10 @@
-// The database form F: visit, page and download records. Visits and downloads are written at
+// The visitor database: visit, page and download records. Visits and downloads are written at
 // once; page views collect in a fixed cache of 5,001 entries and are appended in batches.
 #include <cstring>
 
-#include "database/F.h"
-#include "database/FDetail.h"
+#include "database/Database.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
-#include "startup/World.h"
 #include "vb/Format.h"
 
 namespace database {
@@ -15,18 +13,18 @@ namespace {
 
 // The batch size of the page cache: the call that would take page number kPageBatch writes the
 // batch instead of caching its page.
-constexpr int kPageBatch = 5000;
+constexpr int kPageBatch = PageCache::kBatch;
 
 }  // namespace
 
 template <class Entry>
-void F::PutVisitKey(Entry& to, const Visit& visit) const {
+void Database::PutVisitKey(Entry& to, const Visit& visit) const {
   PadInto(to.ip, sizeof to.ip, visit.clientAddress);
   std::memcpy(to.site, siteKey_.data(), sizeof to.site);
   PutZeroPadded(to.visitNo, sizeof to.visitNo, visit.visitNumber);
 }
 
-void F::AddVisitToDatabase(Visit& visit, std::string_view entryPage) {
+void Database::AddVisitToDatabase(Visit& visit, std::string_view entryPage) {
   try {
     // 1. Referrer, shortened to scheme://host.
     const std::string_view referrer = ShortenReferrer(visit.referrer);
@@ -57,7 +55,7 @@ void F::AddVisitToDatabase(Visit& visit, std::string_view entryPage) {
   }
 }
 
-void F::AddPageToDatabase(const Visit& visit) {
+void Database::AddPageToDatabase(const Visit& visit) {
   try {
     CachePage(visit);
   } catch (const std::exception& e) {
@@ -65,19 +63,19 @@ void F::AddPageToDatabase(const Visit& visit) {
   }
 }
 
-void F::CachePage(const Visit& visit) {
+void Database::CachePage(const Visit& visit) {
   // 1.
-  const int n = pageCount_;
-  pageCount_ = n + 1;
+  const int n = pages_.count;
+  pages_.count = n + 1;
   // 3. The call that reaches the batch size writes the batch, and its own page is not cached:
   //    the tables the product reads have always been written this way, so it stays.
   if (n + 1 == kPageBatch) {
     WritePageCache();
-    pageCount_ = 1;
+    pages_.count = 1;
     return;
   }
   // 2.
-  PageEntry& e = pages_[n];
+  PageEntry& e = pages_.entries[n];
   e.filled = true;
   PutVisitKey(e, visit);
   PadInto(e.page, sizeof e.page, visit.currentPage);
@@ -87,25 +85,25 @@ void F::CachePage(const Visit& visit) {
   e.status = static_cast<int16_t>(visit.status);
 }
 
-void F::WritePageCache() {
+void Database::WritePageCache() {
   try {
     // The batch goes to the record writer. A writer on its own thread takes the cache's array
     // itself, and the cache fills again meanwhile in another one; an array is free again once
     // its batch is written.
     RecordJob& job = NewJob();
     job.kind = RecordJob::Kind::kPages;
-    job.count = pageCount_;
-    job.pages = HandOverBatch(pages_, pageCopies_);
+    job.count = pages_.count;
+    job.pages = writer_.HandOverBatch(pages_.entries);
     SubmitJob();
     // The counter restarts at 1, not 0: entry 0 keeps the first page of the first batch and goes
     // out again with every later batch. Kept as the product's files have always been written.
-    pageCount_ = 1;
+    pages_.count = 1;
   } catch (const std::exception& e) {
     LogFailure("Btree.WritePageCache", e);
   }
 }
 
-void F::AddDownload(const Visit& visit) {
+void Database::AddDownload(const Visit& visit) {
   try {
     // 1.
     hooks_->DownloadCounted(visit.siteIndex);
@@ -122,15 +120,12 @@ void F::AddDownload(const Visit& visit) {
   }
 }
 
-void F::PrefetchVisitUpdate(const Visit& visit) const {
-  // The writer's thread finds its own way to the record; this one only has the record's ticket
-  // at hand when the writer runs here.
-  if (!writer_ && visit.visitsTicket != 0)
-    VAVISITS.PrefetchTicket(tickets_[visit.visitsTicket & (kTicketSlots - 1)]);
+void Database::PrefetchVisitUpdate(const Visit& visit) const {
+  writer_.PrefetchVisitRecord(static_cast<uint32_t>(visit.visitsTicket));
   __builtin_prefetch(visit.currentPage.data());
 }
 
-void F::UpdateVisitInDatabase(const Visit& visit) {
+void Database::UpdateVisitInDatabase(const Visit& visit) {
   try {
     // The record writer seeks the visit's record and writes the end of the visit into it.
     RecordJob& job = NewJob();

@@ -99,7 +99,7 @@ TEST(RecordText, NumbersDurationsAndCountryKeys) {
 
 TEST(Records, VisitRecordIsWrittenAtStartAndCompletedAtEnd) {
   DbRun run;
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   // Five visits whose durations test the minutes rule.
@@ -158,7 +158,7 @@ TEST(Records, EndOfAVisitWithARepeatedKeyCompletesTheFirstRecordOfThatKey) {
   for (const bool background : {false, true}) {
     SCOPED_TRACE(background ? "writer thread" : "at once");
     DbRun run;
-    database::F f(run.world);
+    database::Database f(run.Inputs());
     ASSERT_TRUE(f.InitDatabase());
     f.WriteInBackground(background);
     ASSERT_EQ(f.WritingInBackground(), background);
@@ -213,13 +213,13 @@ TEST(Records, WriterThreadWritesTheSameFilesAsWritingAtOnce) {
   // tickets for (its end then finds its record by key). Written at once and on the writer's
   // thread, the files must be the same byte for byte.
   const auto scan = [](bool background, DbRun& run) {
-    database::F f(run.world);
+    database::Database f(run.Inputs());
     ASSERT_TRUE(f.InitDatabase());
     f.WriteInBackground(background);
     f.SetCurrentSite("Alpha");
     database::Visit longest = MakeVisit("10.200.0.1", At(0, 0, 0, 13));
     f.AddVisitToDatabase(longest, "/first.htm");
-    const int visits = static_cast<int>(database::F::kTicketSlots) + 500;
+    const int visits = static_cast<int>(database::RecordWriter::kTicketSlots) + 500;
     database::Visit open[4];
     for (int i = 0; i < visits; ++i) {
       if (i == visits / 2) f.SetCurrentSite("Beta");
@@ -276,7 +276,7 @@ TEST(Records, WriterThreadWritesTheSameFilesAsWritingAtOnce) {
 
 TEST(Records, PageCacheWritesOnTheFiveThousandthCallAndDropsItsPage) {
   DbRun run;
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   database::Visit v = MakeVisit("10.0.0.1", At(9, 0, 0));
@@ -285,12 +285,12 @@ TEST(Records, PageCacheWritesOnTheFiveThousandthCallAndDropsItsPage) {
     v.currentPage = "p" + std::to_string(n) + ".htm";
     f.AddPageToDatabase(v);
   }
-  EXPECT_EQ(f.VAPG.RecordCount(), 0);  // the 4999th page is still cached
+  EXPECT_EQ(f.Inspect(database::TableId::kPages).RecordCount(), 0);  // the 4999th page is still cached
   v.pageCount = 5000;
   v.currentPage = "p5000.htm";
   f.AddPageToDatabase(v);
   // The batch is entries 0..4999: 4999 pages and one blank record; page 5000 is not among them.
-  EXPECT_EQ(f.VAPG.RecordCount(), 5000);
+  EXPECT_EQ(f.Inspect(database::TableId::kPages).RecordCount(), 5000);
   v.pageCount = 5001;
   v.currentPage = "p5001.htm";
   f.AddPageToDatabase(v);
@@ -316,7 +316,7 @@ TEST(Records, PageCacheWritesOnTheFiveThousandthCallAndDropsItsPage) {
 TEST(Records, DownloadKeepsTheFileNameAndIsCountedForTheSite) {
   DbRun run;
   dbtest::CountingHooks hooks;
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   f.SetHooks(hooks);
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Beta");

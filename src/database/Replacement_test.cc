@@ -35,7 +35,7 @@ std::map<std::string, std::string> Snapshot(const std::string& folder) {
 // A database with `visitors` visitors of site Alpha (10.0.0.1, 10.0.0.2, ...), each with a
 // visit and a page view, written by a run that completes.
 void BuildDatabase(DbRun& run, int visitors, const std::string& hostPrefix = "host") {
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   for (int i = 1; i <= visitors; ++i) {
@@ -98,7 +98,7 @@ TEST(Replacement, RunThatDoesNotCompleteLeavesThePreviousDatabaseByteForByte) {
   const auto before = Snapshot(run.Data());
   {
     // Cancelled: the run closes its tables without replacing the live ones.
-    database::F f(run.world);
+    database::Database f(run.Inputs());
     ASSERT_TRUE(f.InitDatabase());
     f.ReplaceOnClose(false);
     f.SetCurrentSite("Alpha");
@@ -118,7 +118,7 @@ TEST(Replacement, WriteFailureKeepsThePreviousDatabaseAndSaysWhatFailed) {
   DbRun run;
   BuildDatabase(run, 3);
   const auto before = Snapshot(run.Data());
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.WriteInBackground(true);
   f.SetCurrentSite("Alpha");

@@ -1,4 +1,4 @@
-// Run-wide totals of the records that the database form adds during one scan. The scan summary
+// Run-wide totals of the records that the database adds during one scan. The scan summary
 // reads the three records-added figures; the new-visitor and new-referrer counts are kept for
 // statistics.
 #pragma once

@@ -1,5 +1,5 @@
-// Test helpers of the database form's tests: a World with a temp data folder, a few sites, the
-// built-in exception catalogue and a fixed clock; a form F on it; visits to feed it; and readers
+// Test helpers of the database's tests: a World with a temp data folder, a few sites, the
+// built-in exception catalogue and a fixed clock; a Database on it; visits to feed it; and readers
 // that open a table's files from disk and list its records.
 #pragma once
 
@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "TestSupport.h"
-#include "database/F.h"
+#include "database/Database.h"
 #include "database/Visit.h"
 #include "dbase/Table.h"
 #include "platform/Clock.h"
@@ -25,7 +25,7 @@ inline vb::Date At(int hour, int minute, int second, int day = 14) {
   return vb::DateSerial(2026, 3, day) + vb::TimeSerial(hour, minute, second);
 }
 
-// Counts what F reports to the hit analysis.
+// Counts what the database reports to the hit analysis.
 struct CountingHooks : database::RecordHooks {
   std::map<int, int> downloads;
   std::map<int, int> exceptions;
@@ -54,6 +54,7 @@ struct DbRun {
     }
   }
   std::string Data() const { return world.app.dataFolder; }
+  database::DatabaseInputs Inputs() { return database::InputsOf(world); }
   std::string ErrorsLog() const { return tytest::ReadFile(std::filesystem::path(Data()) / "errors.log"); }
 };
 

@@ -1,6 +1,6 @@
 // The visit-state record: one open visit of the in-memory visit table that the hit analysis keeps
 // for all sites at once. The hit analysis owns the table and fills the records; the record
-// operations of the database form F read them and write a few values back (visit number, friendly
+// operations of the database read them and write a few values back (visit number, friendly
 // name, first-visit time, hack count).
 //
 // Fields 1..27 are the visit record proper, in record order. The fields after them are values

@@ -1,12 +1,11 @@
-// The database form F: visitor records (one per IP address and site), visit numbering, the
+// The visitor database: visitor records (one per IP address and site), visit numbering, the
 // referrer counts, hack counts and friendly names.
 #include <cstring>
 
-#include "database/F.h"
-#include "database/FDetail.h"
+#include "database/Database.h"
+#include "database/TableAccess.h"
 #include "database/RecordText.h"
 #include "database/Schema.h"
-#include "startup/World.h"
 #include "vb/Format.h"
 #include "vb/Strings.h"
 
@@ -15,14 +14,13 @@ namespace database {
 namespace {
 
 constexpr int kVisitorKeyLength = schema::kIpWidth + schema::kSiteWidth;
-constexpr int kReferrerKeyLength = schema::kReferrerWidth + schema::kSiteWidth;
 
 // The exception raised for a visitor who returns at least the site's return limit of times.
 constexpr int16_t kRepeatVisitor = 133;
 
 }  // namespace
 
-void F::UpdateVisitor(Visit& visit, bool dontUpdateReferrer) {
+void Database::UpdateVisitor(Visit& visit, bool dontUpdateReferrer) {
   try {
     const auto& f = fields_->visitor;
     char time[8];
@@ -75,9 +73,9 @@ void F::UpdateVisitor(Visit& visit, bool dontUpdateReferrer) {
         CombineDateTime(VAVIS.GetDate(f.firstVDate), VAVIS.GetText(f.firstVTime));
 
     // 7. Repeat visitor.
-    const bool knownSite = visit.siteIndex >= 1 && visit.siteIndex <= world_.siteCount;
+    const bool knownSite = visit.siteIndex >= 1 && visit.siteIndex <= inputs_.siteCount;
     if (knownSite && !visit.spider &&
-        visit.visitNumber >= world_.site(visit.siteIndex).returnLimit) {
+        visit.visitNumber >= inputs_.site(visit.siteIndex).returnLimit) {
       AddException(visit.siteIndex, kRepeatVisitor, visit.lastHitTime, std::nullopt,
                    visit.hostName, visit.visitNumber);
     }
@@ -101,40 +99,7 @@ void F::UpdateVisitor(Visit& visit, bool dontUpdateReferrer) {
   }
 }
 
-int F::WriteReferrer(const RecordJob& job) {
-  try {
-    const auto& r = fields_->referrers;
-    char time[8];
-    vb::FormatTimeTo(job.startTime, time);
-    char refKey[kReferrerKeyLength];
-    std::memcpy(refKey, job.referrer, schema::kReferrerWidth);
-    std::memcpy(refKey + schema::kReferrerWidth, job.site, schema::kSiteWidth);
-    const bool newReferrer = VAREF.SeekKey(detail::View(refKey, kReferrerKeyLength)) > 0;
-    if (newReferrer) {
-      ++writerCounts_.newReferrers;
-      VAREF.BlankRecord();
-      VAREF.SetDate(r.firstVDate, job.startTime);
-      VAREF.SetText(r.firstVTime, detail::View(time, 8));
-      VAREF.SetNumber(r.visits, 0);
-      VAREF.SetText(r.site, detail::View(job.site, sizeof job.site));
-      VAREF.SetText(r.name, detail::View(job.referrer, sizeof job.referrer));
-    }
-    // Unlike the visitor, a referrer counts a visit that starts at the same second again.
-    const vb::Date lastRef = CombineDateTime(VAREF.GetDate(r.lastVDate), VAREF.GetText(r.lastVTime));
-    const double visits = VAREF.GetNumber(r.visits);
-    if (visits != -1 && WholeSeconds(job.startTime) >= WholeSeconds(lastRef)) {
-      VAREF.SetNumber(r.visits, visits + 1);
-      VAREF.SetDate(r.lastVDate, job.startTime);
-      VAREF.SetText(r.lastVTime, detail::View(time, 8));
-    }
-    return newReferrer ? VAREF.AppendRecord() : VAREF.ReplaceRecord();
-  } catch (const std::exception& e) {
-    WriterFailure("F.UpdateVisitor", e);
-  }
-  return kNoStatus;
-}
-
-void F::UpdateHackCount(Visit& visit) {
+void Database::UpdateHackCount(Visit& visit) {
   try {
     char key[kVisitorKeyLength];
     PadInto(key, schema::kIpWidth, visit.clientAddress);
@@ -151,14 +116,14 @@ void F::UpdateHackCount(Visit& visit) {
   }
 }
 
-void F::ChangeFriendlyName(std::string_view ip, std::string_view newName) {
+void Database::ChangeFriendlyName(std::string_view ip, std::string_view newName) {
   try {
     if (!DatabaseReady()) return;
     const auto& f = fields_->visitor;
     char key[kVisitorKeyLength];
     PadInto(key, schema::kIpWidth, ip);
-    for (int i = 1; i <= world_.siteCount; ++i) {
-      PadInto(key + schema::kIpWidth, schema::kSiteWidth, world_.site(i).name);
+    for (int i = 1; i <= inputs_.siteCount; ++i) {
+      PadInto(key + schema::kIpWidth, schema::kSiteWidth, inputs_.site(i).name);
       lastStatus_ = VAVIS.SeekKey(detail::View(key, kVisitorKeyLength));
       if (lastStatus_ == dbase::kOk) {
         VAVIS.SetText(f.name, newName);
@@ -170,7 +135,7 @@ void F::ChangeFriendlyName(std::string_view ip, std::string_view newName) {
   }
 }
 
-std::string F::GetFriendlyName(std::string_view ip) {
+std::string Database::GetFriendlyName(std::string_view ip) {
   try {
     // The IP followed by a blank site: the first record of that IP for any site.
     char key[kVisitorKeyLength];

@@ -14,7 +14,7 @@ using dbtest::DbRun;
 namespace {
 
 // The visit of `ip` starting at `start`, passed through UpdateVisitor; returns its number.
-int StartVisit(database::F& f, const std::string& ip, vb::Date start,
+int StartVisit(database::Database& f, const std::string& ip, vb::Date start,
                const std::string& referrer = "", bool spider = false) {
   database::Visit v = MakeVisit(ip, start);
   v.referrer = referrer;
@@ -34,7 +34,7 @@ int CountExceptions(const std::vector<dbtest::Record>& rows, const std::string& 
 TEST(Visitors, VisitsAreNumberedPerVisitorInOrderOfTheirStart) {
   DbRun run;
   run.world.site(1).returnLimit = 3;
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   const std::string ref = "http://www.example.com/a/b.htm";
@@ -93,7 +93,7 @@ TEST(Visitors, VisitsAreNumberedPerVisitorInOrderOfTheirStart) {
 
 TEST(Visitors, ReferrerRecordsOnlyForNonEmptyReferrersAndWhenAsked) {
   DbRun run;
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   StartVisit(f, "10.0.0.1", At(9, 0, 0), "   ");
@@ -108,7 +108,7 @@ TEST(Visitors, ReferrerRecordsOnlyForNonEmptyReferrersAndWhenAsked) {
 
 TEST(Visitors, ReferrersThroughKey1ListASitesReferrersByVisitsHighestFirst) {
   DbRun run;
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   const struct {
     const char* site;
@@ -141,15 +141,15 @@ TEST(Visitors, ReferrersThroughKey1ListASitesReferrersByVisitsHighestFirst) {
 TEST(Visitors, NewVisitorIsAppendedEvenWhenItsExceptionWritesABatch) {
   DbRun run;
   run.world.site(1).returnLimit = 1;  // every visit raises 133
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   StartVisit(f, "10.0.0.1", At(9, 0, 0));
   // Fill the exception cache to the brim, so that the next exception writes the batch.
   for (int i = 0; i < 4999; ++i) f.AddException(1, 404, At(9, 1, 0), "x.htm");
-  EXPECT_EQ(f.VAEXP.RecordCount(), 0);
+  EXPECT_EQ(f.Inspect(database::TableId::kExceptions).RecordCount(), 0);
   StartVisit(f, "10.0.0.2", At(9, 2, 0));  // new visitor; its 133 writes 5001 records first
-  EXPECT_EQ(f.VAEXP.RecordCount(), 5001);
+  EXPECT_EQ(f.Inspect(database::TableId::kExceptions).RecordCount(), 5001);
   StartVisit(f, "10.0.0.1", At(9, 3, 0));  // known visitor
   f.CloseDatabase();
   const auto visitors = ReadTable(run.Data(), "Visitor", "key0");
@@ -162,7 +162,7 @@ TEST(Visitors, NewVisitorIsAppendedEvenWhenItsExceptionWritesABatch) {
 
 TEST(Visitors, HackCountsAndFriendlyNames) {
   DbRun run;
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   ASSERT_TRUE(f.InitDatabase());
   f.SetCurrentSite("Alpha");
   database::Visit v = MakeVisit("10.0.0.1", At(9, 0, 0));
@@ -206,8 +206,8 @@ TEST(Visitors, HackCountsAndFriendlyNames) {
 
 TEST(Visitors, ChangeFriendlyNameOpensTheDatabaseWhenClosed) {
   DbRun run;
-  database::F f(run.world);
+  database::Database f(run.Inputs());
   f.ChangeFriendlyName("10.0.0.1", "Nobody");
   EXPECT_TRUE(f.DatabaseOpen());
-  EXPECT_EQ(f.VAVIS.RecordCount(), 0);
+  EXPECT_EQ(f.Inspect(database::TableId::kVisitor).RecordCount(), 0);
 }

@@ -41,7 +41,7 @@ ScanDriver::ScanDriver(startup::World& world, platform::Frontend& ui, const RunT
     : world_(world),
       ui_(*this, ui),
       timer_(timer),
-      f_(world),
+      f_(database::InputsOf(world)),
       hits_(world, f_, services),
       siteTimes_(static_cast<size_t>(world.siteCount) + 1) {}
 

@@ -5,7 +5,7 @@
 //
 // The driver is the log reader's hook object: it passes each data line on to the hit processing,
 // moves the file progress bar, paces the resolver and writes the daily summaries. It owns the
-// run's state: the database form, the hit processing (visit table and per-site counters) and the
+// run's state: the database, the hit processing (visit table and per-site counters) and the
 // log-input state. There is no resumption: every scan re-creates the database and reads every file
 // from its first byte.
 //
@@ -27,7 +27,7 @@
 
 #include "analysis/HitProcessor.h"
 #include "analysis/HitServices.h"
-#include "database/F.h"
+#include "database/Database.h"
 #include "loginput/RunState.h"
 #include "loginput/ScanHooks.h"
 #include "platform/Frontend.h"
@@ -122,7 +122,7 @@ class ScanDriver final : public loginput::ScanHooks {
   // The records-added figures of the summary: visits opened and page hits counted by the hit
   // processing (its run totals), and the exception records the database appended.
   database::RunTotals SummaryTotals();
-  database::F& Database() { return f_; }
+  database::Database& Database() { return f_; }
   analysis::HitProcessor& Hits() { return hits_; }
   loginput::RunState& Input() { return input_; }
   std::vector<SiteRunTimes>& SiteTimes() { return siteTimes_; }
@@ -176,7 +176,7 @@ class ScanDriver final : public loginput::ScanHooks {
   startup::World& world_;
   Window ui_;
   const RunTimer& timer_;
-  database::F f_;
+  database::Database f_;
   analysis::HitProcessor hits_;
   loginput::RunState input_;
   platform::Resolver* resolver_ = nullptr;

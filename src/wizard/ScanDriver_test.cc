@@ -326,7 +326,7 @@ TEST(ScanDriver, CancelDuringUnpackingAbortsItAndRemovesWhatWasUnpacked) {
 TEST(SiteAlerts, ActiveVisitorThresholdsAndQuietTimesAsTheProductKeepsThem) {
   ScanWorld t;
   t.AddSite("Alpha", "a");
-  database::F f(t.w());
+  database::Database f(database::InputsOf(t.w()));
   analysis::RunState run(1);
   f.SetHooks(run);
   ASSERT_TRUE(f.InitDatabase());

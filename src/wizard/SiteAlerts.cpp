@@ -21,7 +21,7 @@ int32_t ValueAsLong(const startup::ExceptionValue& value) {
 
 // One "no visitors" entry. `quietSince` is where the minutes are counted from, `written` the
 // time this entry sets.
-void CheckQuiet(startup::World& world, database::F& f, const analysis::SiteRunState& site,
+void CheckQuiet(startup::World& world, database::Database& f, const analysis::SiteRunState& site,
                 int16_t siteIndex, const startup::ExceptionType& entry, vb::Date quietSince,
                 vb::Date& written, vb::Date now) {
   if (site.visitorTotal != 0) {
@@ -38,7 +38,7 @@ void CheckQuiet(startup::World& world, database::F& f, const analysis::SiteRunSt
 
 }  // namespace
 
-void CheckSiteAlerts(startup::World& world, database::F& f, analysis::SiteRunState& site,
+void CheckSiteAlerts(startup::World& world, database::Database& f, analysis::SiteRunState& site,
                      int16_t siteIndex) {
   try {
     const vb::Date now = world.clock.Now();

@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "analysis/RunState.h"
-#include "database/F.h"
+#include "database/Database.h"
 #include "startup/World.h"
 
 namespace wizard {
@@ -26,7 +26,7 @@ namespace wizard {
 // "now" is the wall clock of `world`, not the log's time, and is the date of the records. A value
 // that does not convert (text, none, out of range) ends the pass silently at that entry; later
 // entries are not checked. Never throws.
-void CheckSiteAlerts(startup::World& world, database::F& f, analysis::SiteRunState& site,
+void CheckSiteAlerts(startup::World& world, database::Database& f, analysis::SiteRunState& site,
                      int16_t siteIndex);
 
 }  // namespace wizard

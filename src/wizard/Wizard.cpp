@@ -3,8 +3,8 @@
 
 #include <exception>
 
-#include "analysis/Robots.h"
 #include "startup/Engine.h"
+#include "startup/RobotList.h"
 #include "startup/ExceptionCatalogue.h"
 #include "startup/Sites.h"
 #include "vb/Dates.h"
@@ -163,7 +163,7 @@ void Wizard::Unload() {
   } catch (const std::exception&) {
   }
   try {
-    analysis::SaveRobotList(world_.robots, world_.app.dataFolder);
+    startup::SaveRobotList(world_.robots, world_.app.dataFolder);
   } catch (const std::exception&) {
   }
 }

@@ -1,58 +1,56 @@
-// The database form F: owner of the nine table controls from InitDatabase to CloseDatabase, and
-// every record operation that the scan performs on the tables: visits, page views (batched),
-// downloads, visitors and referrers, exceptions (batched), the DNS cache and country codes.
+// The visitor database: owner of the nine tables from InitDatabase to CloseDatabase, and of
+// every record operation that the scan performs on them: visits, page views (batched),
+// downloads, visitors and referrers, exceptions (batched), the day summaries, the DNS cache and
+// country codes. Nothing outside it touches a table.
 //
-// One F exists per run; it is created by the scan driver and passed by reference. All its
+// One Database exists per run; it is created by the scan driver and passed by reference. All its
 // operations are called from the scan's one thread. The records of "Visits", "Pages",
 // "Exceptions", "Referrers" and "Downloads", which the scan writes without reading them for
-// anything else, can be written on a writer thread of F's own (WriteInBackground). Table-engine statuses are never errors: each is kept as the shared
-// last status (LastStatus()), which later code may read. Operations that report failures catch
-// them, write one line to errors.log under their location word and return their default result;
-// nothing here throws to the caller.
+// anything else, can be written on a writer thread of the database's own (WriteInBackground).
+// Table-engine statuses are never errors: each is kept as the shared last status (LastStatus()),
+// which later code may read. Operations that report failures catch them, write one line to
+// errors.log under their location word and return their default result; nothing here throws to
+// the caller.
 //
 // Visits are handed over as the visit-state record itself (Visit.h), which stays valid until the
 // hit analysis next sweeps its visit table.
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <cstdint>
 #include <exception>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "database/DatabaseInputs.h"
+#include "database/DayCounts.h"
+#include "database/ExceptionCache.h"
+#include "database/PageCache.h"
 #include "database/RecordHooks.h"
+#include "database/RecordWriter.h"
 #include "database/Replacement.h"
 #include "database/RunTotals.h"
+#include "database/TableFields.h"
+#include "database/TableId.h"
 #include "database/Visit.h"
 #include "dbase/Table.h"
 #include "vb/Dates.h"
 
-namespace startup {
-struct World;
-}
-
 namespace database {
 
-template <class Job>
-class JobLine;
-
-class F {
+class Database {
  public:
-  // REQUIRES: `world` outlives this F. F reads from it the data folder, the error log, the site
-  // list (names and repeat-visit limits), the exception catalogue and the clock.
-  explicit F(startup::World& world);
-  // Closing the form closes the database (CloseDatabase); nothing it raises escapes.
-  ~F();
-  F(const F&) = delete;
-  F& operator=(const F&) = delete;
+  // REQUIRES: what `inputs` refers to outlives this Database (see DatabaseInputs.h).
+  explicit Database(const DatabaseInputs& inputs);
+  // Destroying the database closes it (CloseDatabase); nothing that raises escapes.
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
 
-  // The counters that F raises but the hit analysis owns. REQUIRES: `hooks` outlives this F.
-  // Until this is called nothing is counted there.
+  // The counters that the database raises but the hit analysis owns. REQUIRES: `hooks` outlives
+  // this Database. Until this is called nothing is counted there.
   void SetHooks(RecordHooks& hooks);
 
   // The name of the site whose logs are being read; every record written gets it as "Site" and
@@ -107,26 +105,24 @@ class F {
   // The status of the latest table-engine operation that returned one (0 = success/found).
   // Records written on the writer thread do not set it.
   int LastStatus() const { return lastStatus_; }
-  // For code outside F that writes through F's controls (the day summaries on VADAY).
-  void SetLastStatus(int status) { lastStatus_ = status; }
   RunTotals& Totals() { return totals_; }
   const RunTotals& Totals() const { return totals_; }
 
-  // ---- The record writer -------------------------------------------------------------------------
+  // ---- The record writer (RecordWriter.h) ----------------------------------------------------
 
   // On: the records of "Visits", "Pages", "Exceptions", "Referrers" and "Downloads" are written
   // on a writer thread, in the order they were handed over, while the caller goes on; their
   // failures reach errors.log with the next record handed over, and their counts reach Totals()
   // at the next WaitForRecords. Those five tables must then not be used directly before
-  // WaitForRecords (F's own operations wait themselves). Off, the default: every record is
-  // written before its call returns. The tables get the same bytes either way. Turning it off
+  // WaitForRecords (the database's own operations wait themselves). Off, the default: every
+  // record is written before its call returns. The tables get the same bytes either way. Turning it off
   // waits for the records first. When no thread can be started the writing stays on the
   // caller's thread.
-  void WriteInBackground(bool on);
-  bool WritingInBackground() const { return writer_ != nullptr; }
+  void WriteInBackground(bool on) { writer_.WriteInBackground(on); }
+  bool WritingInBackground() const { return writer_.InBackground(); }
   // Returns when every record handed to the writer is in its table, after writing the failures
   // it met to errors.log and adding its counts to Totals(). Does nothing when the writer is off.
-  void WaitForRecords();
+  void WaitForRecords() { writer_.WaitForRecords(); }
 
   // ---- Visit, page and download records --------------------------------------------------------
 
@@ -200,33 +196,20 @@ class F {
   // or a part that is not a number, is logged under "F.LookupCountryCode" and gives empty.
   std::string LookupCountryCode(std::string_view ip);
 
-  // ---- The table controls (the daily summaries write "DaySum" through VADAY) -------------------
+  // ---- Day summaries ---------------------------------------------------------------------------
 
-  dbase::Table VAVISITS;  // "Visits"
-  dbase::Table VAVIS;     // "Visitor"
-  dbase::Table VAREF;     // "Referrers"
-  dbase::Table VAEXP;     // "Exceptions"
-  dbase::Table VAPG;      // "Pages"
-  dbase::Table VADL;      // "Downloads"
-  dbase::Table VADAY;     // "DaySum"
-  dbase::Table IPCC;      // "IPCC", read only, opened when present
-  dbase::Table VAOLD;     // "VISOLD", the previous "Visitor", read only, opened when present
+  // Writes the "DaySum" record of site `siteName` for `day` with `counts`: an existing record of
+  // the same site and day is overwritten (not added to), otherwise one is appended. The table's
+  // status becomes the last status. Failures are logged under "Engine.WriteDaySummary".
+  void WriteDaySummaryRecord(std::string_view siteName, vb::Date day, const DayCounts& counts);
 
-  // Capacity of the page and exception caches (entries 0..5000).
-  static constexpr int kCacheEntries = 5001;
-  // Slots of the writer's ring of "Visits" tickets. A visit still open when this many later
-  // visits have started finds its slot taken; its ticket then proves nothing, and the end of the
-  // visit seeks its record by key instead.
-  static constexpr uint32_t kTicketSlots = uint32_t(1) << 16;
+  // ---- Looking at the tables -----------------------------------------------------------------
+
+  // A table as it stands, to be looked at, never written (the checks of a run read their
+  // record counts and open state).
+  const dbase::Table& Inspect(TableId table) const;
 
  private:
-  struct PageEntry;
-  struct ExceptionEntry;
-  struct Fields;
-  struct RecordJob;
-  template <class Entry>
-  struct BatchCopies;
-
   bool CreateDatabase();
   void WriteEXCCache();
   void ResolveFields();
@@ -237,39 +220,28 @@ class F {
   void PutVisitKey(Entry& to, const Visit& visit) const;
   void LogFailure(const char* location, const std::exception& e);
 
-  // The record writer. NewJob gives the job to fill, SubmitJob hands it over (with the writer
-  // off it runs at once). RunJob and the Write* functions run on the writer thread when it is
-  // on, and touch nothing but the five tables, the ticket ring and writerCounts_. They return
-  // the status of their last table operation, or kNoStatus when none ran (an empty batch, a
-  // failure caught): the shared last status then stays as it was.
-  static constexpr int kNoStatus = -1000000;
-  RecordJob& NewJob();
-  void SubmitJob();
-  int RunJob(RecordJob& job);
-  int WriteVisitStart(const RecordJob& job);
-  int WriteVisitEnd(const RecordJob& job);
-  int WritePageBatch(const RecordJob& job);
-  int WriteExceptionBatch(const RecordJob& job);
-  int WriteReferrer(const RecordJob& job);
-  int WriteDownload(const RecordJob& job);
-  // A failure or an engine notice met while writing: logged at once on the caller's thread,
-  // kept for WaitForRecords on the writer thread.
-  void WriterFailure(const char* location, const std::exception& e);
-  void WriterNotice(const char* control, const std::string& message);
-  // The batch in `cache` as the writer gets it, for the job being filled (NewJob): the cache
-  // itself when the writer runs on this thread. Otherwise the cache's array goes with the job,
-  // and the cache goes on in the next of the kBatchCopies arrays, in turn (waiting for the
-  // writer when that one's last batch is not written yet), with the batch's first entry carried
-  // over: a cache's entries from the second on are filled again before they are handed over.
-  template <class Entry>
-  const Entry* HandOverBatch(std::unique_ptr<Entry[]>& cache, BatchCopies<Entry>& copies);
-  // Writes the failures and notices the writer kept to errors.log.
-  void ReportWriterFailures();
-  // Adds the writer's counts to the run totals.
-  void TakeWriterCounts();
+  // The record writer's job to fill, and handing it over; a status it returns becomes the
+  // last status.
+  RecordJob& NewJob() { return writer_.NewJob(); }
+  void SubmitJob() {
+    if (const int status = writer_.SubmitJob(); status != RecordWriter::kNoStatus)
+      lastStatus_ = status;
+  }
   static void SortPendingKeys(dbase::Table& t);
 
-  startup::World& world_;
+  DatabaseInputs inputs_;
+
+  // The table controls.
+  dbase::Table VAVISITS;  // "Visits"
+  dbase::Table VAVIS;     // "Visitor"
+  dbase::Table VAREF;     // "Referrers"
+  dbase::Table VAEXP;     // "Exceptions"
+  dbase::Table VAPG;      // "Pages"
+  dbase::Table VADL;      // "Downloads"
+  dbase::Table VADAY;     // "DaySum"
+  dbase::Table IPCC;      // "IPCC", read only, opened when present
+  dbase::Table VAOLD;     // "VISOLD", the previous "Visitor", read only, opened when present
+
   RecordHooks defaultHooks_;
   RecordHooks* hooks_ = &defaultHooks_;
 
@@ -297,11 +269,8 @@ class F {
   int engineHandle_ = 0;
   RunTotals totals_;
 
-  // Page cache and exception cache: fixed arrays, filled without allocating.
-  std::unique_ptr<PageEntry[]> pages_;
-  int pageCount_ = 0;
-  std::unique_ptr<ExceptionEntry[]> exceptions_;
-  int exceptionCount_ = 0;
+  PageCache pages_;
+  ExceptionCache exceptions_;
   std::string exceptionText_;
   std::string defaultValue_;
   // The last catalogue default number converted to text, and its text.
@@ -309,51 +278,20 @@ class F {
   bool defaultNumberKnown_ = false;
   std::string defaultNumberText_;
 
-  std::unique_ptr<Fields> fields_;  // field indexes, resolved once at open
+  std::unique_ptr<TableFields> fields_;  // field indexes, resolved once at open
 
-  // The record writer's state (its thread is writer_, the last member): the job filled when it
-  // is off, the ring of "Visits" tickets by visit number, and the counts of records it appended
-  // since they were last added to totals_. Batches of pages and exceptions go to the writer as
-  // copies in the arrays below.
-  std::unique_ptr<RecordJob> inlineJob_;
-  std::unique_ptr<uint64_t[]> tickets_;
+  // The number of the latest visit whose record went to the writer (its ticket's slot).
   uint32_t visitsNumbered_ = 0;
-  RunTotals writerCounts_;
-  // Arrays that carry batches to the writer. The writer falls behind by a few batches now and
-  // then (while it merges the keys it has gathered); with only two arrays the analysis then
-  // stopped to wait for it several times in a large scan.
-  static constexpr int kBatchCopies = 4;
-  template <class Entry>
-  struct BatchCopies {
-    std::unique_ptr<Entry[]> arrays[kBatchCopies];  // taken when the writer's thread starts
-    uint64_t jobOf[kBatchCopies] = {};  // the job that carried each array's last batch (0: none)
-    int next = 0;
-  };
-  BatchCopies<PageEntry> pageCopies_;
-  BatchCopies<ExceptionEntry> exceptionCopies_;
-  // Failures and engine notices met on the writer thread, in order: where (location or
-  // control) and either the failure or the notice's message.
-  struct WriterReport {
-    const char* where;
-    std::exception_ptr failure;
-    std::string message;
-  };
-  std::mutex writerReportsMutex_;
-  std::vector<WriterReport> writerReports_;
-  std::atomic<bool> writerReported_{false};  // writerReports_ holds something
 
   // One-entry DNS memory: the last IP answered, its host name and friendly name.
   std::string memoIp_;
   std::string memoHost_;
   std::string memoName_;
 
-  // Reused buffers of the per-hit path.
-  std::string referrer_;
-  std::string key_;
-
-  // The record writer's thread, null when off. Last, so that it ends first: jobs still waiting
-  // when the form is destroyed run while everything they use is still there.
-  std::unique_ptr<JobLine<RecordJob>> writer_;
+  // The record writer of "Visits", "Pages", "Exceptions", "Referrers" and "Downloads". Last, so
+  // that it ends first: jobs still waiting when the database is destroyed run while everything
+  // they use is still there.
+  RecordWriter writer_;
 };
 
 }  // namespace database

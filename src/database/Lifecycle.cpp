@@ -1,7 +1,5 @@
-// The database form F: construction, the shared state and the database lifecycle (creating,
-// opening, flushing and closing the tables, and moving the previous visitor table aside).
-#include "database/F.h"
-
+// The visitor database's lifecycle: creating, opening, flushing and closing the tables, and
+// replacing the live database with the new tables whole or not at all.
 #include <atomic>
 #include <exception>
 #include <filesystem>
@@ -11,13 +9,10 @@
 #include <system_error>
 #include <thread>
 
-#include "database/FDetail.h"
-#include "database/JobLine.h"
-#include "database/RecordText.h"
+#include "database/Database.h"
 #include "database/Schema.h"
 #include "dbase/Status.h"
 #include "platform/Files.h"
-#include "startup/World.h"
 
 namespace database {
 
@@ -29,83 +24,7 @@ constexpr int kEngineStarted = 1;
 
 }  // namespace
 
-F::F(startup::World& world)
-    : world_(world),
-      pages_(new PageEntry[kCacheEntries]),
-      exceptions_(new ExceptionEntry[kCacheEntries]),
-      fields_(new Fields),
-      inlineJob_(new RecordJob),
-      tickets_(new uint64_t[kTicketSlots]()) {
-  // Every notice of the engine (an index rebuilt in memory, for instance) goes to errors.log
-  // under the name of the control that raised it.
-  // A write that failed is also noted for the run, which cannot complete after it.
-  const auto sink = [this](const char* control, const dbase::Table& t) {
-    return [this, control, &t](const std::string& message) {
-      NoteWriteFailure(t, message);
-      world_.errors.LogError(control, message);
-    };
-  };
-  // The tables of the record writer may raise theirs on the writer's thread.
-  const auto writerSink = [this](const char* control, const dbase::Table& t) {
-    return [this, control, &t](const std::string& message) {
-      NoteWriteFailure(t, message);
-      WriterNotice(control, message);
-    };
-  };
-  VAVISITS.SetNoticeSink(writerSink("F.VAVISITS", VAVISITS));
-  VAVIS.SetNoticeSink(sink("F.VAVIS", VAVIS));
-  VAREF.SetNoticeSink(writerSink("F.VAREF", VAREF));
-  VAEXP.SetNoticeSink(writerSink("F.VAEXP", VAEXP));
-  VAPG.SetNoticeSink(writerSink("F.VAPG", VAPG));
-  VADL.SetNoticeSink(writerSink("F.VADL", VADL));
-  VADAY.SetNoticeSink(sink("F.VADAY", VADAY));
-  IPCC.SetNoticeSink(sink("F.IPCC", IPCC));
-  VAOLD.SetNoticeSink(sink("F.VAOLD", VAOLD));
-  // "VISOLD" is our own previous "Visitor": when its index file is missing or unreadable the
-  // engine rebuilds the index from the records with the "Visitor" tag.
-  VAOLD.SetIndexSpecs(schema::kVisitorTags);
-  SetCurrentSite({});
-}
-
-F::~F() {
-  try {
-    CloseDatabase();
-    WriteInBackground(false);
-  } catch (...) {
-    // Closing the form ignores whatever closing the database raises.
-  }
-}
-
-void F::SetHooks(RecordHooks& hooks) { hooks_ = &hooks; }
-
-void F::SetCurrentSite(std::string_view name) {
-  currentSite_.assign(name);
-  PadInto(siteKey_.data(), schema::kSiteWidth, name);
-}
-
-void F::LogFailure(const char* location, const std::exception& e) {
-  world_.errors.LogError(location, e);
-}
-
-void F::NoteWriteFailure(const dbase::Table& table, const std::string& message) {
-  if (!table.WriteFailed() || writeFailed_.load(std::memory_order_acquire)) return;
-  {
-    const std::lock_guard<std::mutex> lock(writeFailureMutex_);
-    // The engine's notice goes on to say what it means for a live table; the user is told what
-    // it means for the run instead.
-    writeFailure_ = message.substr(0, message.find(": the table on disk"));
-  }
-  writeFailed_.store(true, std::memory_order_release);
-}
-
-std::string F::WriteFailure() const {
-  const std::lock_guard<std::mutex> lock(writeFailureMutex_);
-  return writeFailure_;
-}
-
-// ---- Lifecycle ------------------------------------------------------------------------------
-
-bool F::InitDatabase() {
+bool Database::InitDatabase() {
   try {
     // A database still open from an earlier init is closed first (its caches are written), so
     // that every control starts from a closed table; controls left open by a failed init too.
@@ -126,20 +45,20 @@ bool F::InitDatabase() {
     failure_.clear();
     writeFailed_.store(false, std::memory_order_release);
 
-    const std::string data = platform::WithTrailingSlash(world_.app.dataFolder);
+    const std::string data = platform::WithTrailingSlash(inputs_.dataFolder);
     // The new tables are built in a staging folder beside the live ones, which stay untouched
     // until the run completes (Replacement.h). What an earlier run left there is finished or
     // thrown away first.
     replacement_ = std::make_unique<Replacement>(data);
     if (!replacement_->Begin(failure_)) {
-      world_.errors.LogError("CreateDatabase", failure_);
+      inputs_.errors.LogError("CreateDatabase", failure_);
       return false;
     }
     const std::string& staging = replacement_->Staging();
 
     // The files' header dates are the run's date, from the run's clock: a run with a fixed
     // clock gives the same files, byte for byte, as another over the same logs.
-    const vb::DateParts today = vb::Split(world_.clock.Now());
+    const vb::DateParts today = vb::Split(inputs_.clock.Now());
     for (dbase::Table* t : {&VAVIS, &VAREF, &VAVISITS, &VAEXP, &VAPG, &VADL, &VADAY, &IPCC, &VAOLD})
       t->SetHeaderDate(dbase::HeaderDate{today.year, today.month, today.day});
 
@@ -197,13 +116,13 @@ bool F::InitDatabase() {
   }
 }
 
-void F::DiscardNewTables() {
+void Database::DiscardNewTables() {
   for (dbase::Table* t : {&VAVISITS, &VAVIS, &VAREF, &VAEXP, &VAPG, &VADL, &VADAY, &IPCC, &VAOLD})
     t->CloseTable();
   if (replacement_) replacement_->Discard();
 }
 
-bool F::CreateDatabase() {
+bool Database::CreateDatabase() {
   bool result = false;
   try {
     // 1. Create the seven tables in this order; the first failure ends creation.
@@ -226,7 +145,7 @@ bool F::CreateDatabase() {
       if (lastStatus_ != dbase::kOk) {
         failure_ = "Table " + std::string(c.name) + " could not be created (" +
                    dbase::StatusText(lastStatus_) + ") in " + c.table.Location();
-        world_.errors.LogError("CreateDatabase", failure_);
+        inputs_.errors.LogError("CreateDatabase", failure_);
         open_ = false;
         return false;
       }
@@ -283,8 +202,8 @@ bool F::CreateDatabase() {
   }
 }
 
-void F::ResolveFields() {
-  Fields& f = *fields_;
+void Database::ResolveFields() {
+  TableFields& f = *fields_;
   const auto at = [](const dbase::Table& t, const char* name) { return t.FieldIndex(name); };
   f.visits = {at(VAVISITS, "IP"),        at(VAVISITS, "Site"),      at(VAVISITS, "Active"),
               at(VAVISITS, "Alert"),     at(VAVISITS, "AlertNo"),   at(VAVISITS, "VisitNo"),
@@ -309,12 +228,12 @@ void F::ResolveFields() {
                  at(VADL, "Status")};
 }
 
-bool F::DatabaseReady() {
+bool Database::DatabaseReady() {
   if (open_) return true;
   return InitDatabase();
 }
 
-void F::FlushDatabase() {
+void Database::FlushDatabase() {
   if (!open_) return;
   WaitForRecords();
   VAREF.FlushTable();
@@ -327,7 +246,7 @@ void F::FlushDatabase() {
 // Brings every tag of an open, writable table up to date (the keys of records appended since
 // the tag was last used are sorted in): going to the top of a tag's order does that. Closing
 // the table afterwards only writes.
-void F::SortPendingKeys(dbase::Table& t) {
+void Database::SortPendingKeys(dbase::Table& t) {
   if (!t.IsOpen() || t.IsReadOnly()) return;
   for (const dbase::TagInfo& tag : t.Tags()) {
     t.SelectTag(tag.name);
@@ -335,7 +254,7 @@ void F::SortPendingKeys(dbase::Table& t) {
   }
 }
 
-void F::CloseDatabase() {
+void Database::CloseDatabase() {
   if (!open_) return;
   // 1. and 2. The page views and exceptions still waiting in their caches.
   WritePageCache();
@@ -387,7 +306,7 @@ void F::CloseDatabase() {
   engineHandle_ = 0;
 }
 
-void F::FinishReplacement() {
+void Database::FinishReplacement() {
   if (!replacement_ || !replacement_->Begun()) return;
   dbase::Table* const written[] = {&VAVISITS, &VAVIS, &VAREF, &VAEXP, &VAPG, &VADL, &VADAY};
   if (!replaceOnClose_) {
@@ -419,7 +338,7 @@ void F::FinishReplacement() {
   if (!replaced_) {
     failure_ = why;
   } else if (!why.empty()) {
-    world_.errors.LogError("CloseDatabase", why);
+    inputs_.errors.LogError("CloseDatabase", why);
   }
 }
 

@@ -1,0 +1,21 @@
+// What the visitor database reads from the run (see DatabaseInputs.h).
+#include "database/DatabaseInputs.h"
+
+#include <cstddef>
+
+#include "startup/World.h"
+#include "vb/Failure.h"
+
+namespace database {
+
+const startup::Site& DatabaseInputs::site(int i) const {
+  if (i < 1 || i > siteCount || static_cast<size_t>(i) >= sites.size()) vb::Raise(vb::kSubscript);
+  return sites[static_cast<size_t>(i)];
+}
+
+DatabaseInputs InputsOf(startup::World& world) {
+  return {world.app.dataFolder, world.errors, world.sites, world.siteCount, world.exceptions,
+          world.clock};
+}
+
+}  // namespace database
