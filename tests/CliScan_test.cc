@@ -35,9 +35,11 @@ struct Outcome {
 class Cli {
  public:
   // fileSizeLimit: when not 0, no file of the program may grow past this many bytes (its writes
-  // then fail as on a full disk, without the limit's signal).
+  // then fail as on a full disk, without the limit's signal). workingFolder: when not empty, the
+  // program starts there.
   Cli(const std::vector<std::string>& args, const tytest::TempDir& scratch,
-      const std::string& registryText = "", rlim_t fileSizeLimit = 0)
+      const std::string& registryText = "", rlim_t fileSizeLimit = 0,
+      const fs::path& workingFolder = {})
       : outFile_(scratch.path() / "stdout.txt"), errFile_(scratch.path() / "stderr.txt") {
     const fs::path registry = scratch.path() / "registry.ini";
     tytest::WriteFile(registry, registryText);
@@ -49,6 +51,7 @@ class Cli {
       freopen("/dev/null", "r", stdin);
       freopen(outFile_.c_str(), "w", stdout);
       freopen(errFile_.c_str(), "w", stderr);
+      if (!workingFolder.empty() && chdir(workingFolder.c_str()) != 0) _exit(126);
       if (fileSizeLimit != 0) {
         signal(SIGXFSZ, SIG_IGN);
         rlimit limit{};
@@ -91,17 +94,7 @@ Outcome RunCli(const std::vector<std::string>& args, const std::string& registry
 struct Demo {
   tytest::TempDir dir;
   Demo() {
-    const fs::path from = tytest::SourceDir() / "examples" / "demo";
-    for (const auto& e : fs::recursive_directory_iterator(from)) {
-      const fs::path rel = fs::relative(e.path(), from);
-      const std::string ext = e.path().extension().string();
-      if (e.is_directory()) {
-        fs::create_directories(dir.path() / rel);
-      } else if (ext != ".DBF" && ext != ".MDX" && ext != ".dbf" && ext != ".mdx" &&
-                 e.path().filename() != "errors.log" && e.path().filename() != "robots.dat") {
-        fs::copy_file(e.path(), dir.path() / rel);
-      }
-    }
+    tytest::CopyDemo(dir.path());
   }
   std::string str() const { return dir.str(); }
   void Sites(const std::string& text) { tytest::WriteFile(dir.path() / "TALLYO.INI", text); }
@@ -123,6 +116,21 @@ long Records(const std::string& folder, const std::string& table) {
   t.SetTableName(table);
   if (t.OpenTableReadOnly() != 0) return -1;
   return t.RecordCount();
+}
+
+// An application folder named relative to the working folder, as the Quick start names the demo,
+// with no DDFPath: the tables land in that folder's own Data/, not in a copy of the relative path
+// taken inside it.
+TEST(CliScan, RelativeApplicationFolderWritesIntoItsOwnDataFolder) {
+  Demo demo;
+  tytest::TempDir scratch;
+  const Outcome o = Cli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14",
+                         demo.dir.path().filename().string()},
+                        scratch, "", 0, demo.dir.path().parent_path())
+                        .Wait();
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_GT(Records(demo.str() + "/Data/", "Visits"), 0);
+  EXPECT_FALSE(fs::exists(demo.dir.path() / demo.dir.path().filename()));
 }
 
 TEST(CliScan, DemoJsonParsesAndMatchesTheMessagesAndTheTables) {

@@ -88,17 +88,7 @@ class Program {
 struct Demo {
   tytest::TempDir dir;
   Demo() {
-    const fs::path from = tytest::SourceDir() / "examples" / "demo";
-    for (const auto& e : fs::recursive_directory_iterator(from)) {
-      const fs::path rel = fs::relative(e.path(), from);
-      const std::string ext = e.path().extension().string();
-      if (e.is_directory()) {
-        fs::create_directories(dir.path() / rel);
-      } else if (ext != ".DBF" && ext != ".MDX" && ext != ".dbf" && ext != ".mdx" &&
-                 e.path().filename() != "errors.log" && e.path().filename() != "robots.dat") {
-        fs::copy_file(e.path(), dir.path() / rel);
-      }
-    }
+    tytest::CopyDemo(dir.path());
   }
   std::string App() const { return dir.str(); }
   std::string Data() const { return dir.str() + "Data/"; }

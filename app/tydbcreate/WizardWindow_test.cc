@@ -102,19 +102,7 @@ struct Demo {
   fs::path registry = scratch.path() / "registry.ini";
 
   explicit Demo(const std::string& registryText = "") {
-    const fs::path from = tytest::SourceDir() / "examples" / "demo";
-    fs::create_directories(root);
-    for (const auto& e : fs::recursive_directory_iterator(from)) {
-      const fs::path rel = fs::relative(e.path(), from);
-      std::string ext = e.path().extension().string();
-      for (char& c : ext) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-      if (e.is_directory()) {
-        fs::create_directories(root / rel);
-      } else if (ext != ".DBF" && ext != ".MDX" && e.path().filename() != "errors.log" &&
-                 e.path().filename() != "robots.dat") {
-        fs::copy_file(e.path(), root / rel);
-      }
-    }
+    tytest::CopyDemo(root);
     tytest::WriteFile(registry, registryText);
   }
   std::string str() const { return root.string() + "/"; }

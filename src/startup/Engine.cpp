@@ -120,10 +120,16 @@ MainResult Main(const MainArgs& args) {
     // first. A drive without a mapping ends start-up with a report that says what to add; there
     // is no data folder to write errors.log into yet.
     app.drives = ReadDriveMap(args.registry);
-    const std::string ddfPath =
-        GetSettingsValue(args.registry, app.appTitle, "Settings", "DDFPath", app.appFolder + "Data/");
+    // Without a value the data folder is the application folder's "Data/". That default is
+    // resolved as the relative folder "Data/" (found in any case inside the application
+    // folder), not as the joined text: with an application folder given relative to the working
+    // folder, the joined text would be taken inside the application folder a second time.
+    const std::string registryValue =
+        GetSettingsValue(args.registry, app.appTitle, "Settings", "DDFPath", "");
+    const std::string ddfPath = registryValue.empty() ? app.appFolder + "Data/" : registryValue;
     app.dataFolderAsWritten = ddfPath;
-    const ResolvedFolder data = ResolveProductFolder(ddfPath, app.appFolder, app.drives);
+    const ResolvedFolder data = ResolveProductFolder(
+        registryValue.empty() ? std::string("Data/") : registryValue, app.appFolder, app.drives);
     if (!data.unmappedDrive.empty()) {
       result.status = MainStatus::Failed;
       result.failure = UnmappedDriveMessage("the registry value DDFPath", ddfPath,

@@ -53,4 +53,29 @@ inline std::string ReadFile(const std::filesystem::path& p) {
 // The project's source folder, for test data under testdata/ and examples/.
 inline std::filesystem::path SourceDir() { return TY_SOURCE_DIR; }
 
+// Copies the bundled demo application folder (configuration, logs, reference files) into `to`,
+// leaving out what a run of the demo in the source tree leaves behind (the Quick start runs it
+// before the tests): tables, errors.log, robots.dat and the data folder's Temp/.
+inline void CopyDemo(const std::filesystem::path& to) {
+  namespace fs = std::filesystem;
+  const fs::path from = SourceDir() / "examples" / "demo";
+  fs::create_directories(to);
+  for (auto it = fs::recursive_directory_iterator(from); it != fs::recursive_directory_iterator();
+       ++it) {
+    const fs::path rel = fs::relative(it->path(), from);
+    std::string ext = it->path().extension().string();
+    for (char& c : ext) c = (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c;
+    const std::string name = it->path().filename().string();
+    if (it->is_directory()) {
+      if (rel == fs::path("Data") / "Temp") {
+        it.disable_recursion_pending();
+        continue;
+      }
+      fs::create_directories(to / rel);
+    } else if (ext != ".DBF" && ext != ".MDX" && name != "errors.log" && name != "robots.dat") {
+      fs::copy_file(it->path(), to / rel);
+    }
+  }
+}
+
 }  // namespace tytest
