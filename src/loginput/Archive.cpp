@@ -15,6 +15,7 @@
 
 #include "platform/Files.h"
 #include "platform/Frontend.h"
+#include "platform/Zip.h"
 #include "startup/Engine.h"
 #include "startup/World.h"
 
@@ -81,9 +82,7 @@ int RemoveLeftoverUnpackedFiles(startup::World& world) {
         for (std::filesystem::directory_iterator it(folder, ec), end; !ec && it != end;
              it.increment(ec)) {
           const std::string name = it->path().filename().string();
-          if (name.rfind(".tyunzip-", 0) == 0 && name.size() > 13 &&
-              name.compare(name.size() - 4, 4, ".tmp") == 0)
-            remove(it->path().string());
+          if (platform::IsUnpackingTempName(name)) remove(it->path().string());
         }
       } else if (line.rfind("file ", 0) == 0 && !folder.empty()) {
         // Only a file directly in the folder the list names.

@@ -7,6 +7,8 @@
 #include <ctime>
 #include <fstream>
 
+#include <unistd.h>
+
 #include "loginput/LogFiles.h"
 #include "loginput/LogInputTesting.h"
 
@@ -83,6 +85,8 @@ TEST(Archive, MembersAimedOutsideTheFolderAreNeverWritten) {
                         {"keep.log", "replaced"},
                         {"KEEP.LOG", "replaced"},
                         {"trap.log", "through the link"},
+                        // Named like the temporary file of the member after it.
+                        {".tyunzip-" + std::to_string(::getpid()) + "-10.tmp", "x"},
                         {"good.log", "fine"}}));
   UnZipArchive(t.w(), t.ui, t.run, 1);
 
@@ -101,7 +105,7 @@ TEST(Archive, MembersAimedOutsideTheFolderAreNeverWritten) {
        p = log.find(" FROM ModFiles.UnZipArchive\r\n", p + 1)) {
     ++lines;
   }
-  EXPECT_EQ(lines, 9u);
+  EXPECT_EQ(lines, 10u);
   EXPECT_NE(log.find("Archive member ../evil.log not unpacked"), std::string::npos);
   EXPECT_NE(log.find("Archive member ../forged??line.log not unpacked"), std::string::npos);
   EXPECT_TRUE(t.ui.messages.empty());

@@ -106,6 +106,13 @@ std::string ZipErrorText(zip_error_t* e) { return zip_error_strerror(e); }
 
 }  // namespace
 
+bool IsUnpackingTempName(std::string_view name) {
+  constexpr std::string_view kStart = ".tyunzip-", kEnd = ".tmp";
+  return name.size() > kStart.size() + kEnd.size() &&
+         vb::EqualsNoCase(name.substr(0, kStart.size()), kStart) &&
+         vb::EqualsNoCase(name.substr(name.size() - kEnd.size()), kEnd);
+}
+
 ZipArchive::~ZipArchive() { Close(); }
 
 void ZipArchive::Close() {
@@ -191,6 +198,10 @@ int ZipArchive::ExtractAll(const std::string& folderIn, const Events& events,
     }
     if (IsSymlinkMember(zip_, index)) {
       skipped(member, "symbolic link member");
+      continue;
+    }
+    if (IsUnpackingTempName(name)) {
+      skipped(member, "name kept for the unpacking's temporary files");
       continue;
     }
     const std::string key = vb::UCase(name);

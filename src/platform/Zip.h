@@ -13,7 +13,9 @@
 //     that was there before or by an earlier member, is skipped: the file there is kept as it is;
 //   - each file is written under a temporary name (".tyunzip-<process>-<member>.tmp", a name
 //     that marks it as this program's) and renamed into place only when complete, so a damaged
-//     member never leaves half a file behind;
+//     member never leaves half a file behind; a member that itself carries such a name is
+//     skipped (it could take the place of a later member's temporary file, and the next run's
+//     clean-up would remove it as a leftover anyway);
 //   - each file keeps the modification time stored in the archive.
 // Extraction is bounded: a member never yields more than its declared size; the archive stops when
 // the bytes to write would pass `Limits::maxTotalBytes` or the free space of the folder less
@@ -29,6 +31,9 @@
 struct zip;  // libzip's archive handle
 
 namespace platform {
+
+// True for a name of the unpacking's temporary files (".tyunzip-*.tmp", in any case).
+bool IsUnpackingTempName(std::string_view name);
 
 class ZipArchive {
  public:
