@@ -17,6 +17,7 @@
 
 #include "JsonValue.h"
 #include "TestSupport.h"
+#include "dbase/Checker.h"
 #include "dbase/Table.h"
 #include "platform/FolderLock.h"
 #include "platform/SingleInstance.h"
@@ -246,6 +247,82 @@ TEST(CliScan, AFullDiskEndsTheRunAndKeepsThePreviousDatabase) {
   EXPECT_GT(Records(demo.str() + "Data/", "Pages"), 1000);
 }
 
+TEST(CliScan, AFullTableCompletesTheRunWithOneLineForItAndItsOwnStatus) {
+  // Two tables reach a lowered size limit of their files: "Pages" by its records, "Exceptions"
+  // by its index. The run completes and replaces the database, says so in status 11, in one
+  // line per table in errors.log and on screen, and leaves every other table exactly as a run
+  // without a limit writes it.
+  Demo plain, limited;
+  ASSERT_EQ(RunCli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", plain.str()}).status, 0);
+  const Outcome o = RunCli({"--yes", "--json", "--now", "2026-11-16 02:23:14",
+                            "--table-size-limit", "Pages=100000", "--table-size-limit",
+                            "exceptions=60000", limited.str()});
+  ASSERT_EQ(o.status, 11) << o.err;
+  const std::string data = limited.str() + "Data/";
+
+  // errors.log: one line for each full table, with the records it holds.
+  std::vector<std::string> full;
+  const std::string log = tytest::ReadFile(data + "errors.log");
+  for (size_t at = 0; (at = log.find(" is full: ", at)) != std::string::npos; ++at) {
+    const size_t newline = log.rfind('\n', at);
+    const size_t start = newline == std::string::npos ? 0 : newline + 1;
+    full.push_back(log.substr(start, log.find('\r', at) - start));
+  }
+  ASSERT_EQ(full.size(), 2u) << log;
+  const auto held = [](const std::string& line) {
+    const size_t at = line.find("it holds ") + 9;
+    return std::stol(line.substr(at, line.find(' ', at) - at));
+  };
+  const std::string& pages = full[0].find("PAGES.DBF") != std::string::npos ? full[0] : full[1];
+  const std::string& exceptions = &pages == &full[0] ? full[1] : full[0];
+  EXPECT_NE(pages.find("PAGES.DBF is full: it holds 882 records, and one more would take it past "
+                       "100,000 bytes"),
+            std::string::npos)
+      << pages;
+  EXPECT_NE(pages.find("Scan fewer logs at once"), std::string::npos) << pages;
+  EXPECT_NE(exceptions.find("EXCEPTIONS.DBF is full: it holds "), std::string::npos) << exceptions;
+  EXPECT_NE(exceptions.find(" could take its index EXCEPTIONS.MDX past 60,000 bytes"),
+            std::string::npos)
+      << exceptions;
+  EXPECT_EQ(Records(data, "Pages"), 882);
+  EXPECT_EQ(Records(data, "Exceptions"), held(exceptions));
+  EXPECT_LT(Records(data, "Exceptions"), Records(plain.str() + "Data/", "Exceptions"));
+  EXPECT_LE(fs::file_size(data + "PAGES.DBF"), 100000u);
+  EXPECT_LE(fs::file_size(data + "EXCEPTIONS.MDX"), 60000u);
+
+  // On screen: both lines as warnings, then the summary; and the note that problems were
+  // reported.
+  const tytest::JsonValue j = tytest::ParseJson(o.out);
+  const auto& messages = j["messages"].items;
+  ASSERT_EQ(messages.size(), 4u);
+  EXPECT_NE(messages[1].text.find(" is full: it holds "), std::string::npos);
+  EXPECT_NE(messages[2].text.find(" is full: it holds "), std::string::npos);
+  EXPECT_EQ(messages[3].text, j["summary"].text);
+  EXPECT_NE(o.err.find("Tallyo (warning): PAGES.DBF is full: it holds 882 records"),
+            std::string::npos)
+      << o.err;
+  EXPECT_NE(o.err.find("2 problems were reported"), std::string::npos) << o.err;
+
+  // The other tables are the ones a run without the limits writes, byte for byte, and every
+  // table passes the checker.
+  const auto expected = TableFiles(plain.str() + "Data/");
+  const auto written = TableFiles(data);
+  ASSERT_EQ(written.size(), expected.size());
+  for (const auto& [name, bytes] : written) {
+    if (name.rfind("PAGES.", 0) == 0 || name.rfind("EXCEPTIONS.", 0) == 0) continue;
+    EXPECT_TRUE(bytes == expected.at(name)) << name;
+  }
+  for (const auto& [name, bytes] : written) {
+    if (name.size() < 4 || name.substr(name.size() - 4) != ".DBF") continue;
+    const dbase::CheckReport report = dbase::CheckTable(data + name);
+    EXPECT_TRUE(report.Ok()) << name << ": " << (report.Ok() ? "" : report.defects[0]);
+  }
+
+  // A limit for a table the scan does not write, or a size that is not a number: bad usage.
+  EXPECT_EQ(RunCli({"--yes", "--table-size-limit", "IPCC=100", limited.str()}).status, 2);
+  EXPECT_EQ(RunCli({"--yes", "--table-size-limit", "Pages=lots", limited.str()}).status, 2);
+}
+
 TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {
   {
     Demo demo;
@@ -329,6 +406,8 @@ TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {
   EXPECT_NE(help.out.find("  9   The scan was cancelled"), std::string::npos);
   EXPECT_NE(help.out.find("  10  Not completed: a write failed; the previous database is kept."),
             std::string::npos);
+  EXPECT_NE(help.out.find("  11  Completed, but a table became full"), std::string::npos);
+  EXPECT_EQ(help.out.find("--table-size-limit"), std::string::npos);
   EXPECT_NE(help.out.find("--json"), std::string::npos);
 }
 

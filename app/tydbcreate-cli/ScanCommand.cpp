@@ -3,14 +3,18 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
 #include <iostream>
+#include <iterator>
+#include <map>
 #include <memory>
 
 #include "ConsoleFrontend.h"
 #include "database/Replacement.h"
+#include "database/Schema.h"
 #include "loginput/Archive.h"
 #include "startup/ConfigJson.h"
 #include "vb/Strings.h"
@@ -71,6 +75,34 @@ std::string RunJson(wizard::ScanDriver& driver, const std::vector<std::string>& 
   return j;
 }
 
+// The size limits of --table-size-limit ("Pages=100000"), by the table's own name; false with
+// the reason in `error` for a table this utility does not write or a size that is not a number.
+bool ParseTableSizeLimits(const std::vector<std::string>& given,
+                          std::map<std::string, uint64_t, std::less<>>& limits,
+                          std::string& error) {
+  static constexpr std::string_view kTables[] = {
+      database::schema::kVisits,     database::schema::kVisitor, database::schema::kReferrers,
+      database::schema::kExceptions, database::schema::kPages,   database::schema::kDownloads,
+      database::schema::kDaySum};
+  for (const std::string& g : given) {
+    const size_t eq = g.find('=');
+    const std::string name = g.substr(0, eq == std::string::npos ? g.size() : eq);
+    const std::string bytes = eq == std::string::npos ? std::string() : g.substr(eq + 1);
+    const std::string_view* table = std::find_if(
+        std::begin(kTables), std::end(kTables),
+        [&](std::string_view t) { return vb::EqualsNoCase(t, name); });
+    const bool digits = !bytes.empty() && bytes.size() <= 12 &&
+                        bytes.find_first_not_of("0123456789") == std::string::npos;
+    if (table == std::end(kTables) || !digits) {
+      error = "--table-size-limit " + g + ": expected TABLE=BYTES with TABLE one of Visits, "
+              "Visitor, Referrers, Exceptions, Pages, Downloads, DaySum";
+      return false;
+    }
+    limits[std::string(*table)] = std::stoull(bytes);
+  }
+  return true;
+}
+
 }  // namespace
 
 void AddScanOptions(CLI::App& app, ScanOptions& options) {
@@ -112,6 +144,11 @@ void AddScanOptions(CLI::App& app, ScanOptions& options) {
                "At the end print one JSON object on stdout: lines, seconds, linesPerSecond, "
                "visitRecordsAdded, pageViewRecordsAdded, exceptionRecordsAdded, dnsRequests, "
                "dnsCacheHits, dnsFailures, messages (every message in order) and summary.");
+  // Not in --help: it exists so that a test can fill a table without writing 2 GB.
+  app.add_option("--table-size-limit", options.tableSizeLimits,
+                 "A lower size limit in bytes of a table's files, as TABLE=BYTES.")
+      ->allow_extra_args(false)
+      ->group("");
 }
 
 int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
@@ -119,6 +156,11 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
 
   const auto clock = MakeClock(clockOptions, error);
   if (!clock) {
+    std::cerr << "tydbcreate-cli: " << error << "\n";
+    return kExitUsage;
+  }
+  std::map<std::string, uint64_t, std::less<>> tableSizeLimits;
+  if (!ParseTableSizeLimits(options.tableSizeLimits, tableSizeLimits, error)) {
     std::cerr << "tydbcreate-cli: " << error << "\n";
     return kExitUsage;
   }
@@ -139,6 +181,7 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
     return kExitAnotherCopy;
   if (started.status != startup::MainStatus::Ok) return kExitStartupFailed;
   startup::World& world = *started.world;
+  world.app.tableSizeLimits = std::move(tableSizeLimits);
   ui.SetDataFolder(world.app.dataFolder);
   // What a run killed earlier left: its new tables thrown away, or its replacement finished, and
   // the files it had unpacked from an archive. The data folder's lock is held, so nothing of
@@ -199,6 +242,10 @@ int RunScan(const ScanOptions& options, const ClockOptions& clockOptions) {
       return p;
     });
     status = ExitStatus(window.Start(*registry));
+    // A completed run whose tables are not all whole says so in its status too: the database
+    // was replaced, but a table that became full left records out (its line is in errors.log
+    // and was shown).
+    if (status == kExitOk && !driver.Database().FullTables().empty()) status = kExitTableFull;
     if (status == kExitCancelled)
       ui.Note("tydbcreate-cli: scan cancelled; the database in " + world.app.dataFolder +
               " was not replaced: the previous one is kept as it was.");

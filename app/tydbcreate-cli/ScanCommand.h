@@ -19,6 +19,8 @@ inline constexpr int kExitNotConfirmed = 7;    // "Are you sure?" was not answer
 inline constexpr int kExitDatabaseFailed = 8;  // the database could not be created
 inline constexpr int kExitCancelled = 9;       // Ctrl-C, SIGTERM or SIGHUP: cancelled
 inline constexpr int kExitWriteFailed = 10;    // not completed: a write failed (a full disk)
+inline constexpr int kExitTableFull = 11;      // completed, but a table became full: the records
+                                               // past its size limit are left out
 
 struct ScanOptions {
   std::string appFolder;  // the optional APPFOLDER argument
@@ -30,6 +32,8 @@ struct ScanOptions {
   int dnsRetries = platform::kDefaultDnsRetries;      // --dns-retries
   bool quiet = false;     // --quiet
   bool json = false;      // --json
+  // --table-size-limit TABLE=BYTES (hidden, for tests): a lower size limit of a table's files.
+  std::vector<std::string> tableSizeLimits;
 };
 
 // Adds APPFOLDER and the scan options to `app`.

@@ -41,6 +41,9 @@ int main(int argc, char** argv) {
       "  8   The database could not be created.\n"
       "  9   The scan was cancelled (Ctrl-C, SIGTERM, SIGHUP).\n"
       "  10  Not completed: a write failed; the previous database is kept.\n"
+      "  11  Completed, but a table became full (a file would have passed 2 GB, the most a "
+      "dBASE reader opens): the database was replaced, and that table holds the records it "
+      "took until then (see errors.log). Scan fewer logs at once.\n"
       "\n"
       "With 8, 9 and 10 the database is left exactly as it was before the run.");
   app.set_version_flag("--version", TY_VERSION_LINE("tydbcreate-cli"),

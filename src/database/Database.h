@@ -23,6 +23,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "database/DatabaseInputs.h"
 #include "database/DayCounts.h"
@@ -94,6 +95,12 @@ class Database {
   // ask from any thread; WriteFailure() gives the first failure's text.
   bool WriteFailed() const { return writeFailed_.load(std::memory_order_acquire); }
   std::string WriteFailure() const;
+  // The tables that became full since InitDatabase (a record more would have taken one of their
+  // files past its size limit, see dbase::Table::SetSizeLimit), each as the one line errors.log
+  // got for it, in the order they filled: "PAGES.DBF is full: it holds 18,512 records, ... Scan
+  // fewer logs at once ...". A full table takes no more records; the other tables go on, and
+  // the run completes. Safe to ask from any thread.
+  std::vector<std::string> FullTables() const;
   // The staging of the new tables (its folder, and the room it needs and had).
   const Replacement& Staging() const { return *replacement_; }
 
@@ -259,6 +266,14 @@ class Database {
   std::string writeFailure_;
   // Notes a failed write of `table` (called from its notice sink, on whichever thread wrote).
   void NoteWriteFailure(const dbase::Table& table, const std::string& message);
+  // The tables that became full, and their lines (see FullTables).
+  mutable std::mutex fullTablesMutex_;
+  std::vector<const dbase::Table*> fullTableControls_;
+  std::vector<std::string> fullTables_;
+  // Called from `table`'s notice sink with its notice: when it is the notice that the table
+  // became full, notes the table and returns the run's line for it (the notice, and what to do);
+  // otherwise returns the notice as it is.
+  std::string NoteTableFull(const dbase::Table& table, const std::string& message);
   // Closes the tables' files and replaces the live database, or throws the new tables away.
   void FinishReplacement();
   // Closes every table and throws the new ones away (a database that could not be created).

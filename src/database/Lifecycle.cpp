@@ -44,6 +44,11 @@ bool Database::InitDatabase() {
     replaced_ = false;
     failure_.clear();
     writeFailed_.store(false, std::memory_order_release);
+    {
+      const std::lock_guard<std::mutex> lock(fullTablesMutex_);
+      fullTableControls_.clear();
+      fullTables_.clear();
+    }
 
     const std::string data = platform::WithTrailingSlash(inputs_.dataFolder);
     // The new tables are built in a staging folder beside the live ones, which stay untouched
@@ -98,6 +103,10 @@ bool Database::InitDatabase() {
       c.table.SetShareMode(2);
       c.table.SetRebuild(true);
     }
+    // Every table written takes records up to the size limit of its files: the largest file a
+    // dBASE reader opens, unless the run set a lower one.
+    VAVIS.SetSizeLimit(inputs_.TableSizeLimit(schema::kVisitor));
+    for (const Control& c : written) c.table.SetSizeLimit(inputs_.TableSizeLimit(c.name));
 
     // 6. "IPCC" comes with the product: neither dropped nor rebuilt.
     IPCC.SetLocation(data);

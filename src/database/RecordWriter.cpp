@@ -68,6 +68,8 @@ int RecordWriter::WriteVisitStart(const RecordJob& job) {
     if (status == dbase::kOk) {
       ++writerCounts_.visitRecordsAdded;
       ticket = VAVISITS.AppendTicket();
+    } else if (status == dbase::kTooLarge) {
+      ticket = kNoVisitRecord;
     }
     return status;
   } catch (const std::exception& e) {
@@ -86,9 +88,12 @@ int RecordWriter::WriteVisitEnd(const RecordJob& job) {
     vb::FormatYmdTo(job.startTime, key + schema::kIpWidth + schema::kSiteWidth);
     std::memcpy(key + schema::kIpWidth + schema::kSiteWidth + 8, job.visitNo, 5);
 
-    // 2. A visit without a record is simply not updated. The seek goes straight to the record
-    //    appended for the visit when the table can prove it is the one the key finds.
+    // 2. A visit without a record is simply not updated: also one whose record the full table
+    //    refused, though an earlier visit's record may have the same key. The seek goes straight
+    //    to the record appended for the visit when the table can prove it is the one the key
+    //    finds.
     const uint64_t ticket = job.visit == 0 ? 0 : tickets_[job.visit & (kTicketSlots - 1)];
+    if (ticket == kNoVisitRecord) return dbase::kTooLarge;
     int status = VAVISITS.SeekKeyAt(detail::View(key, kKeyLength), ticket);
     if (status != dbase::kOk) return status;
 

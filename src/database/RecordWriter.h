@@ -59,6 +59,9 @@ class RecordWriter {
   // started finds its slot taken; its ticket then proves nothing, and the end of the visit seeks
   // its record by key instead.
   static constexpr uint32_t kTicketSlots = uint32_t(1) << 16;
+  // The ticket slot of a visit whose "Visits" record the table refused (it was full): the end
+  // of that visit updates nothing. No table ticket has this value.
+  static constexpr uint64_t kNoVisitRecord = ~uint64_t(0);
   // What SubmitJob returns when no table operation gave a status (the job went to the thread,
   // an empty batch, a failure caught): the database's last status then stays as it was.
   static constexpr int kNoStatus = -1000000;

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -54,6 +55,24 @@ struct TagPlan {
 };
 
 }  // namespace
+
+uint64_t MdxFileBytes(const std::vector<int>& keyLengths, const std::vector<uint64_t>& counts) {
+  using namespace mdx;
+  // The same plan as step 1 of WriteMdx: leaves filled evenly, then levels of branches of up to
+  // cap + 1 children each, until one root.
+  uint64_t pages = kHeaderPages + uint64_t(kPagesPerBlock) * keyLengths.size();
+  for (size_t t = 0; t < keyLengths.size(); ++t) {
+    const uint64_t cap = uint64_t(MaxKeys(keyLengths[t]));
+    uint64_t nodes = std::max<uint64_t>(1, (counts[t] + cap - 1) / cap);
+    uint64_t all = nodes;
+    while (nodes > 1) {
+      nodes = (nodes + cap) / (cap + 1);
+      all += nodes;
+    }
+    pages += all * kPagesPerBlock;
+  }
+  return pages * kPageSize;
+}
 
 int WriteMdx(const std::string& path, const std::string& dataName, std::vector<MdxTagSource>& tags,
              const HeaderDate& date) {

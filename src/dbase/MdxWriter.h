@@ -35,4 +35,10 @@ struct MdxTagSource {
 int WriteMdx(const std::string& path, const std::string& dataName,
              std::vector<MdxTagSource>& tags, const HeaderDate& date);
 
+// The size in bytes of the .MDX that WriteMdx writes for tags of key lengths keyLengths[i]
+// holding counts[i] entries: the header pages, a block per tag header and a block per node of
+// each tag's tree. It grows with every count. REQUIRES: both vectors of the same size, key
+// lengths 1..100.
+uint64_t MdxFileBytes(const std::vector<int>& keyLengths, const std::vector<uint64_t>& counts);
+
 }  // namespace dbase

@@ -26,7 +26,7 @@ const char* StatusText(int status) {
     case kExists: return "table already exists";
     case kBadName: return "no location or bad table name";
     case kAlreadyOpen: return "table already open";
-    case kTooLarge: return "table too large";
+    case kTooLarge: return "table full: a file would pass its size limit";
     default: return "unknown status";
   }
 }

@@ -30,7 +30,9 @@ enum Status : int {
   kExists = 25,          // CreateTable: the table's files are already there
   kBadName = 26,         // no location or table name set, or a name that cannot be a file stem
   kAlreadyOpen = 27,     // OpenTable/CreateTable on a control whose table is open
-  kTooLarge = 28,        // the table would pass the format's limits (record count, file size)
+  kTooLarge = 28,        // AppendRecord: the table is full, the record would take its .DBF or
+                         // its .MDX past the size limit (Table::SetSizeLimit) or its record
+                         // count past 32 bits; nothing was written
 };
 
 // A short English description of a status ("found", "no such tag", ...); "unknown status" for

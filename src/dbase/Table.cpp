@@ -42,6 +42,11 @@ void Table::SetRebuild(bool rebuild) { impl_->rebuild = rebuild; }
 bool Table::Rebuild() const { return impl_->rebuild; }
 void Table::SetNoticeSink(std::function<void(const std::string&)> sink) { impl_->sink = std::move(sink); }
 void Table::SetIndexSpecs(std::vector<std::string> tagSpecs) { impl_->indexSpecs = std::move(tagSpecs); }
+void Table::SetSizeLimit(uint64_t bytes) {
+  impl_->sizeLimit = std::min(bytes, kMaxFileBytes);
+  if (impl_->open) impl_->RecordsWithinLimit();
+}
+uint64_t Table::SizeLimit() const { return impl_->sizeLimit; }
 
 static bool ValidStem(std::string_view stem) {
   if (stem.empty() || stem.size() > 64) return false;
@@ -156,6 +161,7 @@ int Table::Impl::Open(bool ro) {
   open = true;
   TakeFields();
   writeFailureReported = false;
+  fullReported = false;
   readOnly = ro;
   indexDirty = false;
   indexRebuilt = false;
@@ -196,6 +202,7 @@ int Table::Impl::Open(bool ro) {
       Notice("index of " + DbfName() + " rebuilt: " + problem);
   }
   if (tags.empty() && mdxPath.empty()) mdxPath.clear();
+  RecordsWithinLimit();
   selected = tags.empty() ? -1 : 0;
   recno = 0;
   eof = true;
@@ -231,6 +238,74 @@ int Table::FlushTable() {
 }
 
 bool Table::WriteFailed() const { return impl_->writeFailureReported; }
+bool Table::Full() const { return impl_->fullReported; }
+
+// ---- the size limit ------------------------------------------------------------------------
+//
+// A dBASE reader addresses a file with signed 32-bit offsets, so neither file of a table may
+// pass 2,147,483,647 bytes (or the lower limit set). The .DBF's size after n records is exact:
+// header + n x record length + the end-of-file byte. The .MDX's is projected as if every
+// record had an entry in every tag, laid out as WriteMdx lays them out: a unique tag holds at
+// most one entry per record, so the real file is never larger, whatever the records hold and
+// however they are replaced later. (A unique tag with few distinct keys makes the projection
+// larger than the file will be; only a table whose tags take more room than its records is
+// stopped by it, and then a little early.) Both sizes grow with n, so the records a table may
+// hold are worked out once per open, and an append costs one comparison.
+
+void Table::Impl::RecordsWithinLimit() {
+  limitIsIndex = false;
+  const uint64_t fixed = uint64_t(dbf.Header().headerLength) + 1;
+  const uint64_t length = uint64_t(std::max(1, dbf.RecordLength()));
+  uint64_t most = sizeLimit < fixed ? 0 : (sizeLimit - fixed) / length;
+  most = std::min<uint64_t>(most, 0xFFFFFFFEu);  // the header's count is 32 bits
+  if (!tags.empty()) {
+    std::vector<int> keyLengths;
+    for (const Tag& t : tags) keyLengths.push_back(t.expr.KeyLength());
+    const auto fits = [&](uint64_t n) {
+      return MdxFileBytes(keyLengths, std::vector<uint64_t>(keyLengths.size(), n)) <= sizeLimit;
+    };
+    if (most > 0 && !fits(most)) {
+      // The largest n that fits, by halving: fits(lo) holds (or lo is 0), fits(hi) does not.
+      limitIsIndex = true;
+      uint64_t lo = 0, hi = most;
+      while (hi - lo > 1) {
+        const uint64_t mid = lo + (hi - lo) / 2;
+        (fits(mid) ? lo : hi) = mid;
+      }
+      most = lo;
+    }
+  }
+  recordLimit = uint32_t(most);
+}
+
+namespace {
+
+// 18512 -> "18,512".
+std::string Grouped(uint64_t n) {
+  std::string digits = std::to_string(n), out;
+  for (size_t i = 0; i < digits.size(); ++i) {
+    if (i > 0 && (digits.size() - i) % 3 == 0) out += ',';
+    out += digits[i];
+  }
+  return out;
+}
+
+}  // namespace
+
+int Table::Impl::RefuseAppend() {
+  appendTicket = 0;
+  if (!fullReported) {
+    fullReported = true;
+    const std::string what = limitIsIndex ? "could take its index " + MdxName() : "would take it";
+    const std::string limit =
+        sizeLimit == kMaxFileBytes ? ", the largest file a dBASE reader opens"
+                                   : ", the size limit set for the table's files";
+    Notice(DbfName() + " is full: it holds " + Grouped(dbf.RecordCount()) +
+           " records, and one more " + what + " past " + Grouped(sizeLimit) + " bytes" + limit +
+           ".");
+  }
+  return kTooLarge;
+}
 
 void Table::CloseTable() {
   Impl& m = *impl_;
@@ -349,6 +424,9 @@ bool Table::Deleted() const {
 int Table::AppendRecord() {
   Impl& m = *impl_;
   if (int s = m.CheckWritable(); s != kOk) return s;
+  // The records the size limit allows were worked out at the open.
+  if (m.dbf.RecordCount() >= m.recordLimit) [[unlikely]]
+    return m.RefuseAppend();
   m.EnsureLoaded();
   // Only the selected tag defers its keys. Its key is hashed first, so that the fingerprint
   // slot it needs comes from memory while the record is being stored.

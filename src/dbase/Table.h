@@ -14,6 +14,7 @@
 // No operation throws; those that can fail or miss return a dbase::Status (0 = success/found).
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -27,6 +28,10 @@
 #include "vb/Dates.h"
 
 namespace dbase {
+
+// The largest file a dBASE reader opens: it addresses its files with signed 32-bit offsets.
+// Neither file of a table may pass it (see Table::SetSizeLimit).
+inline constexpr uint64_t kMaxFileBytes = 2147483647;
 
 class Table {
  public:
@@ -58,6 +63,12 @@ class Table {
   // (the .DBF's last-update date, the .MDX's dates). Not set: today's date (UTC). A caller
   // with a clock of its own sets it, so that the same input gives the same files.
   void SetHeaderDate(const HeaderDate& date);
+  // The largest size either of the table's files may reach, in bytes: an append that would take
+  // the .DBF (header, records and end-of-file byte) or the .MDX written for it past this size is
+  // refused with kTooLarge (see Full). Default, and the most it can be: kMaxFileBytes. A lower
+  // value lets a caller fill a table with a few records. Takes effect at once, also when open.
+  void SetSizeLimit(uint64_t bytes);
+  uint64_t SizeLimit() const;
 
   // ---- files -----------------------------------------------------------------------------
   // Deletes STEM.DBF and STEM.MDX (any case) in the location, if present. Returns kOk also when
@@ -94,6 +105,12 @@ class Table {
   // True when a write to the table's files failed since it was last opened (a full disk, an I/O
   // error): its files then do not hold every record. Kept after closing, until the next open.
   bool WriteFailed() const;
+  // True when an append was refused since the table was last opened because the table would
+  // have passed its size limit (SetSizeLimit): the table holds the records it held then, and
+  // every further append is refused too. The first refusal tells the notice sink, once per open:
+  // "PAGES.DBF is full: it holds 18,512 records, and one more would take it past 2,147,483,647
+  // bytes, ...". Kept after closing, until the next open.
+  bool Full() const;
 
   // ---- order -----------------------------------------------------------------------------
   // Positions at the top of the current order (same as GoTop).
@@ -117,7 +134,9 @@ class Table {
   void BlankRecord();  // all blanks, not deleted; the position is unchanged
   // Appends the buffer as a new record and updates every tag; the new record becomes the
   // current one. A duplicate key in a unique tag: the record is stored, only the first record
-  // with that key is indexed (kOk). Returns kOk, kNotOpen, kReadOnly, kIoError, kTooLarge.
+  // with that key is indexed (kOk). Returns kOk, kNotOpen, kReadOnly, kIoError, or kTooLarge
+  // when the record would take a file past the size limit (nothing changes then: the buffer and
+  // the position stay as they were). Costs one comparison for the limit.
   int AppendRecord();
   // Writes the buffer over the current record and updates every tag. Returns kOk, kNotOpen,
   // kReadOnly, kNoRecord (no current record), kIoError.

@@ -152,6 +152,15 @@ struct Table::Impl {
     Notice(file + " could not be written (" + reason +
            "): the table on disk is incomplete. Make room on the disk and run the scan again.");
   }
+  // The size limit (SetSizeLimit); the records the table may hold under it, worked out at each
+  // open (RecordsWithinLimit); whether the .MDX rather than the .DBF sets that number; and
+  // whether an append was refused for it since the open (reported once, see Full).
+  uint64_t sizeLimit = kMaxFileBytes;
+  uint32_t recordLimit = 0;
+  bool limitIsIndex = false;
+  bool fullReported = false;
+  void RecordsWithinLimit();
+  int RefuseAppend();
   std::string DbfName() const { return vb::UCase(stem) + ".DBF"; }
   std::string MdxName() const { return vb::UCase(stem) + ".MDX"; }
 

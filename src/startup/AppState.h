@@ -4,6 +4,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -48,6 +50,11 @@ struct AppState {
   vb::Date startDate = 0;
   // Minutes to add to UTC to obtain local time, taken once at start-up.
   int32_t timeZoneOffset = 0;
+  // The largest size in bytes of the files of a table the scan writes, by table name ("Pages"):
+  // the table takes no record that would pass it. A table not named may grow to the largest
+  // file a dBASE reader opens (2,147,483,647 bytes). Set by tests, and by the batch front-end's
+  // hidden --table-size-limit, so that a full table can be tried without writing 2 GB.
+  std::map<std::string, uint64_t, std::less<>> tableSizeLimits;
 };
 
 }  // namespace startup

@@ -196,6 +196,12 @@ ScanOutcome ScanDriver::ScanAllSites() {
     state_ = ScanState::Done;
     return ScanOutcome::WriteFailed;
   }
+  // A table that became full took no more records from then on, and the run went on with the
+  // others: its line went to errors.log when it filled, and is shown once the run is done (a
+  // message while the scan runs would hold it up until answered).
+  for (const std::string& line : f_.FullTables())
+    ui_.MessageBox(line, platform::MsgIcon::Exclamation, platform::MsgButtons::Ok,
+                   world_.app.appTitle);
   // 11.
   ui_.FileGrid().SetVisible(false);
   ui_.GridChanged();

@@ -48,7 +48,8 @@ struct SiteRunTimes {
 };
 
 enum class ScanOutcome {
-  Completed,       // every site scanned, database closed, summary shown
+  Completed,       // every site scanned, database closed, summary shown; a table that became
+                   // full (Database().FullTables()) was shown before the summary
   DatabaseFailed,  // InitDatabase failed; the failure message was shown; nothing else was done
   Cancelled,       // the user confirmed a Cancel during a yield; the previous database is kept
   WriteFailed,     // a write to the new tables failed (a full disk): the scan stopped there, the
@@ -76,7 +77,8 @@ class ScanDriver final : public loginput::ScanHooks {
 
   // Runs one scan (see the file comment). Messages go through the front-end: the database failure
   // (critical), "No log files were found for site: ..." (exclamation, per site), the log reader's
-  // own, and the summary (information). REQUIRES: State() == Ready; the state is Scanning during
+  // own, each table that became full (exclamation, after the run), and the summary
+  // (information). REQUIRES: State() == Ready; the state is Scanning during
   // the run and Done afterwards, whatever the outcome. Never throws: a failure inside the run is
   // survived and the run goes on with the next step.
   ScanOutcome ScanAllSites();
