@@ -424,7 +424,7 @@ bool Table::Deleted() const {
 int Table::AppendRecord() {
   Impl& m = *impl_;
   if (int s = m.CheckWritable(); s != kOk) return s;
-  // The records the size limit allows were worked out at the open.
+  // The records the size limit allows were worked out at the open (or when the limit was set).
   if (m.dbf.RecordCount() >= m.recordLimit) [[unlikely]]
     return m.RefuseAppend();
   m.EnsureLoaded();
