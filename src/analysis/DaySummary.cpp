@@ -18,7 +18,7 @@ void WriteDaySummary(database::Database& db, std::string_view siteName, vb::Date
   // 3. The day starts again from zero.
   site.visitorsToday = site.alertsToday = site.spidersToday = 0;
   site.exceptionsToday = site.downloadsToday = 0;
-  site.exceptionsToday2 = site.otherToday = 0;
+  site.exceptionsTodayUnwritten = site.otherToday = 0;
 }
 
 }  // namespace analysis

@@ -107,7 +107,7 @@ ScanOutcome ScanDriver::ScanAllSites() {
   state_ = ScanState::Scanning;
   ui_.SetStartEnabled(false);
   // 2. The run counters of the hit analysis.
-  analysis::RunState& run = hits_.Run();
+  analysis::AnalysisCounters& run = hits_.Counters();
   run.totals = analysis::AnalysisTotals{};
   // 3. Every site, also the ones skipped below: six day counters to zero, the run-time flag on,
   //    and a last sweep long ago, so that the first hit of the run starts a sweep.
@@ -118,7 +118,7 @@ ScanOutcome ScanDriver::ScanAllSites() {
     s.spidersToday = 0;
     s.exceptionsToday = 0;
     s.downloadsToday = 0;
-    s.exceptionsToday2 = 0;
+    s.exceptionsTodayUnwritten = 0;
     s.lastSweepTime = analysis::kFirstSweep;
     if (static_cast<size_t>(i) < siteTimes_.size())
       siteTimes_[static_cast<size_t>(i)].runFlag = true;
@@ -295,7 +295,7 @@ bool ScanDriver::ScanFile(int siteIndex, int row) {
   // 8.6.6.
   loginput::ScanLogFile(world_, ui_, input_, *this, siteIndex);
   if (input_.cancelled) return false;
-  CheckSiteAlerts(world_, f_, hits_.Run().Site(siteIndex), static_cast<int16_t>(siteIndex));
+  CheckSiteAlerts(world_, f_, hits_.Counters().Site(siteIndex), static_cast<int16_t>(siteIndex));
   return true;
 }
 
@@ -357,8 +357,8 @@ database::RunTotals ScanDriver::SummaryTotals() {
   // blank record that ends every full page batch and the first pages written again at the head
   // of the next batch.
   database::RunTotals totals = f_.Totals();
-  totals.visitRecordsAdded = hits_.Run().totals.visitsOpened;
-  totals.pageRecordsAdded = hits_.Run().totals.pageHits;
+  totals.visitRecordsAdded = hits_.Counters().totals.visitsOpened;
+  totals.pageRecordsAdded = hits_.Counters().totals.pageHits;
   return totals;
 }
 
