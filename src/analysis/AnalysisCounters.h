@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "analysis/HitTime.h"
+#include "database/DayCounts.h"
 #include "database/RecordHooks.h"
 #include "vb/Dates.h"
 
@@ -20,16 +21,12 @@ inline constexpr vb::Date kFirstSweep = 32874.0;
 
 // The running state of one site during a run. Created zeroed for every site at the start of a run.
 struct SiteRunState {
-  // Day counters: written to "DaySum" and set to 0 at every day summary.
-  int32_t visitorsToday = 0;
-  int32_t alertsToday = 0;
-  int32_t spidersToday = 0;
-  int32_t exceptionsToday = 0;
-  int32_t downloadsToday = 0;
-  // The day's exceptions once more: every exception raises it beside exceptionsToday and it is
+  // The day's counts: written to "DaySum" and set to 0 at every day summary.
+  database::DayCounts today;
+  // The day's exceptions once more: every exception raises it beside today.exceptions and it is
   // reset with the day counters, but no day summary writes it and nothing reads it.
   int32_t exceptionsTodayUnwritten = 0;
-  int32_t otherToday = 0;        // a seventh day counter, reset with the others and not written
+  int32_t otherToday = 0;  // a seventh day counter, reset with the others and not written
 
   int32_t visitCounter = 0;      // raised for every visit opened
   int32_t visitorTotal = 0;      // open visits: raised per new visit, lowered per swept visit
@@ -69,10 +66,10 @@ class AnalysisCounters final : public database::RecordHooks {
                                                             : sites[0];
   }
 
-  void DownloadCounted(int32_t siteIndex) override { ++Site(siteIndex).downloadsToday; }
+  void DownloadCounted(int32_t siteIndex) override { ++Site(siteIndex).today.downloads; }
   void ExceptionCounted(int32_t siteIndex) override {
     SiteRunState& s = Site(siteIndex);
-    ++s.exceptionsToday;
+    ++s.today.exceptions;
     ++s.exceptionsTodayUnwritten;
     ++totals.exceptions;
     ++totals.exceptions2;

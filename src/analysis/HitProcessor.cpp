@@ -269,7 +269,7 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
   const int32_t vi = visits_.Append(siteIndex, hits.clientAddress);
   // 16.2 The site's counters.
   ++state.visitCounter;
-  ++state.visitorsToday;
+  ++state.today.visitors;
   ++state.visitorTotal;
   // 16.3 The new record.
   database::Visit& v = visits_[vi];
@@ -290,7 +290,7 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
   if (!spiderName.empty()) {
     v.spider = true;
     v.spiderName = spiderName;
-    ++state.spidersToday;
+    ++state.today.spiders;
   }
   // 16.5 The referrer without its double quotes.
   v.referrer = hits.referrer;
@@ -301,7 +301,7 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
     if (a > 0 && a <= world_.alertCount) {
       v.alert = true;
       v.alertNumber = world_.alert(a).number;
-      ++state.alertsToday;
+      ++state.today.alerts;
     }
   }
   // 16.7 Host name and country.

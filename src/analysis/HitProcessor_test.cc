@@ -138,7 +138,7 @@ TEST(HitProcessor, ExecutablesAreDownloadsAndBatchFilesAreNot) {
   run.Hit(kDay, "10:00:00", "10.0.0.1", "/files/setup.exe");
   run.Hit(kDay, "10:00:00", "10.0.0.2", "/go.bat");
   run.Hit(kDay, "10:00:00", "10.0.0.3", "/pack.zip");
-  EXPECT_EQ(run.hits->Counters().Site(1).downloadsToday, 2);
+  EXPECT_EQ(run.hits->Counters().Site(1).today.downloads, 2);
   run.Close();
   const auto ex = run.Table("Exceptions");
   EXPECT_EQ(Column(ex, "NUMBER"), (std::vector<std::string>{"150", "152"}));
@@ -226,7 +226,7 @@ TEST(HitProcessor, DaySummaryAtMidnightAndAcrossTwoFilesOverwritesTheDay) {
   EXPECT_EQ(days[1].at("VISITORS"), "1");
   EXPECT_EQ(days[1].at("EXCEPTIONS"), "1");
   EXPECT_EQ(days[1].at("DOWNLOADS"), "1");
-  EXPECT_EQ(run.hits->Counters().Site(1).visitorsToday, 0);
+  EXPECT_EQ(run.hits->Counters().Site(1).today.visitors, 0);
 }
 
 TEST(HitProcessor, DaySummaryOfALongSiteNameIsKeyedByItsFirstTwentyCharacters) {

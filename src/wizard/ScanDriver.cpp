@@ -113,11 +113,7 @@ ScanOutcome ScanDriver::ScanAllSites() {
   //    and a last sweep long ago, so that the first hit of the run starts a sweep.
   for (int i = 1; i <= world_.siteCount; ++i) {
     analysis::SiteRunState& s = run.Site(i);
-    s.visitorsToday = 0;
-    s.alertsToday = 0;
-    s.spidersToday = 0;
-    s.exceptionsToday = 0;
-    s.downloadsToday = 0;
+    s.today = database::DayCounts{};
     s.exceptionsTodayUnwritten = 0;
     s.lastSweepTime = analysis::kFirstSweep;
     if (static_cast<size_t>(i) < siteTimes_.size())
