@@ -20,7 +20,7 @@
 #include "loginput/LineReader.h"
 #include "platform/Clock.h"
 #include "platform/Registry.h"
-#include "startup/Engine.h"
+#include "startup/StartupSequence.h"
 #include "wizard/RunTimer.h"
 #include "wizard/Wizard.h"
 

@@ -16,7 +16,7 @@
 #include "platform/Clock.h"
 #include "platform/Registry.h"
 #include "startup/ConfigJson.h"
-#include "startup/Engine.h"
+#include "startup/StartupSequence.h"
 #include "wizard/RunTimer.h"
 #include "wizard/Wizard.h"
 

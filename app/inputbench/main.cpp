@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "loginput/RunState.h"
+#include "loginput/LogInputState.h"
 #include "loginput/ScanHooks.h"
 #include "loginput/ScanLogFile.h"
 #include "platform/Clock.h"
@@ -61,7 +61,7 @@ int main(int argc, char** argv) {
   world->siteCount = 1;
   startup::Site& site = world->sites[1];
   site.name = "bench";
-  site.type = static_cast<int16_t>(type);
+  site.type = static_cast<startup::LogLayout>(static_cast<int16_t>(type));
   site.unixServer = unixMode;
   site.lastLogFile = file;
   bench::HeadlessFrontend ui;
@@ -69,7 +69,7 @@ int main(int argc, char** argv) {
   const double bytes = static_cast<double>(std::filesystem::file_size(file));
   std::vector<double> rates, cpuRates, threadRates;
   for (int pass = 0; pass <= repeat; ++pass) {
-    loginput::RunState run;
+    loginput::LogInputState run;
     loginput::CountingHits hooks(run);
     const auto start = std::chrono::steady_clock::now();
     const double cpuStart = CpuSeconds();

@@ -23,7 +23,7 @@
 #include "dbase/Checker.h"
 #include "platform/Clock.h"
 #include "platform/Registry.h"
-#include "startup/Engine.h"
+#include "startup/StartupSequence.h"
 #include "wizard/RunTimer.h"
 #include "wizard/Wizard.h"
 #include "ProgramVersion.h"

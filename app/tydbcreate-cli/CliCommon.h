@@ -10,7 +10,7 @@
 
 #include "platform/Clock.h"
 #include "platform/Registry.h"
-#include "startup/Engine.h"
+#include "startup/StartupSequence.h"
 
 namespace cli {
 

@@ -9,7 +9,7 @@
 #include "WizardWindow.h"
 #include "platform/Clock.h"
 #include "platform/Registry.h"
-#include "startup/Engine.h"
+#include "startup/StartupSequence.h"
 #include "wizard/RunTimer.h"
 
 namespace window {

@@ -18,7 +18,7 @@
 
 #include "ElidedLabel.h"
 #include "HeaderArt.h"
-#include "startup/Engine.h"
+#include "startup/StartupSequence.h"
 
 namespace window {
 

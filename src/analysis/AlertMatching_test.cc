@@ -81,7 +81,7 @@ TEST(MatchAlert, AMatchingVisitIsFlaggedAndCountedAndSpidersAreNotMatched) {
   run.Hit("2026-11-20", "10:00:00", "10.0.0.1", "/a.htm");
   run.Hit("2026-11-20", "10:00:00", "10.0.0.2", "/a.htm", 200, "Googlebot/2.1");
   run.Hit("2026-11-20", "10:00:00", "192.168.0.1", "/a.htm");
-  EXPECT_EQ(run.hits->Run().Site(1).alertsToday, 1);
+  EXPECT_EQ(run.hits->Counters().Site(1).today.alerts, 1);
   run.hits->EndOfFile(1);
   run.Close();
   const auto visits = run.Table("Visits");

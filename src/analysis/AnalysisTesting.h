@@ -14,11 +14,11 @@
 #include "database/Database.h"
 #include "dbase/Table.h"
 #include "loginput/FieldMap.h"
-#include "loginput/RunState.h"
+#include "loginput/LogInputState.h"
 #include "platform/Clock.h"
-#include "startup/Engine.h"
 #include "startup/ExceptionCatalogue.h"
 #include "startup/Settings.h"
+#include "startup/StartupSequence.h"
 #include "startup/World.h"
 #include "vb/Dates.h"
 #include "TableReadBack.h"
@@ -44,9 +44,9 @@ struct Run {
   startup::World world{clock};
   std::unique_ptr<database::Database> f;
   std::unique_ptr<analysis::HitProcessor> hits;
-  loginput::RunState input;
+  loginput::LogInputState input;
 
-  explicit Run(int siteCount = 1, int16_t type = 0) {
+  explicit Run(int siteCount = 1, startup::LogLayout type = startup::LogLayout::W3cExtended) {
     world.app.dataFolder = dir.str();
     world.errors.SetBeep(false);
     startup::SetLoaderPageExtensions(world.settings);

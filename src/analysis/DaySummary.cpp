@@ -8,17 +8,10 @@ void WriteDaySummary(database::Database& db, std::string_view siteName, vb::Date
   // 1. No day yet: nothing to write.
   if (day == kNoDay) return;
   // 2. The record of the day.
-  database::DayCounts counts;
-  counts.visitors = site.visitorsToday;
-  counts.alerts = site.alertsToday;
-  counts.spiders = site.spidersToday;
-  counts.exceptions = site.exceptionsToday;
-  counts.downloads = site.downloadsToday;
-  db.WriteDaySummaryRecord(siteName, day, counts);
+  db.WriteDaySummaryRecord(siteName, day, site.today);
   // 3. The day starts again from zero.
-  site.visitorsToday = site.alertsToday = site.spidersToday = 0;
-  site.exceptionsToday = site.downloadsToday = 0;
-  site.exceptionsToday2 = site.otherToday = 0;
+  site.today = database::DayCounts{};
+  site.exceptionsTodayUnwritten = site.otherToday = 0;
 }
 
 }  // namespace analysis

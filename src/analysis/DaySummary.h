@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-#include "analysis/RunState.h"
+#include "analysis/AnalysisCounters.h"
 #include "database/Database.h"
 
 namespace analysis {

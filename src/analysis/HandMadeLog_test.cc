@@ -28,8 +28,8 @@ class Hooks : public loginput::ScanHooks {
   void DnsWait() override {}
   void WriteDaySummary(int site) override { run_.hits->WriteDaySummary(static_cast<int16_t>(site)); }
   void UpdateFileProgress(int32_t) override {}
-  vb::Date CurrentLogDate() override { return run_.hits->Run().currentLogDate; }
-  void SetCurrentLogDate(vb::Date d) override { run_.hits->Run().currentLogDate = d; }
+  vb::Date CurrentLogDate() override { return run_.hits->Counters().currentLogDate; }
+  void SetCurrentLogDate(vb::Date d) override { run_.hits->Counters().currentLogDate = d; }
   vb::Date DaySummaryDate() override { return run_.hits->LastHitDate(); }
 
  private:
@@ -77,12 +77,12 @@ TEST(HandMadeLog, TwoDaysOfAW3cLogGiveTheseTables) {
     loginput::ScanLogFile(run.world, ui, run.input, hooks, 1);
   }
   EXPECT_TRUE(ui.messages.empty());
-  EXPECT_EQ(run.hits->Run().totals.visitsOpened, 8);
-  EXPECT_EQ(run.hits->Run().totals.pageHits, 14);
+  EXPECT_EQ(run.hits->Counters().totals.visitsOpened, 8);
+  EXPECT_EQ(run.hits->Counters().totals.pageHits, 14);
   // The two visits still open at the end stay in the table (and "Active" in "Visits").
   ASSERT_EQ(run.hits->Visits().Count(), 2);
   EXPECT_EQ(Open(run, 2).currentPage, "contact.htm");
-  EXPECT_EQ(run.hits->Run().Site(1).visitorTotal, 2);
+  EXPECT_EQ(run.hits->Counters().Site(1).visitorTotal, 2);
   run.Close();
 
   // Visits: closed visits were written back at their time-out or sweep ("MinsOn" 0:60 is exactly

@@ -18,6 +18,7 @@
 namespace analysis {
 
 using loginput::FieldMap;
+using startup::LogLayout;
 
 namespace {
 
@@ -63,14 +64,14 @@ HitProcessor::HitProcessor(startup::World& world, database::Database& f, HitServ
     : world_(world),
       f_(f),
       services_(services ? services : &defaultServices_),
-      run_(world.siteCount),
+      counters_(world.siteCount),
       visits_(HostMasksOf(world.settings)) {
-  f_.SetHooks(run_);
+  f_.SetHooks(counters_);
   pageExtensions_.Assign(world.settings.pageExtensions, world.settings.pageExtensionCount);
 }
 
 void HitProcessor::StartFile() {
-  run_.currentLogDate = kNoDay;
+  counters_.currentLogDate = kNoDay;
   const startup::AppSettings& s = world_.settings;
   pageExtensions_.Assign(s.pageExtensions, s.pageExtensionCount);
 }
@@ -79,7 +80,7 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
                               const LineContext& context, loginput::HitFields& hits) {
   if (siteIndex < 1 || siteIndex > world_.siteCount) return true;
   const startup::Site& site = world_.site(siteIndex);
-  SiteRunState& state = run_.Site(siteIndex);
+  SiteRunState& state = counters_.Site(siteIndex);
   const FieldMap& map = context.map;
   // "Now" for the visits' processed-at times, read from the clock once every 256 hits rather than
   // per hit: it is a wall-clock stamp, and reading the clock costs a system call.
@@ -89,15 +90,17 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
   //    after the date need) and copy the mapped columns into the hit variables (those that the
   //    steps below read; nothing reads the others). A hit that the page filter will drop reads
   //    none of them but the page, so while only the page can be adjusted before that filter
-  //    (every TYPE but 3 and 5) the page is copied first and the other columns after the filter
-  //    (or deferred, for a dropped hit: a column that a later map lacks keeps its value).
+  //    (every layout but CommaLong and TabSeparated) the page is copied first and the other
+  //    columns after the filter (or deferred, for a dropped hit: a column that a later map lacks
+  //    keeps its value).
   loginput::SettleHitFields(map, hits);
   if (map.place != maxPlace_.map.place) {
     maxPlace_.map = map;
     maxPlace_.maxPlace = loginput::AnalysedMaxPlace(map);
   }
   fields_.Split(line, context.separator, maxPlace_.maxPlace);
-  const bool pageFirst = map.Has(loginput::kPage) && site.type != 3 && site.type != 5;
+  const bool pageFirst = map.Has(loginput::kPage) && site.type != LogLayout::CommaLong &&
+                         site.type != LogLayout::TabSeparated;
   if (pageFirst) {
     loginput::FillHitPage(fields_, map, hits);
   } else {
@@ -117,15 +120,15 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
     zoneField = fields_[map[loginput::kDate] + 1];
   }
   if (map.Has(loginput::kTime)) timeField = fields_[map[loginput::kTime]];
-  const vb::Date hitTime =
-      ReadHitTime(run_.clock, site.type, dateField, zoneField, timeField, state.currentHitTime);
+  const vb::Date hitTime = ReadHitTime(counters_.clock, site.type, dateField, zoneField, timeField,
+                                       state.currentHitTime);
 
   // 4. Day roll-over (one remembered date for the whole run). A line whose date could not be
   //    read carries only the previous hit's date (perhaps another site's, or none yet): it
   //    neither ends a day nor starts one, so it never makes a daily summary of its own.
-  if (run_.clock.dateRead && run_.clock.hitDate != run_.currentLogDate) {
+  if (counters_.clock.dateRead && counters_.clock.hitDate != counters_.currentLogDate) {
     WriteDaySummary(siteIndex);
-    run_.currentLogDate = run_.clock.hitDate;
+    counters_.currentLogDate = counters_.clock.hitDate;
   }
   // 5. The site's current-hit time.
   state.currentHitTime = hitTime;
@@ -140,10 +143,10 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
   if (!map.Has(loginput::kPage)) return true;
   std::string& page = hits.page;
   switch (site.type) {
-    case 2:
+    case LogLayout::Combined:
       if (page == "/") page.append(site.homePage);
       break;
-    case 3:
+    case LogLayout::CommaLong:
       if (size_t q = page.find('?'); q != std::string::npos) {
         hits.query.assign(page, q + 1);
         page.resize(q);
@@ -151,7 +154,7 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
         hits.query.clear();
       }
       break;
-    case 5:
+    case LogLayout::TabSeparated:
       // The page's folder is the hit's referrer. These logs name no referrer column (their
       // field names have none), so nothing read later overwrites it.
       if (size_t slash = page.rfind('/'); slash != std::string::npos) {
@@ -169,7 +172,8 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
       break;
   }
   // A query column, when the log has one, is read after the page (step 9) and so wins.
-  if ((site.type == 3 || site.type == 5) && map.Has(loginput::kQuery))
+  if ((site.type == LogLayout::CommaLong || site.type == LogLayout::TabSeparated) &&
+      map.Has(loginput::kQuery))
     hits.query.assign(fields_[map[loginput::kQuery]]);
 
   // 8. Page filter on the page-extension list.
@@ -223,7 +227,7 @@ bool HitProcessor::ProcessHit(std::string_view line, int16_t siteIndex,
 int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
                                 const LineContext& context, loginput::HitFields& hits,
                                 vb::Date hitTime) {
-  SiteRunState& state = run_.Site(siteIndex);
+  SiteRunState& state = counters_.Site(siteIndex);
   const std::string& page = hits.page;
   // 15.1 Browser; a log without agents ("-") takes the method as browser code.
   AgentFacts& facts = FactsOf(hits.userAgent);
@@ -261,11 +265,11 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
   }
 
   // 16.1 One more visit, appended to the table.
-  ++run_.totals.visitsOpened;
+  ++counters_.totals.visitsOpened;
   const int32_t vi = visits_.Append(siteIndex, hits.clientAddress);
   // 16.2 The site's counters.
   ++state.visitCounter;
-  ++state.visitorsToday;
+  ++state.today.visitors;
   ++state.visitorTotal;
   // 16.3 The new record.
   database::Visit& v = visits_[vi];
@@ -286,7 +290,7 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
   if (!spiderName.empty()) {
     v.spider = true;
     v.spiderName = spiderName;
-    ++state.spidersToday;
+    ++state.today.spiders;
   }
   // 16.5 The referrer without its double quotes.
   v.referrer = hits.referrer;
@@ -297,7 +301,7 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
     if (a > 0 && a <= world_.alertCount) {
       v.alert = true;
       v.alertNumber = world_.alert(a).number;
-      ++state.alertsToday;
+      ++state.today.alerts;
     }
   }
   // 16.7 Host name and country.
@@ -318,7 +322,7 @@ int32_t HitProcessor::OpenVisit(int16_t siteIndex, const startup::Site& site,
 
 void HitProcessor::CountPage(int32_t vi, int16_t siteIndex, const startup::Site& site,
                              loginput::HitFields& hits, vb::Date hitTime) {
-  SiteRunState& state = run_.Site(siteIndex);
+  SiteRunState& state = counters_.Site(siteIndex);
   database::Visit& v = visits_[vi];
   const std::string& page = hits.page;
   // 18.1 Any hit keeps the visit alive.
@@ -347,7 +351,7 @@ void HitProcessor::CountPage(int32_t vi, int16_t siteIndex, const startup::Site&
   }
   ++v.pageCount;
   v.ended = false;
-  ++run_.totals.pageHits;
+  ++counters_.totals.pageHits;
 
   // 19. The server's answer. 400 itself raises nothing: the test is for greater.
   if (v.status > 400) {
@@ -417,13 +421,13 @@ void HitProcessor::Raise(int16_t siteIndex, int16_t number, vb::Date when,
 
 void HitProcessor::WriteDaySummary(int16_t siteIndex) {
   if (siteIndex < 1 || siteIndex > world_.siteCount) return;
-  analysis::WriteDaySummary(f_, world_.site(siteIndex).name, run_.currentLogDate,
-                            run_.Site(siteIndex));
+  analysis::WriteDaySummary(f_, world_.site(siteIndex).name, counters_.currentLogDate,
+                            counters_.Site(siteIndex));
 }
 
 void HitProcessor::EndOfFile(int16_t siteIndex) {
-  if (run_.currentLogDate == kNoDay && run_.clock.hitDate != 0)
-    run_.currentLogDate = run_.clock.hitDate;
+  if (counters_.currentLogDate == kNoDay && counters_.clock.hitDate != 0)
+    counters_.currentLogDate = counters_.clock.hitDate;
   WriteDaySummary(siteIndex);
 }
 
@@ -500,7 +504,7 @@ void HitProcessor::ScanToRemove(vb::Date fileDate) {
   if (sweep_.valid && fileDate == sweep_.fileDate && Timeout() == sweep_.timeout &&
       (!sweep_.anyHit || vb::DateDiffMinutes(sweep_.earliestHit, fileDate) <= Timeout()))
     return;
-  analysis::ScanToRemove(visits_, f_, run_, fileDate, Timeout());
+  analysis::ScanToRemove(visits_, f_, counters_, fileDate, Timeout());
   sweep_.valid = fileDate >= 0 && fileDate <= kPlainDateLimit;
   sweep_.fileDate = fileDate;
   sweep_.timeout = Timeout();
@@ -511,7 +515,7 @@ void HitProcessor::RequestComplete(const platform::DnsAnswer& answer) {
   dns_.RequestComplete(answer, visits_, f_);
 }
 
-void HitProcessor::RemoveInactive() { analysis::RemoveInactive(visits_, f_, run_); }
+void HitProcessor::RemoveInactive() { analysis::RemoveInactive(visits_, f_, counters_); }
 
 int32_t HitProcessor::GetVisitorByGroup(std::string_view address) {
   const std::vector<std::string>& masks = visits_.HostMasks();
@@ -525,7 +529,8 @@ int32_t HitProcessor::GetVisitorByGroup(std::string_view address) {
     const int32_t j = visits_.FirstWithHostMask(k);
     if (j == 0) continue;
     database::Visit& v = visits_[j];
-    const int64_t idle = vb::DateDiffMinutes(v.lastHitTime, run_.Site(v.siteIndex).currentHitTime);
+    const int64_t idle =
+        vb::DateDiffMinutes(v.lastHitTime, counters_.Site(v.siteIndex).currentHitTime);
     if (idle < Timeout() / 2) {
       v.groupMask = masks[k];
       return j;

@@ -12,11 +12,11 @@
 #include <string_view>
 #include <unordered_set>
 
+#include "analysis/AnalysisCounters.h"
 #include "analysis/HitServices.h"
 #include "analysis/HitTime.h"
 #include "analysis/PageExtensions.h"
 #include "analysis/ReverseDns.h"
-#include "analysis/RunState.h"
 #include "analysis/VisitTable.h"
 #include "database/Database.h"
 #include "loginput/FieldMap.h"
@@ -60,7 +60,9 @@ class HitProcessor {
   void EndOfFile(int16_t siteIndex);
   // The date of the last hit read (any site, any file), or kNoDay before the first: the date the
   // day summaries fall back on for a file in which no hit set the remembered date.
-  vb::Date LastHitDate() const { return run_.clock.hitDate != 0 ? run_.clock.hitDate : kNoDay; }
+  vb::Date LastHitDate() const {
+    return counters_.clock.hitDate != 0 ? counters_.clock.hitDate : kNoDay;
+  }
   // The scan driver calls this before each log file: the remembered date goes back to "no day",
   // and the page filter takes the settings' page-extension list as it stands now (it is read when
   // this object is made and again here, not per hit).
@@ -91,9 +93,9 @@ class HitProcessor {
   const ReverseDns& Dns() const { return dns_; }
 
   VisitTable& Visits() { return visits_; }
-  RunState& Run() { return run_; }
-  const RunState& Run() const { return run_; }
-  const HitClock& Clock() const { return run_.clock; }
+  AnalysisCounters& Counters() { return counters_; }
+  const AnalysisCounters& Counters() const { return counters_; }
+  const HitClock& Clock() const { return counters_.clock; }
 
  private:
   // Steps 15 to 16: classify and open a new visit. Returns 0 when the hit is dropped.
@@ -112,7 +114,7 @@ class HitProcessor {
   database::Database& f_;
   HitServices defaultServices_;
   HitServices* services_;
-  RunState run_;
+  AnalysisCounters counters_;
   VisitTable visits_;
   ReverseDns dns_;
 

@@ -40,8 +40,8 @@ TEST(HitProcessor, ReloadAndNonPageHitsAddNothing) {
   EXPECT_EQ(v.pageCount, 1);
   EXPECT_EQ(v.lastHitTime, At(2026, 11, 20, 10, 1));
   EXPECT_EQ(v.currentPage, "index.htm");
-  EXPECT_EQ(run.hits->Run().Site(1).pageViews, 1);
-  EXPECT_EQ(run.hits->Run().totals.pageHits, 1);
+  EXPECT_EQ(run.hits->Counters().Site(1).pageViews, 1);
+  EXPECT_EQ(run.hits->Counters().totals.pageHits, 1);
   run.Close();
   const auto pages = run.Table("Pages");
   EXPECT_EQ(CountWhere(pages, "PAGE", "index.htm"), 1);
@@ -76,10 +76,10 @@ TEST(HitProcessor, TimeOutOfTwentyMinutesContinuesAtTwentyAndEndsAtTwentyOne) {
   run.Hit(kDay, "10:00:00", "10.0.0.1", "/a.htm");
   run.Hit(kDay, "10:20:00", "10.0.0.1", "/b.htm");  // 20 minutes: same visit
   run.Hit(kDay, "10:41:00", "10.0.0.1", "/c.htm");  // 21 minutes: a new visit
-  EXPECT_EQ(run.hits->Run().totals.visitsOpened, 2);
+  EXPECT_EQ(run.hits->Counters().totals.visitsOpened, 2);
   ASSERT_EQ(run.hits->Visits().Count(), 1);  // the first one was written out and dropped
   EXPECT_EQ(Open(run, 1).startTime, At(2026, 11, 20, 10, 41));
-  EXPECT_EQ(run.hits->Run().Site(1).visitorTotal, 1);
+  EXPECT_EQ(run.hits->Counters().Site(1).visitorTotal, 1);
   run.Close();
   const auto visits = run.Table("Visits");
   ASSERT_EQ(visits.size(), 2u);
@@ -138,7 +138,7 @@ TEST(HitProcessor, ExecutablesAreDownloadsAndBatchFilesAreNot) {
   run.Hit(kDay, "10:00:00", "10.0.0.1", "/files/setup.exe");
   run.Hit(kDay, "10:00:00", "10.0.0.2", "/go.bat");
   run.Hit(kDay, "10:00:00", "10.0.0.3", "/pack.zip");
-  EXPECT_EQ(run.hits->Run().Site(1).downloadsToday, 2);
+  EXPECT_EQ(run.hits->Counters().Site(1).today.downloads, 2);
   run.Close();
   const auto ex = run.Table("Exceptions");
   EXPECT_EQ(Column(ex, "NUMBER"), (std::vector<std::string>{"150", "152"}));
@@ -226,7 +226,7 @@ TEST(HitProcessor, DaySummaryAtMidnightAndAcrossTwoFilesOverwritesTheDay) {
   EXPECT_EQ(days[1].at("VISITORS"), "1");
   EXPECT_EQ(days[1].at("EXCEPTIONS"), "1");
   EXPECT_EQ(days[1].at("DOWNLOADS"), "1");
-  EXPECT_EQ(run.hits->Run().Site(1).visitorsToday, 0);
+  EXPECT_EQ(run.hits->Counters().Site(1).today.visitors, 0);
 }
 
 TEST(HitProcessor, DaySummaryOfALongSiteNameIsKeyedByItsFirstTwentyCharacters) {
@@ -257,14 +257,14 @@ TEST(HitProcessor, SweepClosesAVisitOneMinutePastTheTimeOutMeasuredToTheFileDate
   run.Hit(kDay, "10:46:00", "10.0.0.3", "/a.htm");
   ASSERT_EQ(run.hits->Visits().Count(), 2);
   EXPECT_EQ(Open(run, 1).clientAddress, "10.0.0.2");
-  EXPECT_EQ(run.hits->Run().Site(1).visitorTotal, 2);
+  EXPECT_EQ(run.hits->Counters().Site(1).visitorTotal, 2);
   // The sweep itself, at the boundary: every site's visits, against the date given.
   run.hits->ScanToRemove(At(2026, 11, 20, 11, 6));
   ASSERT_EQ(run.hits->Visits().Count(), 1);
   EXPECT_EQ(Open(run, 1).clientAddress, "10.0.0.3");
   run.hits->ScanToRemove(At(2026, 11, 20, 11, 7));
   EXPECT_EQ(run.hits->Visits().Count(), 0);
-  EXPECT_EQ(run.hits->Run().Site(1).visitorTotal, 0);
+  EXPECT_EQ(run.hits->Counters().Site(1).visitorTotal, 0);
   run.Close();
   const auto visits = run.Table("Visits");
   ASSERT_EQ(visits.size(), 3u);

@@ -108,17 +108,18 @@ bool ReadCombinedDate(HitClock& clock, std::string_view field, std::string_view 
 
 }  // namespace
 
-vb::Date ReadHitTime(HitClock& clock, int16_t type, std::optional<std::string_view> dateField,
-                     std::string_view zoneField, std::optional<std::string_view> timeField,
-                     vb::Date siteCurrentHitTime) {
+vb::Date ReadHitTime(HitClock& clock, startup::LogLayout layout,
+                     std::optional<std::string_view> dateField, std::string_view zoneField,
+                     std::optional<std::string_view> timeField, vb::Date siteCurrentHitTime) {
+  using startup::LogLayout;
   // 2. Hit date, by the site's TYPE. A date that cannot be read leaves the previous one and is
   //    noted as not read.
   clock.dateRead = true;
   if (!dateField) {
     clock.hitDate = std::floor(siteCurrentHitTime);
-  } else if (type == 2) {
+  } else if (layout == LogLayout::Combined) {
     clock.dateRead = ReadCombinedDate(clock, *dateField, zoneField);
-  } else if (type == 1 || type == 3) {
+  } else if (layout == LogLayout::CommaShort || layout == LogLayout::CommaLong) {
     std::string_view p[3];
     if (SplitThree(*dateField, '/', p)) {
       if (auto d = DateFromParts(p[2], p[0], p[1])) clock.hitDate = *d;

@@ -6,13 +6,15 @@
 #include <optional>
 #include <string_view>
 
+#include "startup/LogLayout.h"
 #include "vb/Dates.h"
 
 namespace analysis {
 
 // What the date and time rules remember from one hit to the next. One instance serves the whole
 // run: a value that cannot be read from a line stays as the previous hit left it, and the zone
-// offset is only changed by TYPE 1, 2 and 3 logs, so it carries over to later sites.
+// offset is only changed by the comma and combined layouts (TYPE 1, 2 and 3), so it carries over
+// to later sites.
 struct HitClock {
   vb::Date hitDate = 0;       // whole days: the date of the latest hit
   vb::Date timeOfDay = 0;     // fraction of a day: the latest time of day read
@@ -34,18 +36,18 @@ struct HitClock {
 // the offset in seconds when it is not 0).
 // - `dateField` absent (the log has no date column): the date is the date part of
 //   `siteCurrentHitTime`; the offset stays.
-// - TYPE 2: "[dd/Mon/yyyy:hh:mm:ss": the first character is dropped, 11 characters are the date
-//   and the 8 from the 13th are the time of day; `zoneField` (the next field, e.g. "-0700]") is
-//   cut to 5 characters when longer than 4, read as a number, divided by 100, rounded half to
-//   even to whole hours and times 3,600 gives the offset.
-// - TYPE 1 or 3: month/day/year; the offset becomes 0.
-// - any other TYPE: year-month-day; the offset stays.
-// Then, when `timeField` is present, the time of day is read from it (overriding the TYPE 2 time).
-// A part that cannot be read keeps its previous value (hit date, time of day or offset); nothing
-// throws. Allocates nothing.
-vb::Date ReadHitTime(HitClock& clock, int16_t type, std::optional<std::string_view> dateField,
-                     std::string_view zoneField, std::optional<std::string_view> timeField,
-                     vb::Date siteCurrentHitTime);
+// - Combined (TYPE 2): "[dd/Mon/yyyy:hh:mm:ss": the first character is dropped, 11 characters
+//   are the date and the 8 from the 13th are the time of day; `zoneField` (the next field, e.g.
+//   "-0700]") is cut to 5 characters when longer than 4, read as a number, divided by 100,
+//   rounded half to even to whole hours and times 3,600 gives the offset.
+// - CommaShort or CommaLong (TYPE 1 or 3): month/day/year; the offset becomes 0.
+// - any other layout: year-month-day; the offset stays.
+// Then, when `timeField` is present, the time of day is read from it (overriding the combined
+// date's time). A part that cannot be read keeps its previous value (hit date, time of day or
+// offset); nothing throws. Allocates nothing.
+vb::Date ReadHitTime(HitClock& clock, startup::LogLayout layout,
+                     std::optional<std::string_view> dateField, std::string_view zoneField,
+                     std::optional<std::string_view> timeField, vb::Date siteCurrentHitTime);
 
 // Whether vb::DateDiffMinutes(from, to) > limit, with the same answer in every case. Two dates of
 // the ordinary calendar (0 <= date <= 1e8) that lie less than limit - 1 minutes apart answer

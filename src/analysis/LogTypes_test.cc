@@ -17,7 +17,7 @@ void Prepare(antest::Run& run) {
 }
 
 TEST(LogTypes, CombinedLogHomePageZoneOffsetAndQuotes) {
-  antest::Run run(1, 2);
+  antest::Run run(1, startup::LogLayout::Combined);
   run.world.site(1).homePage = "index.html";
   Prepare(run);
   run.Hit("10.0.0.1 - - [20/Nov/2026:10:00:00 +0100] \"GET / HTTP/1.0\" 200 123 "
@@ -37,7 +37,7 @@ TEST(LogTypes, CombinedLogHomePageZoneOffsetAndQuotes) {
 }
 
 TEST(LogTypes, CommaLogSplitsTheQueryOffThePageAndSkipsSpiderDetection) {
-  antest::Run run(1, 3);
+  antest::Run run(1, startup::LogLayout::CommaLong);
   Prepare(run);
   // Places: 0 address, 1 user, 2 agent, 4 date (m/d/y), 5 time, 18 page.
   std::vector<std::string> f(22, "x");
@@ -60,7 +60,7 @@ TEST(LogTypes, CommaLogSplitsTheQueryOffThePageAndSkipsSpiderDetection) {
 }
 
 TEST(LogTypes, TabLogTakesTheReferrerFromTheRequestAndTheQueryOnlyWhenAskedFor) {
-  antest::Run run(1, 5);
+  antest::Run run(1, startup::LogLayout::TabSeparated);
   Prepare(run);
   run.Fields(1, "DATE TIME C-IP CS-URI SC-STATUS C-AGENT");
   run.Hit("2026-11-20\t10:00:00\t10.0.0.1\thttp://www.example.com/dir/page.htm?x=1\t200\tWget/1.0");

@@ -84,18 +84,18 @@ TEST(PageExtensions, ListChangedBetweenFilesAppliesFromTheNextFile) {
   ASSERT_TRUE(run.ok);
   run.hits->StartFile();
   run.Hit("2026-11-20", "10:00:00", "10.0.0.1", "/report.pdfx");
-  EXPECT_EQ(run.hits->Run().totals.pageHits, 0);
+  EXPECT_EQ(run.hits->Counters().totals.pageHits, 0);
   startup::AppSettings& s = run.world.settings;
   s.pageExtensions[static_cast<size_t>(++s.pageExtensionCount)] = "pdfx";
   run.Hit("2026-11-20", "10:00:10", "10.0.0.1", "/report.pdfx");
-  EXPECT_EQ(run.hits->Run().totals.pageHits, 0);  // same file: the list it started with
+  EXPECT_EQ(run.hits->Counters().totals.pageHits, 0);  // same file: the list it started with
   run.hits->StartFile();
   run.Hit("2026-11-20", "10:00:20", "10.0.0.1", "/Report.PDFX");
-  EXPECT_EQ(run.hits->Run().totals.pageHits, 1);
+  EXPECT_EQ(run.hits->Counters().totals.pageHits, 1);
   run.Hit("2026-11-20", "10:00:30", "10.0.0.1", "/index.HTM");
-  EXPECT_EQ(run.hits->Run().totals.pageHits, 2);
+  EXPECT_EQ(run.hits->Counters().totals.pageHits, 2);
   run.Hit("2026-11-20", "10:00:40", "10.0.0.1", "/logo.gif");
-  EXPECT_EQ(run.hits->Run().totals.pageHits, 2);
+  EXPECT_EQ(run.hits->Counters().totals.pageHits, 2);
 }
 
 }  // namespace

@@ -41,7 +41,7 @@ TEST(RobotLearning, AnUnknownRobotIsLearntOnceAndItsVisitsAreSpiders) {
   EXPECT_TRUE(run.world.robots.changed);
   EXPECT_EQ(run.world.robots.entries[1].address, "10.0.0.9");
   EXPECT_EQ(run.world.robots.entries[1].agent, "Fetchy/1.0");
-  EXPECT_EQ(run.hits->Run().Site(1).spidersToday, 1);
+  EXPECT_EQ(run.hits->Counters().Site(1).today.spiders, 1);
   // Later, in a new visit: known by its address now, so not learnt or reported again.
   run.Hit("2026-11-20", "11:00:00", "10.0.0.9", "/robots.txt", 200, "Fetchy/1.0");
   EXPECT_EQ(run.world.robots.count, 1);

@@ -49,14 +49,15 @@ TEST(SteadyState, HitsOfOpenVisitsAllocateNothing) {
   const LineContext ctx{run.input.fieldMap, s.separator, s.noSpiderCheck, s.currentFileDate};
   const size_t warmUp = 250;  // the first five rounds open the visits and grow the buffers
   for (size_t i = 0; i < warmUp; ++i) run.hits->ProcessHit(lines[i], 1, ctx, run.input.hits);
-  const int32_t pagesBefore = run.hits->Run().totals.pageHits;
+  const int32_t pagesBefore = run.hits->Counters().totals.pageHits;
   const long before = g_allocations;
   for (size_t i = warmUp; i < lines.size(); ++i)
     run.hits->ProcessHit(lines[i], 1, ctx, run.input.hits);
   const long allocations = g_allocations - before;
   EXPECT_EQ(allocations, 0);
-  EXPECT_EQ(run.hits->Run().totals.visitsOpened, 50);
-  EXPECT_GE(run.hits->Run().totals.pageHits - pagesBefore, 700);  // real page views were counted
+  EXPECT_EQ(run.hits->Counters().totals.visitsOpened, 50);
+  // Real page views were counted.
+  EXPECT_GE(run.hits->Counters().totals.pageHits - pagesBefore, 700);
 }
 
 TEST(SteadyState, VisitsThatEndAndOpenAgainAllocateNothing) {
@@ -92,7 +93,7 @@ TEST(SteadyState, VisitsThatEndAndOpenAgainAllocateNothing) {
   const size_t warmUp = lines.size() / 2;
   for (size_t i = 0; i < warmUp; ++i) run.hits->ProcessHit(lines[i], 1, ctx, run.input.hits);
   run.f->WaitForRecords();
-  const int32_t opened = run.hits->Run().totals.visitsOpened;
+  const int32_t opened = run.hits->Counters().totals.visitsOpened;
   const long before = g_allocations;
   for (size_t i = warmUp; i < lines.size(); ++i)
     run.hits->ProcessHit(lines[i], 1, ctx, run.input.hits);
@@ -100,7 +101,7 @@ TEST(SteadyState, VisitsThatEndAndOpenAgainAllocateNothing) {
   const long allocations = g_allocations - before;
   EXPECT_EQ(allocations, 0);
   // Every visitor's visit ended and a new one opened in every measured round.
-  EXPECT_EQ(run.hits->Run().totals.visitsOpened - opened, visitors * rounds / 2);
+  EXPECT_EQ(run.hits->Counters().totals.visitsOpened - opened, visitors * rounds / 2);
   run.Close();
   EXPECT_EQ(run.Table("Visits").size(), static_cast<size_t>(visitors * rounds));
 }

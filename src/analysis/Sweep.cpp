@@ -16,8 +16,8 @@ int64_t FloorMinute(int64_t seconds) {
 
 }  // namespace
 
-void ScanToRemove(VisitTable& visits, database::Database& f, RunState& run, vb::Date fileDate,
-                  int32_t inactivityMins) {
+void ScanToRemove(VisitTable& visits, database::Database& f, AnalysisCounters& counters,
+                  vb::Date fileDate, int32_t inactivityMins) {
   // 1. Mark every visit idle for longer than the inactivity time, measured to the file's date.
   //    On the ordinary calendar that is a last hit before the start of the minute
   //    `inactivityMins` minutes before the file date's minute; a last hit more than a second
@@ -45,14 +45,14 @@ void ScanToRemove(VisitTable& visits, database::Database& f, RunState& run, vb::
     }
   }
   // 2. Write them out.
-  if (marked) RemoveInactive(visits, f, run);
+  if (marked) RemoveInactive(visits, f, counters);
 }
 
-void RemoveInactive(VisitTable& visits, database::Database& f, RunState& run) {
+void RemoveInactive(VisitTable& visits, database::Database& f, AnalysisCounters& counters) {
   visits.RemoveMarked(
       [&](int32_t i) {
         const database::Visit& v = visits[i];
-        SiteRunState& site = run.Site(v.siteIndex);
+        SiteRunState& site = counters.Site(v.siteIndex);
         if (site.visitorTotal > 0) --site.visitorTotal;
         f.UpdateVisitInDatabase(v);
       },

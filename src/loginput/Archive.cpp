@@ -16,7 +16,7 @@
 #include "platform/Files.h"
 #include "platform/Frontend.h"
 #include "platform/Zip.h"
-#include "startup/Engine.h"
+#include "startup/StartupSequence.h"
 #include "startup/World.h"
 
 namespace loginput {
@@ -100,7 +100,7 @@ int RemoveLeftoverUnpackedFiles(startup::World& world) {
   return removed;
 }
 
-void UnZipArchive(startup::World& world, platform::Frontend& ui, RunState& run, int siteIndex,
+void UnZipArchive(startup::World& world, platform::Frontend& ui, LogInputState& run, int siteIndex,
                   const platform::ZipArchive::Limits& limits) {
   // 1.
   ui.SetCaption(platform::Label::Prog2, kUnzipCaption);
@@ -176,7 +176,8 @@ void UnZipArchive(startup::World& world, platform::Frontend& ui, RunState& run, 
   ui.SetCaption(platform::Label::Prog2, "");
 }
 
-void DeleteArchive(startup::World& world, platform::Frontend& ui, RunState& run, int siteIndex) {
+void DeleteArchive(startup::World& world, platform::Frontend& ui, LogInputState& run,
+                   int siteIndex) {
   // 1. (The caption's spelling is the window's own.)
   ui.SetCaption(platform::Label::Prog2, "Removing Tempory Files");
   // 2. Only the exact path that was reported, and only a regular file: a name that differs in

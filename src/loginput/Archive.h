@@ -10,7 +10,7 @@
 
 #include <string_view>
 
-#include "loginput/RunState.h"
+#include "loginput/LogInputState.h"
 #include "platform/Zip.h"
 
 namespace platform {
@@ -32,14 +32,15 @@ inline constexpr std::string_view kArchiveName = "ARCHIVE.ZIP";
 // of its yields aborts the unpacking and sets run.cancelled. A damaged or unreadable archive ends
 // the unpacking without a message box (a line goes to errors.log); the files unpacked so far stay
 // and are listed. REQUIRES: 1 <= siteIndex <= world.siteCount. Never throws.
-void UnZipArchive(startup::World& world, platform::Frontend& ui, RunState& run, int siteIndex,
+void UnZipArchive(startup::World& world, platform::Frontend& ui, LogInputState& run, int siteIndex,
                   const platform::ZipArchive::Limits& limits = {});
 
 // Shows "Removing Tempory Files" and deletes every file of run.extracted that still exists as a
 // regular file under exactly that path; a file already gone is skipped. A deletion that fails is
 // noted in errors.log under "ModFiles.DeleteArchive". Then the list of unpacked files goes.
 // Never throws.
-void DeleteArchive(startup::World& world, platform::Frontend& ui, RunState& run, int siteIndex);
+void DeleteArchive(startup::World& world, platform::Frontend& ui, LogInputState& run,
+                   int siteIndex);
 
 // The list of unpacked files, kept in the data folder's "Temp" folder while a site's archive is
 // unpacked and scanned: the log folder first ("folder <path>"), then every file, written there

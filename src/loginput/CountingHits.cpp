@@ -1,5 +1,5 @@
 // The counting stand-in for the hit processing, and the run state's abort of an unpacking.
-#include "loginput/RunState.h"
+#include "loginput/LogInputState.h"
 #include "loginput/ScanHooks.h"
 #include "platform/Zip.h"
 
@@ -14,7 +14,7 @@ void CountingHits::ProcessHit(std::string_view line, int siteIndex) {
   if (map.Has(kPage) && !fields_[map[kPage]].empty()) ++hitsWithPage;
 }
 
-void RunState::AbortUnzip() {
+void LogInputState::AbortUnzip() {
   if (unzipping && activeZip_) activeZip_->Abort();
 }
 

@@ -69,16 +69,16 @@ int FieldMap::MaxPlace() const {
 #endif
 }
 
-void ApplyFieldsDirective(FieldMap& map, int16_t type, std::string_view fieldList,
+void ApplyFieldsDirective(FieldMap& map, startup::LogLayout layout, std::string_view fieldList,
                           bool& dateFieldFlag) {
   // 1. Every slot absent.
   map.Clear();
-  // 3. The name column by the site's TYPE; other types keep the empty map.
+  // 3. The name column by the site's layout; any other TYPE keeps the empty map.
   const Names* names = nullptr;
-  switch (type) {
-    case 0: names = &kW3cNames; break;
-    case 5: names = &kType5Names; break;
-    case 4: names = &kType4Names; break;
+  switch (layout) {
+    case startup::LogLayout::W3cExtended: names = &kW3cNames; break;
+    case startup::LogLayout::TabSeparated: names = &kType5Names; break;
+    case startup::LogLayout::FirewallStyle: names = &kType4Names; break;
     default: return;
   }
   // 2. TAB counts as a blank; every single blank ends an item, so "A  B" is "A", "", "B".
@@ -90,7 +90,8 @@ void ApplyFieldsDirective(FieldMap& map, int16_t type, std::string_view fieldLis
     std::string_view item = vb::Trim(fieldList.substr(start, i - start));
     start = i + 1;
     if (place > INT16_MAX) break;
-    if (!item.empty() && !(type == 5 && vb::EqualsNoCase(item, kType5Ignored))) {
+    if (!item.empty() &&
+        !(layout == startup::LogLayout::TabSeparated && vb::EqualsNoCase(item, kType5Ignored))) {
       for (int slot = 0; slot < kSlotCount; ++slot) {
         if (!(*names)[slot].empty() && vb::EqualsNoCase(item, (*names)[slot])) {
           map[slot] = static_cast<int16_t>(place);

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "startup/LogLayout.h"
+
 namespace loginput {
 
 // The 20 slots of the map, in their fixed order.
@@ -52,12 +54,13 @@ struct FieldMap {
 
 // Builds `map` from the column list of a fields directive (the text after "#Fields: ").
 // 1. Every slot becomes -1. 2. TABs become blanks and the list is split at every single blank, so
-// two blanks in a row give an empty item that still takes a place. 3. The site's `type` picks the
-// column of names: 0 the W3C names, 5 and 4 their own names; any other type leaves every slot at
-// -1 (a fixed-layout site that meets a fields line loses its preset map). 4. Each item, trimmed
-// and upper-cased, that equals a name of that column sets its slot to the item's place; a later
-// duplicate wins; a mapped "DATE" sets `dateFieldFlag`. Unknown names are skipped. Never throws.
-void ApplyFieldsDirective(FieldMap& map, int16_t type, std::string_view fieldList,
+// two blanks in a row give an empty item that still takes a place. 3. The site's `layout` picks
+// the column of names: W3C Extended the W3C names, TAB separated and firewall-style their own
+// names; any other layout leaves every slot at -1 (a fixed-layout site that meets a fields line
+// loses its preset map). 4. Each item, trimmed and upper-cased, that equals a name of that column
+// sets its slot to the item's place; a later duplicate wins; a mapped "DATE" sets `dateFieldFlag`.
+// Unknown names are skipped. Never throws.
+void ApplyFieldsDirective(FieldMap& map, startup::LogLayout layout, std::string_view fieldList,
                           bool& dateFieldFlag);
 
 // The preset maps of the fixed layouts, TYPE 1 to 4. Slots not named by a layout become -1,

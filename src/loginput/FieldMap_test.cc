@@ -11,11 +11,13 @@
 namespace loginput {
 namespace {
 
+using startup::LogLayout;
+constexpr LogLayout kW3c = LogLayout::W3cExtended;
+
 TEST(FieldMap, W3cDirectiveMapsNamedColumnsInAnyCase) {
   FieldMap map;
   bool dateFlag = false;
-  ApplyFieldsDirective(map,
-                       0,
+  ApplyFieldsDirective(map, kW3c,
                        "date time c-ip cs-username X-UNKNOWN cs-method cs-uri-stem cs-uri-query "
                        "sc-status sc-bytes cs(User-Agent) cs(Referer)",
                        dateFlag);
@@ -36,7 +38,7 @@ TEST(FieldMap, W3cDirectiveMapsNamedColumnsInAnyCase) {
 
   // Without "CS(REFERER)" the referrer is absent, and a map without DATE leaves the flag alone.
   bool noDate = false;
-  ApplyFieldsDirective(map, 0, "TIME C-IP CS-URI-STEM", noDate);
+  ApplyFieldsDirective(map, kW3c, "TIME C-IP CS-URI-STEM", noDate);
   EXPECT_FALSE(noDate);
   EXPECT_EQ(map[kReferrer], kAbsent);
   EXPECT_EQ(map[kDate], kAbsent);
@@ -47,26 +49,28 @@ TEST(FieldMap, EveryBlankOrTabTakesAPlace) {
   FieldMap map;
   bool flag = false;
   // Two blanks between DATE and TIME, a TAB before C-IP, a leading blank: each gives an empty item.
-  ApplyFieldsDirective(map, 0, " DATE  TIME\tC-IP CS-URI-STEM", flag);
+  ApplyFieldsDirective(map, kW3c, " DATE  TIME\tC-IP CS-URI-STEM", flag);
   EXPECT_EQ(map[kDate], 1);
   EXPECT_EQ(map[kTime], 3);
   EXPECT_EQ(map[kClientAddress], 4);
   EXPECT_EQ(map[kPage], 5);
   // A later duplicate wins.
-  ApplyFieldsDirective(map, 0, "C-IP DATE C-IP", flag);
+  ApplyFieldsDirective(map, kW3c, "C-IP DATE C-IP", flag);
   EXPECT_EQ(map[kClientAddress], 2);
 }
 
 TEST(FieldMap, Type5And4UseTheirOwnNamesWithTheirCrossings) {
   FieldMap map;
   bool flag = false;
-  ApplyFieldsDirective(map, 5, "DATE TIME R-HOST C-IP CS-URI C-AGENT CS-URI-STEM CS(REFERER)", flag);
+  ApplyFieldsDirective(map, LogLayout::TabSeparated,
+                       "DATE TIME R-HOST C-IP CS-URI C-AGENT CS-URI-STEM CS(REFERER)", flag);
   EXPECT_EQ(map[kClientAddress], 3);  // R-HOST consumed place 2 and maps to nothing
   EXPECT_EQ(map[kPage], 4);           // CS-URI, not CS-URI-STEM
   EXPECT_EQ(map[kUserAgent], 5);
   EXPECT_EQ(map[kReferrer], kAbsent);  // no referrer name for this layout
 
-  ApplyFieldsDirective(map, 4, "date time dst-ip action protocol size tcpwin dst-port c-ip", flag);
+  ApplyFieldsDirective(map, LogLayout::FirewallStyle,
+                       "date time dst-ip action protocol size tcpwin dst-port c-ip", flag);
   EXPECT_EQ(map[kClientAddress], 2);
   EXPECT_EQ(map[kPage], 3);
   EXPECT_EQ(map[kUserAgent], 4);  // the protocol column
@@ -78,10 +82,11 @@ TEST(FieldMap, Type5And4UseTheirOwnNamesWithTheirCrossings) {
 
 TEST(FieldMap, FixedLayoutSiteLosesItsPresetOnAFieldsLine) {
   for (int16_t type : {1, 2, 3, 6}) {
+    const auto layout = static_cast<LogLayout>(type);
     FieldMap map;
     PresetMapA(map);
     bool flag = false;
-    ApplyFieldsDirective(map, type, "DATE TIME C-IP CS-URI-STEM", flag);
+    ApplyFieldsDirective(map, layout, "DATE TIME C-IP CS-URI-STEM", flag);
     EXPECT_EQ(map.MaxPlace(), -1) << "type " << type;
     EXPECT_FALSE(flag);
   }
@@ -115,7 +120,7 @@ TEST(HitFields, FillingKeepsAbsentColumnsAndEmptiesMissingOnes) {
 
   FieldMap map;
   bool flag = false;
-  ApplyFieldsDirective(map, 0, "DATE C-IP CS-URI-STEM SC-STATUS CS(REFERER)", flag);
+  ApplyFieldsDirective(map, kW3c, "DATE C-IP CS-URI-STEM SC-STATUS CS(REFERER)", flag);
   SplitFields fields;
   fields.Split("2002-05-24 10.0.0.1 /a.htm 404 http://x/", ' ', map.MaxPlace());
   FillHitFields(fields, map, hits);
@@ -152,7 +157,7 @@ TEST(HitFields, FillingKeepsAbsentColumnsAndEmptiesMissingOnes) {
 TEST(HitFields, AnalysedFillingMatchesTheFullFillOnTheFieldsItCopies) {
   FieldMap map;
   bool flag = false;
-  ApplyFieldsDirective(map, 0,
+  ApplyFieldsDirective(map, kW3c,
                        "DATE TIME S-SITENAME C-IP CS-METHOD CS-URI-STEM CS-URI-QUERY SC-STATUS "
                        "CS(USER-AGENT) CS(COOKIE) CS(REFERER) SC-BYTES TIME-TAKEN",
                        flag);
@@ -182,7 +187,7 @@ TEST(HitFields, AnalysedFillingMatchesTheFullFillOnTheFieldsItCopies) {
   EXPECT_EQ(analysed.bytesSent, 0);
   EXPECT_EQ(full.bytesSent, 512);
   // A date column alone still needs the zone place after it.
-  ApplyFieldsDirective(map, 0, "C-IP DATE", flag);
+  ApplyFieldsDirective(map, kW3c, "C-IP DATE", flag);
   EXPECT_EQ(AnalysedMaxPlace(map), 2);
 }
 
@@ -202,7 +207,7 @@ TEST(HitFields, DeferredColumnsOfDroppedHitsMatchCopyingThemAtOnce) {
     list += "CS-URI-STEM";  // a dropped hit has its page
     FieldMap map;
     bool flag = false;
-    ApplyFieldsDirective(map, 0, list, flag);
+    ApplyFieldsDirective(map, kW3c, list, flag);
     return map;
   };
   auto randomLine = [&](char sep) {

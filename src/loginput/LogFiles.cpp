@@ -49,7 +49,7 @@ std::string GeneralDateText(vb::Date d) {
   return vb::FormatDate(d, hasTime ? "dd/mm/yyyy hh:mm:ss" : "dd/mm/yyyy");
 }
 
-int32_t ListLogFiles(startup::World& world, platform::Frontend& ui, RunState& run,
+int32_t ListLogFiles(startup::World& world, platform::Frontend& ui, LogInputState& run,
                      int siteIndex) {
   // 1. An empty list and a grid with its header row only.
   run.fileCount = 0;

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "loginput/RunState.h"
+#include "loginput/LogInputState.h"
 
 namespace platform {
 class Frontend;
@@ -33,7 +33,7 @@ std::string GeneralDateText(vb::Date d);
 // works. Returns the number of files; a missing or unreadable folder, or a mask that matches
 // nothing, gives 0. A file that cannot be opened is listed with size -1 ("Unknown").
 // REQUIRES: 1 <= siteIndex <= world.siteCount. Never throws.
-int32_t ListLogFiles(startup::World& world, platform::Frontend& ui, RunState& run,
+int32_t ListLogFiles(startup::World& world, platform::Frontend& ui, LogInputState& run,
                      int siteIndex);
 
 }  // namespace loginput

@@ -12,7 +12,7 @@
 
 #include "FakeFrontend.h"
 #include "TestSupport.h"
-#include "loginput/RunState.h"
+#include "loginput/LogInputState.h"
 #include "loginput/ScanHooks.h"
 #include "platform/Clock.h"
 #include "startup/World.h"
@@ -25,7 +25,7 @@ struct InputWorld {
   platform::FixedClock clock{vb::DateSerial(2026, 11, 16) + vb::TimeSerial(2, 23, 14)};
   std::unique_ptr<startup::World> world = std::make_unique<startup::World>(clock);
   tytest::FakeFrontend ui;
-  RunState run;
+  LogInputState run;
 
   InputWorld() {
     world->app.appFolder = dir.str();
@@ -56,7 +56,7 @@ struct InputWorld {
 // Counts like CountingHits and keeps every line handed over, with the page field it gave.
 class RecordingHooks : public CountingHits {
  public:
-  explicit RecordingHooks(RunState& run) : CountingHits(run), run_(run) {}
+  explicit RecordingHooks(LogInputState& run) : CountingHits(run), run_(run) {}
   void ProcessHit(std::string_view line, int siteIndex) override {
     CountingHits::ProcessHit(line, siteIndex);
     lines.emplace_back(line);
@@ -75,7 +75,7 @@ class RecordingHooks : public CountingHits {
   int dnsWaits = 0;
 
  private:
-  RunState& run_;
+  LogInputState& run_;
 };
 
 // A member of a test archive: name, bytes, and whether it is a symbolic link (bytes = target).

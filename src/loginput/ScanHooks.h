@@ -12,7 +12,7 @@
 
 namespace loginput {
 
-class RunState;
+class LogInputState;
 
 // 1 January 1900: the current log date's value for "no hit has set it yet".
 inline constexpr vb::Date kNoLogDate = 2.0;
@@ -42,7 +42,7 @@ class ScanHooks {
 // and counts. No DNS, no summaries; the progress calls are counted.
 class CountingHits : public ScanHooks {
  public:
-  explicit CountingHits(RunState& run) : run_(run) {}
+  explicit CountingHits(LogInputState& run) : run_(run) {}
 
   void ProcessHit(std::string_view line, int siteIndex) override;
   bool DnsEnabled() override { return false; }
@@ -66,7 +66,7 @@ class CountingHits : public ScanHooks {
   vb::Date summaryDate = kNoLogDate;
 
  private:
-  RunState& run_;
+  LogInputState& run_;
   SplitFields fields_;
 };
 

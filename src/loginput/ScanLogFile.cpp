@@ -78,46 +78,48 @@ std::string NoFieldsMessage(std::string_view siteName) {
   return m;
 }
 
-void PrepareFormat(int16_t type, SiteReadState& state, FieldMap& map) {
+void PrepareFormat(startup::LogLayout layout, SiteReadState& state, FieldMap& map) {
+  using startup::LogLayout;
   state.separator = ' ';
-  switch (type) {
-    case 1:
+  switch (layout) {
+    case LogLayout::CommaShort:
       PresetMapA(map);
       state.fieldsKnown = true;
       state.separator = ',';
       state.noSpiderCheck = false;
       break;
-    case 2:
+    case LogLayout::Combined:
       PresetMapB(map);
       state.fieldsKnown = true;
       state.separator = ' ';
       state.noSpiderCheck = false;
       break;
-    case 3:
+    case LogLayout::CommaLong:
       PresetMapC(map);
       state.fieldsKnown = true;
       state.separator = ',';
       state.noSpiderCheck = true;
       break;
-    case 4:
+    case LogLayout::FirewallStyle:
       PresetMapD(map);
       state.fieldsKnown = true;
       state.separator = ' ';
       state.noSpiderCheck = true;
       break;
-    case 5:
+    case LogLayout::TabSeparated:
       // The map comes from the file's fields line; the fields-known flag stays as it is.
       state.separator = '\t';
       state.noSpiderCheck = true;
       break;
     default:
-      // W3C Extended: the map comes from the file's fields line; both flags stay as they are.
+      // W3C Extended (and any other TYPE): the map comes from the file's fields line; both
+      // flags stay as they are.
       break;
   }
 }
 
-bool ScanLogFile(startup::World& world, platform::Frontend& ui, RunState& run, ScanHooks& hooks,
-                 int siteIndex) {
+bool ScanLogFile(startup::World& world, platform::Frontend& ui, LogInputState& run,
+                 ScanHooks& hooks, int siteIndex) {
   startup::Site* sitePtr = nullptr;
   try {
     sitePtr = &world.site(siteIndex);

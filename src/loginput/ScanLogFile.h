@@ -7,8 +7,9 @@
 #include <string>
 #include <string_view>
 
-#include "loginput/RunState.h"
+#include "loginput/LogInputState.h"
 #include "loginput/ScanHooks.h"
+#include "startup/LogLayout.h"
 
 namespace platform {
 class Frontend;
@@ -32,7 +33,7 @@ std::string NoFieldsMessage(std::string_view siteName);
 // Prepares the site's reading state from its TYPE: separator, fields-known and no-spider-check
 // flags, and for TYPE 1..4 the run's field map `map` (preset maps A..D); 5 a TAB separator;
 // others a blank. TYPE 0 and 5 leave `map` as the files before built it.
-void PrepareFormat(int16_t type, SiteReadState& state, FieldMap& map);
+void PrepareFormat(startup::LogLayout layout, SiteReadState& state, FieldMap& map);
 
 // Reads the file named by the site's LASTLOGFILE from its first byte: a site with UNIX set has
 // lines ending in LF, any other lines ending in CR or CR LF (see LineReader). Applies LASTFIELDS
@@ -46,7 +47,7 @@ void PrepareFormat(int16_t type, SiteReadState& state, FieldMap& map);
 // A file that cannot be opened reads as empty. A Cancel confirmed during a yield sets
 // run.cancelled and returns at once. REQUIRES: 1 <= siteIndex <= world.siteCount.
 // Returns true. Never throws.
-bool ScanLogFile(startup::World& world, platform::Frontend& ui, RunState& run, ScanHooks& hooks,
-                 int siteIndex);
+bool ScanLogFile(startup::World& world, platform::Frontend& ui, LogInputState& run,
+                 ScanHooks& hooks, int siteIndex);
 
 }  // namespace loginput

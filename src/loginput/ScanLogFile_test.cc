@@ -18,6 +18,8 @@ namespace {
 using testing::InputWorld;
 using testing::RecordingHooks;
 using Lines = std::vector<std::string>;
+constexpr startup::LogLayout kW3c = startup::LogLayout::W3cExtended;
+constexpr startup::LogLayout kCombined = startup::LogLayout::Combined;
 
 std::string Repeat(const std::string& s, int n) {
   std::string out;
@@ -136,7 +138,7 @@ TEST(ScanLogFile, FixedLayoutsPresetTheirFormat) {
     // TYPE 1: comma separated, preset A; a fields line then empties the map but keeps the
     // fields known, so later lines are handed over without any mapped field.
     InputWorld t;
-    t.site().type = 1;
+    t.site().type = startup::LogLayout::CommaShort;
     t.Log("a.log",
           "9.9.9.9,x,1/2/2002,10:00:00,a,b,c,d,e,f,0,g,h,/p.htm\r\n"
           "#Fields: date time c-ip cs-uri-stem\r\n"
@@ -154,7 +156,7 @@ TEST(ScanLogFile, FixedLayoutsPresetTheirFormat) {
   }
   {
     InputWorld t;
-    t.site().type = 4;
+    t.site().type = startup::LogLayout::FirewallStyle;
     t.Log("d.log", "2002-01-01 10:00:00 /page.htm TCP 0 5.5.5.5\r\n");
     RecordingHooks hooks(t.run);
     ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
@@ -166,7 +168,7 @@ TEST(ScanLogFile, FixedLayoutsPresetTheirFormat) {
   {
     // TYPE 5: TAB separated, map from the fields line, no spider check.
     InputWorld t;
-    t.site().type = 5;
+    t.site().type = startup::LogLayout::TabSeparated;
     t.Log("e.log", "#Fields: c-ip\tr-host\tcs-uri\r\n7.7.7.7\thost\t/t.htm\r\n");
     RecordingHooks hooks(t.run);
     ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
@@ -281,7 +283,7 @@ TEST(ScanLogFile, BinaryGarbageAndVanishedFilesEndQuietly) {
 // Real server logs, read as their servers wrote them (LF line ends, so UNIX mode).
 struct RealLog {
   const char* file;
-  int16_t type;
+  startup::LogLayout type;
   int lines;         // lines read, directives and blank lines included
   int handedOver;    // lines given to the hit processing, the final one included
   int withPage;      // of those, lines whose page field came out non-empty
@@ -294,17 +296,17 @@ struct RealLog {
 TEST(ScanLogFile, RealServerLogsReadEndToEnd) {
   const RealLog logs[] = {
       // 44 directives repeated before each burst, 210 data lines.
-      {"logfile_w3c_big.0", 0, 254, 211, 210, "/robots.txt", "188.165.15.50"},
+      {"logfile_w3c_big.0", kW3c, 254, 211, 210, "/robots.txt", "188.165.15.50"},
       // "cs-uri" is not a W3C page name: no page column. Two blanks after the marker put C-IP at
       // place 1, and the runs of blanks in the data line leave that place empty.
-      {"logfile_w3c.1", 0, 7, 2, 0, "", ""},
+      {"logfile_w3c.1", kW3c, 7, 2, 0, "", ""},
       // No date column; FTP commands as methods.
-      {"logfile_w3c.2", 0, 22, 15, 14, "-", "1.1.1.1"},
+      {"logfile_w3c.2", kW3c, 22, 15, 14, "-", "1.1.1.1"},
       // Blank lines before the fields line are not handed over; quoted values with blanks split.
-      {"logfile_w3c.3", 0, 10, 4, 3, "(Macintosh;", "X"},
-      {"logfile_w3c.6", 0, 5, 2, 1, "/robots.txt", "157.55.39.146"},
+      {"logfile_w3c.3", kW3c, 10, 4, 3, "(Macintosh;", "X"},
+      {"logfile_w3c.6", kW3c, 5, 2, 1, "/robots.txt", "157.55.39.146"},
       // NCSA combined, the TYPE 2 preset.
-      {"logfile_shop_access_log.0", 2, 1000, 1001, 1000,
+      {"logfile_shop_access_log.0", kCombined, 1000, 1001, 1000,
        "/static/images/search-category-arrow.png", "89.47.79.75"},
   };
   for (const RealLog& log : logs) {

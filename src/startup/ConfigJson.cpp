@@ -183,7 +183,7 @@ void WriteSite(Json& j, const World& w, int index) {
   j.Key("SLEEPEND").Time(s.sleepEnd);
   j.Key("PAUSED").Bool(s.paused);
   j.Key("FREQUENCY").Num(s.frequency);
-  j.Key("TYPE").Num(s.type);
+  j.Key("TYPE").Num(static_cast<int16_t>(s.type));
   j.Key("UNIX").Bool(s.unixServer);
   j.Key("LASTLOGFILE").String(s.lastLogFile);
   j.Key("MASK").String(s.mask);

@@ -27,7 +27,7 @@ inline constexpr int kDnsMaskCount = 50;
 // One member per SETTINGS.INI key (the key is the member name in upper case, e.g.
 // INACTIVITYMINS -> inactivityMins). The member defaults are the values in force after start-up
 // when SETTINGS.INI sets nothing; `Main` sets them again explicitly, in its own order. The
-// page-extension list and the DNS masks start empty: SetBuiltInDefaults (Engine.h) and
+// page-extension list and the DNS masks start empty: SetBuiltInDefaults (StartupSequence.h) and
 // LoadSettings fill them.
 struct AppSettings {
   int16_t inactivityMins = 10;       // INACTIVITYMINS: minutes without a hit that end a visit

@@ -64,7 +64,7 @@ class SiteLoader {
     else if (key == "SLEEPEND") Cur().sleepEnd = vb::TimeValue(value);
     else if (key == "PAUSED") Cur().paused = vb::CBool(value);
     else if (key == "FREQUENCY") Cur().frequency = vb::CLng(std::string_view(value));
-    else if (key == "TYPE") Cur().type = ShortOf(value);
+    else if (key == "TYPE") Cur().type = static_cast<LogLayout>(ShortOf(value));
     else if (key == "UNIX") Cur().unixServer = vb::CBool(value);
     else if (key == "LASTLOGFILE") Cur().lastLogFile = value;
     else if (key == "MASK") {

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "startup/LogLayout.h"
 #include "vb/Dates.h"
 
 namespace startup {
@@ -41,7 +42,7 @@ struct Site {
   bool paused = false;             // PAUSED
   int32_t frequency = 0;           // FREQUENCY
   std::string name;                // the section name: the site's identity
-  int16_t type = 0;                // TYPE: log type code
+  LogLayout type = LogLayout::W3cExtended;  // TYPE: the log layout (any 16-bit value)
   bool unixServer = false;         // UNIX: the server is a Unix server (logs end lines with LF)
   std::string lastLogFile;         // LASTLOGFILE
   std::string mask;                // MASK: file mask of the log files ("*.LOG" when blank)

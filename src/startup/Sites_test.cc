@@ -42,7 +42,7 @@ TEST(Sites, SectionsAndKeysFillTheSitesInFileOrder) {
   ASSERT_EQ(w.siteCount, 3);
   const Site& main = w.sites[1];
   EXPECT_EQ(main.name, "Main Site");
-  EXPECT_EQ(main.type, 2);
+  EXPECT_EQ(main.type, LogLayout::Combined);
   EXPECT_EQ(main.folder, t.dir.str() + "logs/apache/");  // relative to the application folder
   EXPECT_EQ(main.mask, "access_log*");
   EXPECT_TRUE(main.unixServer);
@@ -58,7 +58,7 @@ TEST(Sites, SectionsAndKeysFillTheSitesInFileOrder) {
   EXPECT_EQ(w.sites[2].folder, "/var/log/shop/");
   EXPECT_EQ(w.sites[2].mask, "*.LOG");
   EXPECT_EQ(w.sites[3].mask, "*.LOG");
-  EXPECT_EQ(w.sites[3].type, 0);
+  EXPECT_EQ(w.sites[3].type, LogLayout::W3cExtended);
   EXPECT_EQ(w.sites.size(), 151u);
 }
 
@@ -76,7 +76,7 @@ TEST(Sites, TheHundredAndFiftyFirstSectionOverwritesTheLastSite) {
   ASSERT_EQ(w.siteCount, 150);
   EXPECT_EQ(w.sites[149].name, "Site149");
   EXPECT_EQ(w.sites[150].name, "Site151");
-  EXPECT_EQ(w.sites[150].type, 4);
+  EXPECT_EQ(w.sites[150].type, LogLayout::FirewallStyle);
   EXPECT_EQ(w.sites[150].domain, "one-fifty.example");  // the 150th section's keys stay
 }
 
@@ -143,15 +143,15 @@ TEST(Sites, FailuresEndTheLoaderAndKeepWhatWasRead) {
     t.App("TALLYO.INI", "; comment\r\nCOMMENT=x\r\n[A]\r\nTYPE=2\r\n\r\n");
     LoadSites(t.w());
     ASSERT_EQ(t.w().siteCount, 1);
-    EXPECT_EQ(t.w().sites[1].type, 2);
+    EXPECT_EQ(t.w().sites[1].type, LogLayout::Combined);
   }
   {
     TestWorld t;  // a bad flag
     t.App("TALLYO.INI", "[A]\r\nTYPE=1\r\n[B]\r\nFTP=maybe\r\nTYPE=5\r\n[C]\r\n\r\n");
     LoadSites(t.w());
     ASSERT_EQ(t.w().siteCount, 2);
-    EXPECT_EQ(t.w().sites[1].type, 1);
-    EXPECT_EQ(t.w().sites[2].type, 0);
+    EXPECT_EQ(t.w().sites[1].type, LogLayout::CommaShort);
+    EXPECT_EQ(t.w().sites[2].type, LogLayout::W3cExtended);
   }
   {
     TestWorld t;  // a 51st list entry
@@ -205,7 +205,7 @@ TEST(Sites, GarbageBytesNeverCrashTheLoader) {
   EXPECT_EQ(w.sites[1].domain, std::string("a\0b.example", 11));
   EXPECT_EQ(w.sites[1].homePage, "caf\xE9\x80\xFF");
   EXPECT_EQ(w.sites[1].exclude.size(), 10u * 1024 * 1024);
-  EXPECT_EQ(w.sites[2].type, 2);
+  EXPECT_EQ(w.sites[2].type, LogLayout::Combined);
 }
 
 }  // namespace

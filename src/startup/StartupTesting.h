@@ -7,7 +7,7 @@
 
 #include "TestSupport.h"
 #include "platform/Clock.h"
-#include "startup/Engine.h"
+#include "startup/StartupSequence.h"
 #include "startup/World.h"
 #include "vb/Dates.h"
 

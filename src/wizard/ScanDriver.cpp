@@ -107,18 +107,14 @@ ScanOutcome ScanDriver::ScanAllSites() {
   state_ = ScanState::Scanning;
   ui_.SetStartEnabled(false);
   // 2. The run counters of the hit analysis.
-  analysis::RunState& run = hits_.Run();
+  analysis::AnalysisCounters& run = hits_.Counters();
   run.totals = analysis::AnalysisTotals{};
   // 3. Every site, also the ones skipped below: six day counters to zero, the run-time flag on,
   //    and a last sweep long ago, so that the first hit of the run starts a sweep.
   for (int i = 1; i <= world_.siteCount; ++i) {
     analysis::SiteRunState& s = run.Site(i);
-    s.visitorsToday = 0;
-    s.alertsToday = 0;
-    s.spidersToday = 0;
-    s.exceptionsToday = 0;
-    s.downloadsToday = 0;
-    s.exceptionsToday2 = 0;
+    s.today = database::DayCounts{};
+    s.exceptionsTodayUnwritten = 0;
     s.lastSweepTime = analysis::kFirstSweep;
     if (static_cast<size_t>(i) < siteTimes_.size())
       siteTimes_[static_cast<size_t>(i)].runFlag = true;
@@ -301,7 +297,7 @@ bool ScanDriver::ScanFile(int siteIndex, int row) {
   // 8.6.6.
   loginput::ScanLogFile(world_, ui_, input_, *this, siteIndex);
   if (input_.cancelled) return false;
-  CheckSiteAlerts(world_, f_, hits_.Run().Site(siteIndex), static_cast<int16_t>(siteIndex));
+  CheckSiteAlerts(world_, f_, hits_.Counters().Site(siteIndex), static_cast<int16_t>(siteIndex));
   return true;
 }
 
@@ -363,8 +359,8 @@ database::RunTotals ScanDriver::SummaryTotals() {
   // blank record that ends every full page batch and the first pages written again at the head
   // of the next batch.
   database::RunTotals totals = f_.Totals();
-  totals.visitRecordsAdded = hits_.Run().totals.visitsOpened;
-  totals.pageRecordsAdded = hits_.Run().totals.pageHits;
+  totals.visitRecordsAdded = hits_.Counters().totals.visitsOpened;
+  totals.pageRecordsAdded = hits_.Counters().totals.pageHits;
   return totals;
 }
 

@@ -28,7 +28,7 @@
 #include "analysis/HitProcessor.h"
 #include "analysis/HitServices.h"
 #include "database/Database.h"
-#include "loginput/RunState.h"
+#include "loginput/LogInputState.h"
 #include "loginput/ScanHooks.h"
 #include "platform/Frontend.h"
 #include "platform/Resolver.h"
@@ -106,8 +106,8 @@ class ScanDriver final : public loginput::ScanHooks {
   int DnsPending() override { return resolver_ != nullptr ? resolver_->Outstanding() : 0; }
   void DnsWait() override { WaitForDNS(); }
   void WriteDaySummary(int siteIndex) override;
-  vb::Date CurrentLogDate() override { return hits_.Run().currentLogDate; }
-  void SetCurrentLogDate(vb::Date date) override { hits_.Run().currentLogDate = date; }
+  vb::Date CurrentLogDate() override { return hits_.Counters().currentLogDate; }
+  void SetCurrentLogDate(vb::Date date) override { hits_.Counters().currentLogDate = date; }
   vb::Date DaySummaryDate() override;
 
   // ---- The run's state, for the window and for tests -------------------------------------------
@@ -126,7 +126,7 @@ class ScanDriver final : public loginput::ScanHooks {
   database::RunTotals SummaryTotals();
   database::Database& Database() { return f_; }
   analysis::HitProcessor& Hits() { return hits_; }
-  loginput::RunState& Input() { return input_; }
+  loginput::LogInputState& Input() { return input_; }
   std::vector<SiteRunTimes>& SiteTimes() { return siteTimes_; }
 
  private:
@@ -180,7 +180,7 @@ class ScanDriver final : public loginput::ScanHooks {
   const RunTimer& timer_;
   database::Database f_;
   analysis::HitProcessor hits_;
-  loginput::RunState input_;
+  loginput::LogInputState input_;
   platform::Resolver* resolver_ = nullptr;
   std::vector<SiteRunTimes> siteTimes_;
 

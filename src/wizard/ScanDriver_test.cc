@@ -24,8 +24,8 @@ using testing::W3cLog;
 
 TEST(ScanDriver, AllFtpSitesStillCreateAndCloseTheDatabase) {
   ScanWorld t;
-  t.AddSite("Remote One", "r1", 0, true);
-  t.AddSite("Remote Two", "r2", 0, true);
+  t.AddSite("Remote One", "r1", startup::LogLayout::W3cExtended, true);
+  t.AddSite("Remote Two", "r2", startup::LogLayout::W3cExtended, true);
   t.Write("r1/ex1.log", W3cLog(10));
   ScanDriver d(t.w(), t.ui, t.timer);
   EXPECT_EQ(d.ScanAllSites(), ScanOutcome::Completed);
@@ -49,7 +49,7 @@ TEST(ScanDriver, AllFtpSitesStillCreateAndCloseTheDatabase) {
 TEST(ScanDriver, ReadsEveryLocalSiteAndEveryFileInListedOrder) {
   ScanWorld t;
   t.AddSite("Alpha", "a");
-  t.AddSite("Remote", "r", 0, true);
+  t.AddSite("Remote", "r", startup::LogLayout::W3cExtended, true);
   t.AddSite("Gamma", "g");
   t.Write("a/ex02.log", W3cLog(30, 4));
   t.Write("a/EX01.LOG", W3cLog(20, 2));
@@ -327,7 +327,7 @@ TEST(SiteAlerts, ActiveVisitorThresholdsAndQuietTimesAsTheProductKeepsThem) {
   ScanWorld t;
   t.AddSite("Alpha", "a");
   database::Database f(database::InputsOf(t.w()));
-  analysis::RunState run(1);
+  analysis::AnalysisCounters run(1);
   f.SetHooks(run);
   ASSERT_TRUE(f.InitDatabase());
   analysis::SiteRunState& s = run.Site(1);
@@ -335,24 +335,24 @@ TEST(SiteAlerts, ActiveVisitorThresholdsAndQuietTimesAsTheProductKeepsThem) {
 
   // 150 open visits against the built-in 100 and 200: 110 after every file, never 120.
   s.visitorTotal = 150;
-  s.quietSince = s.quietSince2 = now - 1.0;
+  s.quietSince = s.secondLevelQuietSince = now - 1.0;
   CheckSiteAlerts(t.w(), f, s, 1);
   CheckSiteAlerts(t.w(), f, s, 1);
   EXPECT_EQ(run.totals.exceptions, 2);
   EXPECT_EQ(f.LastExceptionText(), "More than 150 active visitors");  // the total is the value
   EXPECT_EQ(s.quietSince, now);  // open visits: quiet since now
-  EXPECT_EQ(s.quietSince2, now);
+  EXPECT_EQ(s.secondLevelQuietSince, now);
 
   // No open visit for 61 minutes: 122 (60) fires and resets the shared quiet time, so 123 (120),
   // which counts from that same time, stays quiet even after 121 minutes.
   s.visitorTotal = 0;
   s.quietSince = vb::DateAddMinutes(now, -121);
-  s.quietSince2 = vb::DateAddMinutes(now, -500);
+  s.secondLevelQuietSince = vb::DateAddMinutes(now, -500);
   CheckSiteAlerts(t.w(), f, s, 1);
   EXPECT_EQ(run.totals.exceptions, 3);
   EXPECT_EQ(f.LastExceptionText(), "No visitors for 60 minutes");
   EXPECT_EQ(s.quietSince, now);
-  EXPECT_EQ(s.quietSince2, vb::DateAddMinutes(now, -500));
+  EXPECT_EQ(s.secondLevelQuietSince, vb::DateAddMinutes(now, -500));
 
   // A threshold that is not a number ends the pass at that entry.
   for (int i = 1; i <= t.w().exceptions.count; ++i)

@@ -61,7 +61,8 @@ void CheckSiteAlerts(startup::World& world, database::Database& f, analysis::Sit
           break;
         case 123:
           // Counted from 122's time, written to its own: kept, the product behaves so.
-          CheckQuiet(world, f, site, siteIndex, entry, site.quietSince, site.quietSince2, now);
+          CheckQuiet(world, f, site, siteIndex, entry, site.quietSince, site.secondLevelQuietSince,
+                     now);
           break;
         default:
           break;

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "analysis/RunState.h"
+#include "analysis/AnalysisCounters.h"
 #include "database/Database.h"
 #include "startup/World.h"
 

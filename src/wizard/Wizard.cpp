@@ -3,10 +3,10 @@
 
 #include <exception>
 
-#include "startup/Engine.h"
-#include "startup/RobotList.h"
 #include "startup/ExceptionCatalogue.h"
+#include "startup/RobotList.h"
 #include "startup/Sites.h"
+#include "startup/StartupSequence.h"
 #include "vb/Dates.h"
 
 namespace wizard {
@@ -95,9 +95,9 @@ LoadResult Wizard::Load() {
       t.secondRunTime = now;
       t.runFlag = true;
     }
-    analysis::SiteRunState& s = driver_.Hits().Run().Site(i);
+    analysis::SiteRunState& s = driver_.Hits().Counters().Site(i);
     s.quietSince = now;
-    s.quietSince2 = now;
+    s.secondLevelQuietSince = now;
     s.lastSweepTime = now + i / kMinutesPerDay;
   }
   startup::RefreshexceptionConstants(world_);
@@ -138,7 +138,7 @@ StartResult Wizard::Start(const platform::Registry& registry) {
 }
 
 bool Wizard::Cancel() {
-  loginput::RunState& input = driver_.Input();
+  loginput::LogInputState& input = driver_.Input();
   // 1.
   if (input.scanning && !cancelConfirmed_) {
     if (ui_.MessageBox(kCancelQuestion, platform::MsgIcon::Question, platform::MsgButtons::YesNo,

@@ -14,7 +14,7 @@
 #include "dbase/Checker.h"
 #include "dbase/Table.h"
 #include "platform/Clock.h"
-#include "startup/Engine.h"
+#include "startup/StartupSequence.h"
 #include "startup/World.h"
 #include "vb/Dates.h"
 #include "wizard/RunTimer.h"
@@ -41,7 +41,8 @@ struct ScanWorld {
   std::string Data() const { return dir.str() + "Data/"; }
 
   // Appends a site reading `sub`/ under the temp folder (created), TYPE `type`, mask "*.log".
-  startup::Site& AddSite(const std::string& name, const std::string& sub, int16_t type = 0,
+  startup::Site& AddSite(const std::string& name, const std::string& sub,
+                         startup::LogLayout type = startup::LogLayout::W3cExtended,
                          bool ftp = false) {
     startup::Site& s = world->sites[static_cast<size_t>(++world->siteCount)];
     s.name = name;

@@ -28,8 +28,8 @@ TEST(Wizard, LoadRefusesWithoutSitesAndWhenEverySiteComesByFtp) {
   }
   {
     ScanWorld t;
-    t.AddSite("One", "one", 0, true);
-    t.AddSite("Two", "two", 2, true);
+    t.AddSite("One", "one", startup::LogLayout::W3cExtended, true);
+    t.AddSite("Two", "two", startup::LogLayout::Combined, true);
     Wizard wizard(t.w(), t.ui, t.timer);
     EXPECT_EQ(wizard.Load(), LoadResult::AllFtp);
     ASSERT_EQ(t.ui.messages.size(), 1u);
@@ -42,7 +42,7 @@ TEST(Wizard, LoadRefusesWithoutSitesAndWhenEverySiteComesByFtp) {
 
 TEST(Wizard, LoadPreparesTheGridTheSitesTimesAndThresholds) {
   ScanWorld t;
-  t.AddSite("One", "one", 0, true);
+  t.AddSite("One", "one", startup::LogLayout::W3cExtended, true);
   t.AddSite("Two", "two");
   t.w().settings.reverseDns = false;
   Wizard wizard(t.w(), t.ui, t.timer);
@@ -54,9 +54,9 @@ TEST(Wizard, LoadPreparesTheGridTheSitesTimesAndThresholds) {
   const vb::Date now = t.clock.Now();
   ScanDriver& d = wizard.Driver();
   for (int i = 1; i <= 2; ++i) {
-    EXPECT_EQ(d.Hits().Run().Site(i).quietSince, now);
-    EXPECT_EQ(d.Hits().Run().Site(i).quietSince2, now);
-    EXPECT_EQ(vb::DateDiffMinutes(now, d.Hits().Run().Site(i).lastSweepTime), i);
+    EXPECT_EQ(d.Hits().Counters().Site(i).quietSince, now);
+    EXPECT_EQ(d.Hits().Counters().Site(i).secondLevelQuietSince, now);
+    EXPECT_EQ(vb::DateDiffMinutes(now, d.Hits().Counters().Site(i).lastSweepTime), i);
     EXPECT_EQ(vb::DateDiffSeconds(now, d.SiteTimes()[static_cast<size_t>(i)].firstRunTime), 2 * i);
     EXPECT_TRUE(d.SiteTimes()[static_cast<size_t>(i)].runFlag);
   }

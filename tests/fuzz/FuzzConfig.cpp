@@ -21,7 +21,7 @@
 #include "FuzzTarget.h"
 #include "platform/Clock.h"
 #include "startup/ConfigJson.h"
-#include "startup/Engine.h"
+#include "startup/StartupSequence.h"
 #include "startup/World.h"
 #include "vb/Dates.h"
 #include "vb/Failure.h"

@@ -17,7 +17,7 @@
 #include "FakeFrontend.h"
 #include "FuzzTarget.h"
 #include "loginput/HitFields.h"
-#include "loginput/RunState.h"
+#include "loginput/LogInputState.h"
 #include "loginput/ScanHooks.h"
 #include "loginput/ScanLogFile.h"
 #include "platform/Clock.h"
@@ -31,7 +31,8 @@ namespace {
 // field once more through FillHitFields.
 class FieldHooks : public loginput::CountingHits {
  public:
-  FieldHooks(loginput::RunState& run, bool defer) : CountingHits(run), run_(run), defer_(defer) {}
+  FieldHooks(loginput::LogInputState& run, bool defer)
+      : CountingHits(run), run_(run), defer_(defer) {}
   void ProcessHit(std::string_view line, int siteIndex) override {
     loginput::SiteReadState& site = run_.Site(siteIndex);
     loginput::HitFields& hits = run_.hits;
@@ -48,7 +49,7 @@ class FieldHooks : public loginput::CountingHits {
   }
 
  private:
-  loginput::RunState& run_;
+  loginput::LogInputState& run_;
   bool defer_;
   int64_t count_ = 0;
   loginput::SplitFields fields_;
@@ -81,13 +82,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   site.name = "Main Site";
   site.folder = dir.str() + "logs/";
   site.mask = "*.LOG";
-  site.type = static_cast<int16_t>(flags & 7);
+  site.type = static_cast<startup::LogLayout>(flags & 7);
   site.unixServer = (flags & 8) != 0;
   site.lastLogFile = site.folder + "ex.log";
   site.lastFields = std::string(lastFields);
 
   tytest::FakeFrontend ui;
-  loginput::RunState run;
+  loginput::LogInputState run;
   FieldHooks hooks(run, (flags & 16) != 0);
   loginput::ScanLogFile(world, ui, run, hooks, 1);
   return 0;

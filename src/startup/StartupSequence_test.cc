@@ -1,6 +1,6 @@
 // Start-up as a whole: folders, registry values, the second-copy test, the order of defaults and
 // loaders, and the error log.
-#include "startup/Engine.h"
+#include "startup/StartupSequence.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -26,7 +26,7 @@ struct StartupRun {
   }
 };
 
-TEST(Engine, CommandLineFolderAndDefaultDataFolderAreSetUpAndLoaded) {
+TEST(StartupSequence, CommandLineFolderAndDefaultDataFolderAreSetUpAndLoaded) {
   StartupRun r;
   tytest::WriteFile(r.app.path() / "TALLYO.INI", "[Main Site]\r\nTYPE=2\r\n\r\n");
   tytest::WriteFile(r.app.path() / "SETTINGS.INI", "INACTIVITYMINS=20\r\n\r\n");
@@ -62,7 +62,7 @@ TEST(Engine, CommandLineFolderAndDefaultDataFolderAreSetUpAndLoaded) {
   EXPECT_FALSE(std::filesystem::exists(r.app.path() / "Data" / "errors.log"));
 }
 
-TEST(Engine, RegistryNamesTheDataFolderAndBrandingRenamesTheKeysAndSitesFile) {
+TEST(StartupSequence, RegistryNamesTheDataFolderAndBrandingRenamesTheKeysAndSitesFile) {
   StartupRun r;
   tytest::TempDir data;
   const std::string dataNoSlash = data.path().string() + "/store";
@@ -90,7 +90,7 @@ TEST(Engine, RegistryNamesTheDataFolderAndBrandingRenamesTheKeysAndSitesFile) {
             "default");
 }
 
-TEST(Engine, ASecondCopyEndsAtOnceWithNothingLoaded) {
+TEST(StartupSequence, ASecondCopyEndsAtOnceWithNothingLoaded) {
   StartupRun r;
   MainResult first = r.Start(r.app.str());
   ASSERT_EQ(first.status, MainStatus::Ok);
@@ -102,7 +102,7 @@ TEST(Engine, ASecondCopyEndsAtOnceWithNothingLoaded) {
   EXPECT_EQ(r.Start(r.app.str()).status, MainStatus::Ok);
 }
 
-TEST(Engine, ARunOnABusyDataFolderEndsAndNamesTheFolder) {
+TEST(StartupSequence, ARunOnABusyDataFolderEndsAndNamesTheFolder) {
   // Another run holds the data folder; its machine-wide lock is in another temp folder.
   StartupRun r;
   std::filesystem::create_directory(r.app.path() / "Data");
@@ -121,7 +121,7 @@ TEST(Engine, ARunOnABusyDataFolderEndsAndNamesTheFolder) {
   EXPECT_TRUE(ok.dataFolderLock->Holds());
 }
 
-TEST(Engine, EmptyCommandLineUsesTheExecutableFolder) {
+TEST(StartupSequence, EmptyCommandLineUsesTheExecutableFolder) {
   StartupRun r;
   MainArgs args{"   ", r.app.path().string(), r.registry, r.clock, r.lock.path().string()};
   MainResult res = Main(args);
@@ -129,7 +129,7 @@ TEST(Engine, EmptyCommandLineUsesTheExecutableFolder) {
   EXPECT_EQ(res.world->app.appFolder, r.app.str());
 }
 
-TEST(Engine, DataFolderThatCannotBeCreatedIsLeftMissingAndStartupGoesOn) {
+TEST(StartupSequence, DataFolderThatCannotBeCreatedIsLeftMissingAndStartupGoesOn) {
   StartupRun r;
   r.registry = platform::IniRegistry::FromText(
       "[Software\\Fenwright\\Tallyo \\Settings]\nDDFPath=" + r.app.str() + "no/such/Data/\n");

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "analysis/HitTime.h"
+#include "database/DayCounts.h"
 #include "database/RecordHooks.h"
 #include "vb/Dates.h"
 
@@ -20,22 +21,23 @@ inline constexpr vb::Date kFirstSweep = 32874.0;
 
 // The running state of one site during a run. Created zeroed for every site at the start of a run.
 struct SiteRunState {
-  // Day counters: written to "DaySum" and set to 0 at every day summary.
-  int32_t visitorsToday = 0;
-  int32_t alertsToday = 0;
-  int32_t spidersToday = 0;
-  int32_t exceptionsToday = 0;
-  int32_t downloadsToday = 0;
-  int32_t exceptionsToday2 = 0;  // the second exception counter that each exception raises
-  int32_t otherToday = 0;        // a seventh day counter, reset with the others and not written
+  // The day's counts: written to "DaySum" and set to 0 at every day summary.
+  database::DayCounts today;
+  // The day's exceptions once more: every exception raises it beside today.exceptions and it is
+  // reset with the day counters, but no day summary writes it and nothing reads it.
+  int32_t exceptionsTodayUnwritten = 0;
+  int32_t otherToday = 0;  // a seventh day counter, reset with the others and not written
 
   int32_t visitCounter = 0;      // raised for every visit opened
   int32_t visitorTotal = 0;      // open visits: raised per new visit, lowered per swept visit
   int32_t pageViews = 0;         // counted page hits
   vb::Date currentHitTime = 0;   // time of the site's latest hit
   vb::Date lastSweepTime = kFirstSweep;
-  vb::Date quietSince = 0;       // site-level alert pass: quiet-since times
-  vb::Date quietSince2 = 0;
+  // Site-level alert pass, "No visitors for [value] minutes". Both levels count their minutes
+  // from quietSince, which only the first level (122) sets; the second level (123) sets only
+  // secondLevelQuietSince, which nothing reads.
+  vb::Date quietSince = 0;
+  vb::Date secondLevelQuietSince = 0;
   // false: page views are not recorded for this site. No site option sets it; it is the switch
   // through which a front-end could leave out a site's page records.
   bool keepPages = true;
@@ -52,10 +54,10 @@ struct AnalysisTotals {
 // The per-run state: one SiteRunState per site (index 0 unused, like the site list), the run
 // totals, the remembered date of the day summaries and the clock of the latest hit. Also the
 // counter hooks of the database, which raise the site's download and exception counters.
-class RunState final : public database::RecordHooks {
+class AnalysisCounters final : public database::RecordHooks {
  public:
   // REQUIRES: siteCount >= 0. Sites 1..siteCount get a fresh state.
-  explicit RunState(int siteCount = 0) : sites(static_cast<size_t>(siteCount) + 1) {}
+  explicit AnalysisCounters(int siteCount = 0) : sites(static_cast<size_t>(siteCount) + 1) {}
 
   // Site `i`'s state; an index outside the list gets a scratch entry (index 0), so a bad index
   // never corrupts another site.
@@ -64,11 +66,11 @@ class RunState final : public database::RecordHooks {
                                                             : sites[0];
   }
 
-  void DownloadCounted(int32_t siteIndex) override { ++Site(siteIndex).downloadsToday; }
+  void DownloadCounted(int32_t siteIndex) override { ++Site(siteIndex).today.downloads; }
   void ExceptionCounted(int32_t siteIndex) override {
     SiteRunState& s = Site(siteIndex);
-    ++s.exceptionsToday;
-    ++s.exceptionsToday2;
+    ++s.today.exceptions;
+    ++s.exceptionsTodayUnwritten;
     ++totals.exceptions;
     ++totals.exceptions2;
   }

@@ -1,7 +1,7 @@
 // The log-input state of one scan run: the file list of the site being scanned, the files
 // unpacked from its archive, the run's reading counters, the hit fields, and each site's reading
-// state (separator, flags, file dates), and the one field map of the run. One RunState is created per run and passed by
-// reference; nothing here outlives the run.
+// state (separator, flags, file dates), and the one field map of the run. One LogInputState is
+// created per run and passed by reference; nothing here outlives the run.
 #pragma once
 
 #include <cstdint>
@@ -35,7 +35,7 @@ struct SiteReadState {
   vb::Date lastReadTime = 0;     // when the site's last file was closed
 };
 
-class RunState {
+class LogInputState {
  public:
   // The log-file list of the site last listed: entries 1..fileCount; slot 0 is unused.
   std::vector<LogFileEntry> logFiles{LogFileEntry{}};

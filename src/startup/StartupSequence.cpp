@@ -1,5 +1,5 @@
 // Start-up: the entry procedure `Main` and the helpers it is built from.
-#include "startup/Engine.h"
+#include "startup/StartupSequence.h"
 
 #include <cmath>
 #include <exception>

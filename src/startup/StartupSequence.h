@@ -53,9 +53,9 @@ struct MainResult {
   std::string failure;
 };
 
-// Runs the start-up steps in order (see Engine.cpp). Never throws: a failure in a step of its own
-// is logged with the procedure name "Main" and gives status Failed; the loaders handle their own
-// failures and do not stop it.
+// Runs the start-up steps in order (see StartupSequence.cpp). Never throws: a failure in a step of
+// its own is logged with the procedure name "Main" and gives status Failed; the loaders handle
+// their own failures and do not stop it.
 MainResult Main(const MainArgs& args);
 
 // Sets every built-in default of the World in `Main`'s order: the settings defaults, the 16
