@@ -1,10 +1,6 @@
 // tydbcreate-cli with reverse DNS, run as a separate process against a DNS server the test starts
 // on 127.0.0.1: two sites, a few thousand distinct addresses, every table checked afterwards.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <signal.h>
 
 #include <chrono>
 #include <cstdio>
@@ -16,6 +12,7 @@
 
 #include "DnsServers.h"
 #include "JsonValue.h"
+#include "ProgramRun.h"
 #include "TestSupport.h"
 #include "dbase/Table.h"
 
@@ -23,54 +20,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Outcome {
-  int status = -1;
-  std::string out, err;
-};
-
-// Starts the program with `args` (stdin /dev/null, TMPDIR and the registry file in `scratch`);
-// returns its process id.
-pid_t StartProgram(const std::string& program, const std::vector<std::string>& args,
-                   const tytest::TempDir& scratch) {
-  const fs::path out = scratch.path() / "stdout.txt", err = scratch.path() / "stderr.txt";
-  const fs::path registry = scratch.path() / "registry.ini";
-  tytest::WriteFile(registry, "");
-  std::vector<std::string> env = {"TMPDIR=" + scratch.path().string(),
-                                  "TALLYO_REGISTRY=" + registry.string(), "PATH=/usr/bin:/bin"};
-  const pid_t pid = fork();
-  if (pid == 0) {
-    freopen("/dev/null", "r", stdin);
-    freopen(out.c_str(), "w", stdout);
-    freopen(err.c_str(), "w", stderr);
-    std::vector<char*> argv{const_cast<char*>(program.c_str())};
-    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    std::vector<char*> envp;
-    for (auto& e : env) envp.push_back(e.data());
-    envp.push_back(nullptr);
-    execve(program.c_str(), argv.data(), envp.data());
-    _exit(127);
-  }
-  return pid;
-}
-
-Outcome Finish(pid_t pid, const tytest::TempDir& scratch) {
-  const fs::path out = scratch.path() / "stdout.txt", err = scratch.path() / "stderr.txt";
-  int raw = 0;
-  waitpid(pid, &raw, 0);
-  Outcome o;
-  o.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  o.out = tytest::ReadFile(out);
-  o.err = tytest::ReadFile(err);
-  return o;
-}
-
-Outcome RunProgram(const std::string& program, const std::vector<std::string>& args,
-                   const tytest::TempDir& scratch) {
-  return Finish(StartProgram(program, args, scratch), scratch);
-}
-
-std::string Bin(const char* name) { return std::string(TY_BIN_DIR) + "/" + name; }
+using tytest::Outcome;
+using tytest::ProgramRun;
+using tytest::RunProgram;
 
 // The n-th distinct address: 10.50.0.1 ... 10.50.0.250, 10.50.1.1, ...
 std::string Address(int n) {
@@ -114,10 +66,9 @@ TEST(CliDns, TwoSitesWithThousandsOfAddressesGetTheirNamesAndEveryTableChecksOut
   fs::create_directories(app.path() / "Data");
 
   tytest::TempDir scratch;
-  const Outcome o = RunProgram(Bin("tydbcreate-cli"),
-                        {"--yes", "--json", "--now", "2026-11-16 02:23:14", "--dns",
-                         "--dns-server", dns.Server(), app.str()},
-                        scratch);
+  const Outcome o = RunProgram({"--yes", "--json", "--now", "2026-11-16 02:23:14", "--dns",
+                                "--dns-server", dns.Server(), app.str()},
+                               scratch);
   ASSERT_EQ(o.status, 0) << o.err;
   tytest::JsonValue j;
   ASSERT_NO_THROW(j = tytest::ParseJson(o.out)) << o.out.substr(0, 400);
@@ -134,7 +85,8 @@ TEST(CliDns, TwoSitesWithThousandsOfAddressesGetTheirNamesAndEveryTableChecksOut
   int checked = 0;
   for (const auto& e : fs::directory_iterator(data)) {
     if (e.path().extension() != ".DBF") continue;
-    const Outcome c = RunProgram(Bin("dbfinspect"), {e.path().string(), "--check"}, scratch);
+    const Outcome c =
+        RunProgram({e.path().string(), "--check"}, scratch, {.program = "dbfinspect"});
     EXPECT_EQ(c.status, 0) << e.path() << "\n" << c.out << c.err;
     ++checked;
   }
@@ -182,16 +134,15 @@ TEST(CliDns, CtrlCDuringThePauseForAServerThatNeverAnswersCancelsTheRun) {
   OneSite site(300);
   tytest::TempDir scratch;
   // A look-up may take a minute: without the cancel the run would wait that long at its pause.
-  const pid_t pid = StartProgram(Bin("tydbcreate-cli"),
-                                 {"--yes", "--json", "--dns-timeout", "60000", "--dns-server",
-                                  silent.Server(), site.app.str()},
-                                 scratch);
+  ProgramRun run({"--yes", "--json", "--dns-timeout", "60000", "--dns-server", silent.Server(),
+                  site.app.str()},
+                 scratch);
   // The scan pauses at 96 outstanding look-ups, each sent once by now.
   for (int i = 0; i < 500 && silent.Received() < 96; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   ASSERT_GE(silent.Received(), 96);
-  kill(pid, SIGINT);
-  const Outcome o = Finish(pid, scratch);
+  run.Interrupt();
+  const Outcome o = run.Wait();
   EXPECT_EQ(o.status, 9) << o.err;
   EXPECT_NE(o.err.find("scan cancelled"), std::string::npos) << o.err;
   tytest::JsonValue j;
@@ -208,9 +159,8 @@ TEST(CliDns, CtrlCDuringThePauseForAServerThatNeverAnswersCancelsTheRun) {
 TEST(CliDns, ABadServerIsAUsageErrorAndNoDnsMakesNoPacket) {
   const tytest::TempDir scratch;
   OneSite site(50);
-  const Outcome bad = RunProgram(Bin("tydbcreate-cli"),
-                                 {"--yes", "--dns", "--dns-server", "dns.example.net", site.app.str()},
-                                 scratch);
+  const Outcome bad =
+      RunProgram({"--yes", "--dns", "--dns-server", "dns.example.net", site.app.str()}, scratch);
   EXPECT_EQ(bad.status, 2);
   EXPECT_NE(bad.err.find("\"dns.example.net\" is not a DNS server address"), std::string::npos)
       << bad.err;
@@ -218,8 +168,7 @@ TEST(CliDns, ABadServerIsAUsageErrorAndNoDnsMakesNoPacket) {
   tytest::SilentDnsServer silent;
   ASSERT_TRUE(silent.Started());
   const Outcome off = RunProgram(
-      Bin("tydbcreate-cli"), {"--yes", "--json", "--no-dns", "--dns-server", silent.Server(), site.app.str()},
-      scratch);
+      {"--yes", "--json", "--no-dns", "--dns-server", silent.Server(), site.app.str()}, scratch);
   ASSERT_EQ(off.status, 0) << off.err;
   EXPECT_EQ(silent.Received(), 0);
   EXPECT_NE(off.out.find("\"dnsRequests\":0,"), std::string::npos);

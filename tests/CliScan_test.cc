@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +15,7 @@
 #include <vector>
 
 #include "JsonValue.h"
+#include "ProgramRun.h"
 #include "TestSupport.h"
 #include "dbase/Checker.h"
 #include "dbase/Table.h"
@@ -26,69 +26,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Outcome {
-  int status = -1;  // exit status; -1 when the program did not exit normally
-  std::string out, err;
-};
+using tytest::Outcome;
+using tytest::ProgramRun;
 
-// Starts the program with `args`; TMPDIR (the lock's folder) and TALLYO_REGISTRY point into
-// `scratch`; stdin is /dev/null.
-class Cli {
- public:
-  // fileSizeLimit: when not 0, no file of the program may grow past this many bytes (its writes
-  // then fail as on a full disk, without the limit's signal). workingFolder: when not empty, the
-  // program starts there.
-  Cli(const std::vector<std::string>& args, const tytest::TempDir& scratch,
-      const std::string& registryText = "", rlim_t fileSizeLimit = 0,
-      const fs::path& workingFolder = {})
-      : outFile_(scratch.path() / "stdout.txt"), errFile_(scratch.path() / "stderr.txt") {
-    const fs::path registry = scratch.path() / "registry.ini";
-    tytest::WriteFile(registry, registryText);
-    std::vector<std::string> env = {"TMPDIR=" + scratch.path().string(),
-                                    "TALLYO_REGISTRY=" + registry.string(), "PATH=/usr/bin:/bin"};
-    const std::string program = std::string(TY_BIN_DIR) + "/tydbcreate-cli";
-    pid_ = fork();
-    if (pid_ == 0) {
-      freopen("/dev/null", "r", stdin);
-      freopen(outFile_.c_str(), "w", stdout);
-      freopen(errFile_.c_str(), "w", stderr);
-      if (!workingFolder.empty() && chdir(workingFolder.c_str()) != 0) _exit(126);
-      if (fileSizeLimit != 0) {
-        signal(SIGXFSZ, SIG_IGN);
-        rlimit limit{};
-        getrlimit(RLIMIT_FSIZE, &limit);
-        limit.rlim_cur = fileSizeLimit;
-        setrlimit(RLIMIT_FSIZE, &limit);
-      }
-      std::vector<char*> argv{const_cast<char*>(program.c_str())};
-      for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-      argv.push_back(nullptr);
-      std::vector<char*> envp;
-      for (auto& e : env) envp.push_back(e.data());
-      envp.push_back(nullptr);
-      execve(program.c_str(), argv.data(), envp.data());
-      _exit(127);
-    }
-  }
-  void Interrupt() { kill(pid_, SIGINT); }
-  Outcome Wait() {
-    int raw = 0;
-    waitpid(pid_, &raw, 0);
-    Outcome o;
-    o.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    o.out = tytest::ReadFile(outFile_);
-    o.err = tytest::ReadFile(errFile_);
-    return o;
-  }
-
- private:
-  fs::path outFile_, errFile_;
-  pid_t pid_ = -1;
-};
-
+// A run in a scratch folder of its own, with the registry file's text.
 Outcome RunCli(const std::vector<std::string>& args, const std::string& registryText = "") {
   tytest::TempDir scratch;
-  return Cli(args, scratch, registryText).Wait();
+  return tytest::RunProgram(args, scratch, {.registryText = registryText});
 }
 
 // A copy of the bundled demo (configuration and logs, no tables) in a temp folder.
@@ -125,10 +69,9 @@ long Records(const std::string& folder, const std::string& table) {
 TEST(CliScan, RelativeApplicationFolderWritesIntoItsOwnDataFolder) {
   Demo demo;
   tytest::TempDir scratch;
-  const Outcome o = Cli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14",
-                         demo.dir.path().filename().string()},
-                        scratch, "", 0, demo.dir.path().parent_path())
-                        .Wait();
+  const Outcome o = tytest::RunProgram({"--yes", "--quiet", "--now", "2026-11-16 02:23:14",
+                                        demo.dir.path().filename().string()},
+                                       scratch, {.workingFolder = demo.dir.path().parent_path()});
   ASSERT_EQ(o.status, 0) << o.err;
   EXPECT_GT(Records(demo.str() + "/Data/", "Visits"), 0);
   EXPECT_FALSE(fs::exists(demo.dir.path() / demo.dir.path().filename()));
@@ -223,9 +166,9 @@ TEST(CliScan, AFullDiskEndsTheRunAndKeepsThePreviousDatabase) {
   const std::string data = demo.str() + "Data/";
   const auto previous = TableFiles(data);
   tytest::TempDir scratch;
-  const Outcome o = Cli({"--yes", "--quiet", "--json", "--now", "2026-11-16 02:23:14", demo.str()},
-                        scratch, "", 150 << 10)
-                        .Wait();
+  const Outcome o =
+      tytest::RunProgram({"--yes", "--quiet", "--json", "--now", "2026-11-16 02:23:14", demo.str()},
+                         scratch, {.fileSizeLimit = 150 << 10});
   EXPECT_EQ(o.status, 10) << o.err;
   EXPECT_NE(o.err.find("The scan could not be completed: "), std::string::npos) << o.err;
   EXPECT_NE(o.err.find("could not be written (File too large)"), std::string::npos) << o.err;
@@ -373,7 +316,7 @@ TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {
     auto lock = platform::SingleInstance::Acquire("tydbcreate", scratch.path());
     ASSERT_TRUE(lock && lock->Holds());
     Demo demo;
-    const Outcome o = Cli({"--yes", demo.str()}, scratch).Wait();
+    const Outcome o = tytest::RunProgram({"--yes", demo.str()}, scratch);
     EXPECT_EQ(o.status, 3);
     EXPECT_NE(o.err.find("another copy"), std::string::npos);
   }
@@ -416,7 +359,7 @@ TEST(CliScan, CtrlCWithoutATerminalCancelsAtOnceAndClosesTheTables) {
   const std::string log = SlowLog(1000000);
   tytest::WriteFile(demo.dir.path() / "logs/w3c/ex999999.log", log);
   tytest::TempDir scratch;
-  Cli cli({"--yes", "--json", demo.str()}, scratch);
+  ProgramRun cli({"--yes", "--json", demo.str()}, scratch);
   // Without a status line the program names each file on stderr as it starts reading it.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while (tytest::ReadFile(scratch.path() / "stderr.txt").find("ex999999.log") ==
@@ -444,21 +387,9 @@ TEST(CliScan, CtrlCWithoutATerminalCancelsAtOnceAndClosesTheTables) {
 class Terminal {
  public:
   explicit Terminal(const std::vector<std::string>& args, const tytest::TempDir& scratch) {
-    const std::string program = std::string(TY_BIN_DIR) + "/tydbcreate-cli";
-    std::vector<std::string> env = {"TMPDIR=" + scratch.path().string(),
-                                    "TALLYO_REGISTRY=" + (scratch.path() / "none.ini").string(),
-                                    "PATH=/usr/bin:/bin", "TERM=dumb"};
+    tytest::Command command(args, scratch, {.extraEnv = {"TERM=dumb"}});
     pid_ = forkpty(&fd_, nullptr, nullptr, nullptr);
-    if (pid_ == 0) {
-      std::vector<char*> argv{const_cast<char*>(program.c_str())};
-      for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-      argv.push_back(nullptr);
-      std::vector<char*> envp;
-      for (auto& e : env) envp.push_back(e.data());
-      envp.push_back(nullptr);
-      execve(program.c_str(), argv.data(), envp.data());
-      _exit(127);
-    }
+    if (pid_ == 0) command.Exec();
   }
   ~Terminal() {
     if (pid_ > 0 && !exited_) {

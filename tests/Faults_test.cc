@@ -8,9 +8,6 @@
 // counts the writes and renames of files under one folder and fails or kills at the one chosen.
 // The points are spread over the whole run with a fixed seed, so a failure is reproducible.
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -23,6 +20,7 @@
 
 #include <zip.h>
 
+#include "ProgramRun.h"
 #include "TestSupport.h"
 #include "dbase/Checker.h"
 
@@ -33,55 +31,14 @@ namespace fs = std::filesystem;
 // Every run stands at the same moment, so that two runs over the same logs give the same files.
 const char* const kNow = "2026-11-16 02:23:14";
 
-struct Outcome {
-  int status = -1;  // exit status; -1 when killed
-  std::string out, err;
-};
+using tytest::Outcome;
+using tytest::ProgramRun;
 
-// The program run with `args` and `env` added to its environment (TMPDIR and TALLYO_REGISTRY in
-// `scratch`, stdin /dev/null).
-class Program {
- public:
-  Program(const std::vector<std::string>& args, const tytest::TempDir& scratch,
-      const std::vector<std::string>& extraEnv = {})
-      : outFile_(scratch.path() / "stdout.txt"), errFile_(scratch.path() / "stderr.txt") {
-    const fs::path registry = scratch.path() / "registry.ini";
-    if (!fs::exists(registry)) tytest::WriteFile(registry, "");
-    std::vector<std::string> env = {"TMPDIR=" + scratch.path().string(),
-                                    "TALLYO_REGISTRY=" + registry.string(), "PATH=/usr/bin:/bin"};
-    env.insert(env.end(), extraEnv.begin(), extraEnv.end());
-    const std::string program = std::string(TY_BIN_DIR) + "/tydbcreate-cli";
-    pid_ = fork();
-    if (pid_ == 0) {
-      freopen("/dev/null", "r", stdin);
-      freopen(outFile_.c_str(), "w", stdout);
-      freopen(errFile_.c_str(), "w", stderr);
-      std::vector<char*> argv{const_cast<char*>(program.c_str())};
-      for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-      argv.push_back(nullptr);
-      std::vector<char*> envp;
-      for (auto& e : env) envp.push_back(e.data());
-      envp.push_back(nullptr);
-      execve(program.c_str(), argv.data(), envp.data());
-      _exit(127);
-    }
-  }
-  void Kill() { kill(pid_, SIGKILL); }
-  Outcome Wait() {
-    int raw = 0;
-    waitpid(pid_, &raw, 0);
-    Outcome o;
-    o.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    o.out = tytest::ReadFile(outFile_);
-    o.err = tytest::ReadFile(errFile_);
-    return o;
-  }
-  std::string ErrSoFar() const { return tytest::ReadFile(errFile_); }
-
- private:
-  fs::path outFile_, errFile_;
-  pid_t pid_ = -1;
-};
+// A run of the program with `extraEnv` added to its environment.
+Outcome RunCli(const std::vector<std::string>& args, const tytest::TempDir& scratch,
+               const std::vector<std::string>& extraEnv = {}) {
+  return tytest::RunProgram(args, scratch, {.extraEnv = extraEnv});
+}
 
 // A copy of the bundled demo (configuration and logs, no tables) in a temp folder, with its
 // logs under logs/.
@@ -147,7 +104,7 @@ std::pair<long, long> CountFaultPoints(const Demo& demo, const std::string& unde
   tytest::TempDir scratch;
   auto env = Shim(under);
   env.push_back("TY_FAULT_COUNT=" + (scratch.path() / "count.txt").string());
-  const Outcome o = Program({"--yes", "--now", kNow, "--quiet", demo.App()}, scratch, env).Wait();
+  const Outcome o = RunCli({"--yes", "--now", kNow, "--quiet", demo.App()}, scratch, env);
   EXPECT_EQ(o.status, 0) << o.err;
   long writes = 0, renames = 0;
   std::sscanf(tytest::ReadFile(scratch.path() / "count.txt").c_str(), "%ld %ld", &writes,
@@ -157,14 +114,14 @@ std::pair<long, long> CountFaultPoints(const Demo& demo, const std::string& unde
 
 Outcome CleanRun(const Demo& demo) {
   tytest::TempDir scratch;
-  return Program({"--yes", "--now", kNow, "--quiet", demo.App()}, scratch).Wait();
+  return RunCli({"--yes", "--now", kNow, "--quiet", demo.App()}, scratch);
 }
 
 // The next start: start-up (which finishes or throws away what a killed run left) and the start
 // question, refused because stdin is not a terminal; nothing is scanned.
 Outcome NextStart(const Demo& demo) {
   tytest::TempDir scratch;
-  return Program({demo.App()}, scratch).Wait();
+  return RunCli({demo.App()}, scratch);
 }
 
 // `count` points spread over 1..total: the first, the last, and the rest at random (fixed seed).
@@ -192,7 +149,7 @@ TEST(Faults, AWriteThatFailsAtAnyPointKeepsThePreviousDatabase) {
     tytest::TempDir scratch;
     auto env = Shim(demo.Data());
     env.push_back("TY_FAULT_WRITE_AT=" + std::to_string(n));
-    const Outcome o = Program({"--yes", "--now", kNow, "--json", demo.App()}, scratch, env).Wait();
+    const Outcome o = RunCli({"--yes", "--now", kNow, "--json", demo.App()}, scratch, env);
     // The run is not completed (a failure while the new tables are created is one of creating
     // the database), says so, and shows no figures for records that are not on disk. Only a
     // failure after the replacement (the robot list) lets the run complete.
@@ -247,7 +204,7 @@ TEST(Faults, KillAtAnyPointOfAScanOrOfTheReplacementLeavesTheOldDatabaseOrTheNew
     tytest::TempDir scratch;
     auto env = Shim(run.Data());
     env.push_back(p.what + std::to_string(p.n));
-    EXPECT_EQ(Program({"--yes", "--now", kNow, "--quiet", run.App()}, scratch, env).Wait().status, -1);
+    EXPECT_EQ(RunCli({"--yes", "--now", kNow, "--quiet", run.App()}, scratch, env).status, -1);
     const Outcome next = NextStart(run);
     EXPECT_EQ(next.status, 7) << next.err;
     const auto after = Snapshot(run.Data());
@@ -281,7 +238,7 @@ TEST(Faults, KillAtRandomMomentsOfAScanLeavesTheOldDatabaseOrTheNewOne) {
     const long micros = at(random);
     SCOPED_TRACE("killed after " + std::to_string(micros) + " us");
     tytest::TempDir scratch;
-    Program run({"--yes", "--now", kNow, "--quiet", demo.App()}, scratch);
+    ProgramRun run({"--yes", "--now", kNow, "--quiet", demo.App()}, scratch);
     std::this_thread::sleep_for(std::chrono::microseconds(micros));
     run.Kill();
     run.Wait();
@@ -321,7 +278,7 @@ TEST(Faults, KillWhileUnpackingAnArchiveLeavesNothingBehindAfterTheNextStart) {
     tytest::TempDir scratch;
     auto env = Shim(logs.string() + "/");
     env.push_back("TY_FAULT_KILL_AT_WRITE=" + std::to_string(n));
-    EXPECT_EQ(Program({"--yes", "--now", kNow, "--quiet", demo.App()}, scratch, env).Wait().status, -1);
+    EXPECT_EQ(RunCli({"--yes", "--now", kNow, "--quiet", demo.App()}, scratch, env).status, -1);
     EXPECT_NE(Changed(Snapshot(logs.string() + "/"), userFiles), "");  // unpacked files were left
     EXPECT_EQ(NextStart(demo).status, 7);
     EXPECT_EQ(Changed(Snapshot(logs.string() + "/"), userFiles), "");
@@ -337,12 +294,12 @@ TEST(Faults, TwoRunsOnOneDataFolderWithTheirOwnTempFoldersNeverRunTogether) {
            std::to_string(i & 255) + " GET /x.htm 200\r\n";
   tytest::WriteFile(demo.dir.path() / "logs" / "w3c" / "ex999999.log", log);
   tytest::TempDir firstTemp, secondTemp;
-  Program first({"--yes", "--now", kNow, demo.App()}, firstTemp);
+  ProgramRun first({"--yes", "--now", kNow, demo.App()}, firstTemp);
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while (first.ErrSoFar().find("ex999999.log") == std::string::npos &&
          std::chrono::steady_clock::now() < deadline)
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  const Outcome second = Program({"--yes", "--now", kNow, demo.App()}, secondTemp).Wait();
+  const Outcome second = RunCli({"--yes", "--now", kNow, demo.App()}, secondTemp);
   const Outcome one = first.Wait();
   EXPECT_EQ(one.status, 0) << one.err;
   EXPECT_EQ(second.status, 3) << second.err;

@@ -24,6 +24,8 @@ struct JsonValue {
     if (kind != Object || it == members.end()) throw std::runtime_error("no member " + key);
     return it->second;
   }
+  // Item `i` of an array; throws std::out_of_range when there is none.
+  const JsonValue& operator[](size_t i) const { return items.at(i); }
   bool Has(const std::string& key) const { return kind == Object && members.count(key) > 0; }
 };
 
