@@ -1,11 +1,17 @@
 // Whole scans with reverse DNS against servers the tests start on 127.0.0.1, tables read back
-// from disk: names in the visitor and exception records, no look-up for known names, none at all
-// with the box unticked, the pause at more than 95 outstanding, and a Cancel during the pause.
+// from disk: names in the visitor and exception records, no look-up for known names, answers that
+// come after their site ended, and the pause at more than 95 outstanding. (The unticked box and a
+// cancel during the pause are run through the whole program in tests/CliDns_test.cc.)
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "DnsServers.h"
 #include "analysis/AnalysisTesting.h"
@@ -51,6 +57,34 @@ std::string DistinctLog(int count) {
   return s;
 }
 
+// A scan driver over sites that each read one log (in a folder named after the site), with a
+// resolver asking `server` and the DNS box ticked.
+struct DnsScan {
+  DnsScan(const std::string& server,
+          const std::vector<std::pair<std::string, std::string>>& sitesAndLogs,
+          int timeoutMs = 3000) {
+    for (const auto& [site, log] : sitesAndLogs) {
+      t.AddSite(site, site);
+      t.Write(site + "/ex01.log", log);
+    }
+    resolver = ResolverFor(server, timeoutMs);
+    driver = std::make_unique<ScanDriver>(t.w(), t.ui, t.timer);
+    driver->SetResolver(resolver.get());
+    driver->SetDnsChecked(true);
+  }
+  // Each yield lets every answer come in before the scan goes on.
+  void AnswerAtEveryYield() {
+    t.ui.onYield = [this](int) {
+      while (resolver->Outstanding() > 0) driver->DeliverDnsAnswers(100);
+      return true;
+    };
+  }
+
+  ScanWorld t;
+  std::unique_ptr<platform::Resolver> resolver;
+  std::unique_ptr<ScanDriver> driver;
+};
+
 std::map<std::string, std::string> DnsByAddress(const std::string& data, const std::string& site) {
   std::map<std::string, std::string> out;
   for (const auto& r : antest::ReadTable(data, "Visitor"))
@@ -61,26 +95,15 @@ std::map<std::string, std::string> DnsByAddress(const std::string& data, const s
 TEST(ReverseDnsScan, NamesReachVisitorAndExceptionRecordsAndKnownNamesAreNotAskedAgain) {
   tytest::Dnsmasq dns({{"10.0.0.1", "a.example"}, {"10.0.0.2", "b.example"}});
   REQUIRE_STARTED(dns);
-  ScanWorld t;
-  t.AddSite("Alpha", "a");
-  t.AddSite("Beta", "b");
   // Longer than 500 lines: the answers come in at a yield inside the site's own file (an answer
   // updates the visitor record of the site being read).
-  t.Write("a/ex01.log", W3cLog(600));
-  t.Write("b/ex01.log", W3cLog(600));
-  auto resolver = ResolverFor(dns.Server());
-  ScanDriver d(t.w(), t.ui, t.timer);
-  d.SetResolver(resolver.get());
-  d.SetDnsChecked(true);
-  // Each yield lets every answer come in before the scan goes on, so that the second site finds
-  // the first site's names.
-  t.ui.onYield = [&](int) {
-    while (resolver->Outstanding() > 0) d.DeliverDnsAnswers(100);
-    return true;
-  };
+  DnsScan scan(dns.Server(), {{"Alpha", W3cLog(600)}, {"Beta", W3cLog(600)}});
+  // The second site finds the first site's names.
+  scan.AnswerAtEveryYield();
+  ScanDriver& d = *scan.driver;
   ASSERT_EQ(d.ScanAllSites(), ScanOutcome::Completed);
 
-  const std::string data = t.Data();
+  const std::string data = scan.t.Data();
   for (const char* site : {"Alpha", "Beta"}) {
     const auto names = DnsByAddress(data, site);
     EXPECT_EQ(names.at("10.0.0.1"), "a.example") << site;
@@ -104,7 +127,7 @@ TEST(ReverseDnsScan, NamesReachVisitorAndExceptionRecordsAndKnownNamesAreNotAske
   EXPECT_TRUE(testing::TableDefects(data).empty());
   // A DNS run gives no rate.
   EXPECT_NE(d.Summary().find("Scanned 1208 lines.\r\n\r\n"), std::string::npos) << d.Summary();
-  EXPECT_TRUE(t.ui.shown[Label::DNS]);
+  EXPECT_TRUE(scan.t.ui.shown[Label::DNS]);
 }
 
 TEST(ReverseDnsScan, AnAnswerThatComesAfterTheSiteEndedGoesToTheNextSitesVisitorRecord) {
@@ -114,28 +137,18 @@ TEST(ReverseDnsScan, AnAnswerThatComesAfterTheSiteEndedGoesToTheNextSitesVisitor
   // next site's own visits find no name (the cache looks at the first record of an address).
   tytest::Dnsmasq dns({{"10.0.0.1", "a.example"}, {"10.0.0.2", "b.example"}});
   REQUIRE_STARTED(dns);
-  ScanWorld t;
-  t.AddSite("Alpha", "a");
-  t.AddSite("Beta", "b");
-  t.Write("a/ex01.log", W3cLog(20));  // fewer than 500 lines: no yield inside the file
-  t.Write("b/ex01.log", W3cLog(20));
-  auto resolver = ResolverFor(dns.Server());
-  ScanDriver d(t.w(), t.ui, t.timer);
-  d.SetResolver(resolver.get());
-  d.SetDnsChecked(true);
-  t.ui.onYield = [&](int) {
-    while (resolver->Outstanding() > 0) d.DeliverDnsAnswers(100);
-    return true;
-  };
-  ASSERT_EQ(d.ScanAllSites(), ScanOutcome::Completed);
-  const auto alpha = DnsByAddress(t.Data(), "Alpha");
+  // Fewer than 500 lines: no yield inside the file.
+  DnsScan scan(dns.Server(), {{"Alpha", W3cLog(20)}, {"Beta", W3cLog(20)}});
+  scan.AnswerAtEveryYield();
+  ASSERT_EQ(scan.driver->ScanAllSites(), ScanOutcome::Completed);
+  const auto alpha = DnsByAddress(scan.t.Data(), "Alpha");
   EXPECT_EQ(alpha.at("10.0.0.1"), "10.0.0.1");
   EXPECT_EQ(alpha.at("10.0.0.2"), "10.0.0.2");
-  const auto beta = DnsByAddress(t.Data(), "Beta");
+  const auto beta = DnsByAddress(scan.t.Data(), "Beta");
   EXPECT_EQ(beta.at("10.0.0.1"), "a.example");
   EXPECT_EQ(beta.at("10.0.0.2"), "b.example");
   EXPECT_EQ(dns.Queries("10.0.0.1"), 2);
-  EXPECT_EQ(d.DnsCounts().cacheHits, 0);
+  EXPECT_EQ(scan.driver->DnsCounts().cacheHits, 0);
 }
 
 TEST(ReverseDnsScan, MoreThan95OutstandingPausesTheScanUntilEveryAnswerIsIn) {
@@ -143,18 +156,9 @@ TEST(ReverseDnsScan, MoreThan95OutstandingPausesTheScanUntilEveryAnswerIsIn) {
   for (int i = 0; i < 300; ++i) hosts.emplace_back(Address(i), "host" + std::to_string(i) + ".example");
   tytest::Dnsmasq dns(hosts);
   REQUIRE_STARTED(dns);
-  ScanWorld t;
-  t.AddSite("Alpha", "a");
-  t.Write("a/ex01.log", DistinctLog(300));
-  auto resolver = ResolverFor(dns.Server());
-  ScanDriver d(t.w(), t.ui, t.timer);
-  d.SetResolver(resolver.get());
-  d.SetDnsChecked(true);
-  int pausedAt = -1;  // requests outstanding when a pause began
-  t.ui.onYield = [&](int) {
-    if (t.ui.captions[Label::Prog2] == kPaused && pausedAt < 0) pausedAt = d.DnsPending();
-    return true;
-  };
+  DnsScan scan(dns.Server(), {{"Alpha", DistinctLog(300)}});
+  ScanWorld& t = scan.t;
+  ScanDriver& d = *scan.driver;
   ASSERT_EQ(d.ScanAllSites(), ScanOutcome::Completed);
 
   // 300 look-ups in three pauses at 96 outstanding, each until none was left, and the wait
@@ -172,46 +176,6 @@ TEST(ReverseDnsScan, MoreThan95OutstandingPausesTheScanUntilEveryAnswerIsIn) {
   ASSERT_EQ(names.size(), 300u);
   for (int i = 0; i < 300; ++i)
     EXPECT_EQ(names.at(Address(i)), "host" + std::to_string(i) + ".example");
-}
-
-TEST(ReverseDnsScan, WithTheBoxUntickedNoPacketIsSent) {
-  tytest::SilentDnsServer silent;
-  ASSERT_TRUE(silent.Started());
-  ScanWorld t;
-  t.AddSite("Alpha", "a");
-  t.Write("a/ex01.log", DistinctLog(200));
-  auto resolver = ResolverFor(silent.Server());
-  ScanDriver d(t.w(), t.ui, t.timer);
-  d.SetResolver(resolver.get());
-  d.SetDnsChecked(false);
-  ASSERT_EQ(d.ScanAllSites(), ScanOutcome::Completed);
-  EXPECT_EQ(silent.Received(), 0);
-  EXPECT_EQ(d.DnsCounts().requests, 0);
-  const auto prog2 = t.ui.CaptionsOf(Label::Prog2);
-  EXPECT_EQ(std::count(prog2.begin(), prog2.end(), std::string(kPaused)), 0);
-  for (const auto& [ip, name] : DnsByAddress(t.Data(), "Alpha")) EXPECT_EQ(name, ip);
-  EXPECT_NE(d.Summary().find(" lines per second."), std::string::npos);
-}
-
-TEST(ReverseDnsScan, ACancelDuringThePauseEndsTheRunAndKeepsThePreviousDatabase) {
-  tytest::SilentDnsServer silent;
-  ASSERT_TRUE(silent.Started());
-  ScanWorld t;
-  t.AddSite("Alpha", "a");
-  t.Write("a/ex01.log", DistinctLog(200));
-  // The server never answers and a look-up may take a minute: only the Cancel ends the pause.
-  auto resolver = ResolverFor(silent.Server(), 60000);
-  ScanDriver d(t.w(), t.ui, t.timer);
-  d.SetResolver(resolver.get());
-  d.SetDnsChecked(true);
-  t.ui.onYield = [&](int) { return t.ui.captions[Label::Prog2] != kPaused; };
-  ASSERT_EQ(d.ScanAllSites(), ScanOutcome::Cancelled);
-  EXPECT_FALSE(d.Database().DatabaseOpen());
-  // The 96 visits opened before the pause went with the new tables: there was no database
-  // before, and there is none now.
-  EXPECT_EQ(testing::RecordCount(t.Data(), "Visits"), -1);
-  EXPECT_TRUE(std::filesystem::is_empty(t.dir.path() / "Data" / "Temp"));
-  EXPECT_EQ(resolver->Outstanding(), 96);
 }
 
 }  // namespace
