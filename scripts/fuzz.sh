@@ -18,18 +18,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 seconds=${1:-20}
 only=${2:-}
 
-# clang and its fuzzer and sanitizer runtimes (also in bootstrap.sh, for a run without it).
-missing=()
-for p in clang-14 libclang-rt-14-dev; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing missing packages: ${missing[*]}"
-  sudo=""
-  [ "$(id -u)" -eq 0 ] || sudo="sudo"
-  $sudo apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+source scripts/packages.sh
+install_missing "${fuzz_packages[@]}"
 
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++-14 \
