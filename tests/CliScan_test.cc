@@ -16,9 +16,8 @@
 
 #include "JsonValue.h"
 #include "ProgramRun.h"
+#include "TableReadBack.h"
 #include "TestSupport.h"
-#include "dbase/Checker.h"
-#include "dbase/Table.h"
 #include "platform/FolderLock.h"
 #include "platform/SingleInstance.h"
 
@@ -35,15 +34,12 @@ Outcome RunCli(const std::vector<std::string>& args, const std::string& registry
   return tytest::RunProgram(args, scratch, {.registryText = registryText});
 }
 
-// A copy of the bundled demo (configuration and logs, no tables) in a temp folder.
-struct Demo {
-  tytest::TempDir dir;
-  Demo() {
-    tytest::CopyDemo(dir.path());
-  }
-  std::string str() const { return dir.str(); }
-  void Sites(const std::string& text) { tytest::WriteFile(dir.path() / "TALLYO.INI", text); }
-};
+using Demo = tytest::DemoCopy;
+
+// Replaces the demo's sites file.
+void Sites(const Demo& demo, const std::string& text) {
+  tytest::WriteFile(demo.dir.path() / "TALLYO.INI", text);
+}
 
 // A W3C log in which every line is a new visitor: slow enough to be interrupted while it is read.
 std::string SlowLog(int lines) {
@@ -53,14 +49,6 @@ std::string SlowLog(int lines) {
            std::to_string(16 + (i >> 16) % 16) + "." + std::to_string((i >> 8) & 255) + "." +
            std::to_string(i & 255) + " GET /b" + std::to_string(i % 700) + ".htm 200\r\n";
   return log;
-}
-
-long Records(const std::string& folder, const std::string& table) {
-  dbase::Table t;
-  t.SetLocation(folder);
-  t.SetTableName(table);
-  if (t.OpenTableReadOnly() != 0) return -1;
-  return t.RecordCount();
 }
 
 // An application folder named relative to the working folder, as the Quick start names the demo,
@@ -73,13 +61,13 @@ TEST(CliScan, RelativeApplicationFolderWritesIntoItsOwnDataFolder) {
                                         demo.dir.path().filename().string()},
                                        scratch, {.workingFolder = demo.dir.path().parent_path()});
   ASSERT_EQ(o.status, 0) << o.err;
-  EXPECT_GT(Records(demo.str() + "/Data/", "Visits"), 0);
+  EXPECT_GT(tytest::RecordCount(demo.Data(), "Visits"), 0);
   EXPECT_FALSE(fs::exists(demo.dir.path() / demo.dir.path().filename()));
 }
 
 TEST(CliScan, DemoJsonParsesAndMatchesTheMessagesAndTheTables) {
   Demo demo;
-  const Outcome o = RunCli({"--yes", "--json", "--now", "2026-11-16 02:23:14", demo.str()});
+  const Outcome o = RunCli({"--yes", "--json", "--now", "2026-11-16 02:23:14", demo.App()});
   ASSERT_EQ(o.status, 0) << o.err;
   tytest::JsonValue j;
   ASSERT_NO_THROW(j = tytest::ParseJson(o.out)) << o.out.substr(0, 400);
@@ -100,22 +88,22 @@ TEST(CliScan, DemoJsonParsesAndMatchesTheMessagesAndTheTables) {
   // The records-added figures: the visits opened (one record each), the page hits counted (the
   // demo stays below a full page batch, so "Pages" holds each visit's first page and one record
   // per page hit), and the exception records appended.
-  const std::string data = demo.str() + "Data/";
-  EXPECT_EQ(j["visitRecordsAdded"].number, Records(data, "Visits"));
+  const std::string data = demo.Data();
+  EXPECT_EQ(j["visitRecordsAdded"].number, tytest::RecordCount(data, "Visits"));
   EXPECT_EQ(j["pageViewRecordsAdded"].number + j["visitRecordsAdded"].number,
-            Records(data, "Pages"));
-  EXPECT_EQ(j["exceptionRecordsAdded"].number, Records(data, "Exceptions"));
+            tytest::RecordCount(data, "Pages"));
+  EXPECT_EQ(j["exceptionRecordsAdded"].number, tytest::RecordCount(data, "Exceptions"));
   EXPECT_NE(
-      summary.find("\r\n" + std::to_string(Records(data, "Visits")) + " visit records added.\r\n"),
+      summary.find("\r\n" + std::to_string(tytest::RecordCount(data, "Visits")) + " visit records added.\r\n"),
       std::string::npos);
 
   // Without --json the summary itself is printed, with plain line ends; a second run rebuilds
   // the same tables from scratch.
-  const Outcome plain = RunCli({"--yes", "--now", "2026-11-16 02:23:14", demo.str()});
+  const Outcome plain = RunCli({"--yes", "--now", "2026-11-16 02:23:14", demo.App()});
   ASSERT_EQ(plain.status, 0) << plain.err;
   EXPECT_EQ(plain.out.rfind("Scan Complete. \n\nScanned ", 0), 0u);
   EXPECT_NE(plain.out.find(" visit records added.\n"), std::string::npos);
-  EXPECT_EQ(j["visitRecordsAdded"].number, Records(data, "Visits"));
+  EXPECT_EQ(j["visitRecordsAdded"].number, tytest::RecordCount(data, "Visits"));
 }
 
 TEST(CliScan, TwoRunsWithTheSameClockWriteTheSameFilesByteForByte) {
@@ -124,7 +112,7 @@ TEST(CliScan, TwoRunsWithTheSameClockWriteTheSameFilesByteForByte) {
   // the run's date, not the system's.
   Demo first, second;
   for (const Demo* demo : {&first, &second}) {
-    const Outcome o = RunCli({"--yes", "--quiet", "--now", "2002-05-17 08:00:00", demo->str()});
+    const Outcome o = RunCli({"--yes", "--quiet", "--now", "2002-05-17 08:00:00", demo->App()});
     ASSERT_EQ(o.status, 0) << o.err;
   }
   const fs::path a = first.dir.path() / "Data", b = second.dir.path() / "Data";
@@ -147,27 +135,17 @@ TEST(CliScan, TwoRunsWithTheSameClockWriteTheSameFilesByteForByte) {
   }
 }
 
-// The table files of a data folder with their bytes.
-std::map<std::string, std::string> TableFiles(const std::string& folder) {
-  std::map<std::string, std::string> out;
-  for (const auto& e : fs::directory_iterator(folder)) {
-    const std::string ext = e.path().extension().string();
-    if (ext == ".DBF" || ext == ".MDX") out[e.path().filename().string()] = tytest::ReadFile(e.path());
-  }
-  return out;
-}
-
 TEST(CliScan, AFullDiskEndsTheRunAndKeepsThePreviousDatabase) {
   // A full disk, as a limit on the size of every file the program writes: the run is not
   // completed, says what failed and that the previous database is kept (even with --quiet),
   // shows no figures, and the previous tables are as they were.
   Demo demo;
-  ASSERT_EQ(RunCli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", demo.str()}).status, 0);
-  const std::string data = demo.str() + "Data/";
-  const auto previous = TableFiles(data);
+  ASSERT_EQ(RunCli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", demo.App()}).status, 0);
+  const std::string data = demo.Data();
+  const auto previous = tytest::TableFiles(data);
   tytest::TempDir scratch;
   const Outcome o =
-      tytest::RunProgram({"--yes", "--quiet", "--json", "--now", "2026-11-16 02:23:14", demo.str()},
+      tytest::RunProgram({"--yes", "--quiet", "--json", "--now", "2026-11-16 02:23:14", demo.App()},
                          scratch, {.fileSizeLimit = 150 << 10});
   EXPECT_EQ(o.status, 10) << o.err;
   EXPECT_NE(o.err.find("The scan could not be completed: "), std::string::npos) << o.err;
@@ -181,13 +159,13 @@ TEST(CliScan, AFullDiskEndsTheRunAndKeepsThePreviousDatabase) {
   EXPECT_EQ(j["summary"].text, "");
   EXPECT_EQ(j["visitRecordsAdded"].number, 0);
   EXPECT_EQ(j["pageViewRecordsAdded"].number, 0);
-  EXPECT_EQ(TableFiles(data), previous);
+  EXPECT_EQ(tytest::TableFiles(data), previous);
   EXPECT_TRUE(fs::is_empty(demo.dir.path() / "Data" / "Temp"));
   // With room again the next run builds every table whole, and has nothing to report.
-  const Outcome again = RunCli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", demo.str()});
+  const Outcome again = RunCli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", demo.App()});
   EXPECT_EQ(again.status, 0);
   EXPECT_EQ(again.err, "");
-  EXPECT_GT(Records(demo.str() + "Data/", "Pages"), 1000);
+  EXPECT_GT(tytest::RecordCount(demo.Data(), "Pages"), 1000);
 }
 
 TEST(CliScan, AFullTableCompletesTheRunWithOneLineForItAndItsOwnStatus) {
@@ -196,12 +174,12 @@ TEST(CliScan, AFullTableCompletesTheRunWithOneLineForItAndItsOwnStatus) {
   // line per table in errors.log and on screen, and leaves every other table exactly as a run
   // without a limit writes it.
   Demo plain, limited;
-  ASSERT_EQ(RunCli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", plain.str()}).status, 0);
+  ASSERT_EQ(RunCli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", plain.App()}).status, 0);
   const Outcome o = RunCli({"--yes", "--json", "--now", "2026-11-16 02:23:14",
                             "--table-size-limit", "Pages=100000", "--table-size-limit",
-                            "exceptions=60000", limited.str()});
+                            "exceptions=60000", limited.App()});
   ASSERT_EQ(o.status, 11) << o.err;
-  const std::string data = limited.str() + "Data/";
+  const std::string data = limited.Data();
 
   // errors.log: one line for each full table, with the records it holds.
   std::vector<std::string> full;
@@ -227,9 +205,9 @@ TEST(CliScan, AFullTableCompletesTheRunWithOneLineForItAndItsOwnStatus) {
   EXPECT_NE(exceptions.find(" could take its index EXCEPTIONS.MDX past 60,000 bytes"),
             std::string::npos)
       << exceptions;
-  EXPECT_EQ(Records(data, "Pages"), 882);
-  EXPECT_EQ(Records(data, "Exceptions"), held(exceptions));
-  EXPECT_LT(Records(data, "Exceptions"), Records(plain.str() + "Data/", "Exceptions"));
+  EXPECT_EQ(tytest::RecordCount(data, "Pages"), 882);
+  EXPECT_EQ(tytest::RecordCount(data, "Exceptions"), held(exceptions));
+  EXPECT_LT(tytest::RecordCount(data, "Exceptions"), tytest::RecordCount(plain.Data(), "Exceptions"));
   EXPECT_LE(fs::file_size(data + "PAGES.DBF"), 100000u);
   EXPECT_LE(fs::file_size(data + "EXCEPTIONS.MDX"), 60000u);
 
@@ -248,43 +226,39 @@ TEST(CliScan, AFullTableCompletesTheRunWithOneLineForItAndItsOwnStatus) {
 
   // The other tables are the ones a run without the limits writes, byte for byte, and every
   // table passes the checker.
-  const auto expected = TableFiles(plain.str() + "Data/");
-  const auto written = TableFiles(data);
+  const auto expected = tytest::TableFiles(plain.Data());
+  const auto written = tytest::TableFiles(data);
   ASSERT_EQ(written.size(), expected.size());
   for (const auto& [name, bytes] : written) {
     if (name.rfind("PAGES.", 0) == 0 || name.rfind("EXCEPTIONS.", 0) == 0) continue;
     EXPECT_TRUE(bytes == expected.at(name)) << name;
   }
-  for (const auto& [name, bytes] : written) {
-    if (name.size() < 4 || name.substr(name.size() - 4) != ".DBF") continue;
-    const dbase::CheckReport report = dbase::CheckTable(data + name);
-    EXPECT_TRUE(report.Ok()) << name << ": " << (report.Ok() ? "" : report.defects[0]);
-  }
+  EXPECT_EQ(tytest::TableDefects(data), std::vector<std::string>{});
 
   // A limit for a table the scan does not write, or a size that is not a number: bad usage.
-  EXPECT_EQ(RunCli({"--yes", "--table-size-limit", "IPCC=100", limited.str()}).status, 2);
-  EXPECT_EQ(RunCli({"--yes", "--table-size-limit", "Pages=lots", limited.str()}).status, 2);
+  EXPECT_EQ(RunCli({"--yes", "--table-size-limit", "IPCC=100", limited.App()}).status, 2);
+  EXPECT_EQ(RunCli({"--yes", "--table-size-limit", "Pages=lots", limited.App()}).status, 2);
 }
 
 TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {
   {
     Demo demo;
-    demo.Sites("");
-    const Outcome o = RunCli({"--yes", "--json", demo.str()});
+    Sites(demo, "");
+    const Outcome o = RunCli({"--yes", "--json", demo.App()});
     EXPECT_EQ(o.status, 4);
     EXPECT_NE(o.err.find("No Sites have been setup. Use Tallyo first"), std::string::npos);
     EXPECT_EQ(tytest::ParseJson(o.out)["messages"].items.at(0).text.rfind("No Sites", 0), 0u);
   }
   {
     Demo demo;
-    demo.Sites("[A]\r\nFTP=True\r\n[B]\r\nFTP=True\r\nFOLDER=logs/w3c/\r\n\r\n");
-    const Outcome o = RunCli({"--yes", demo.str()});
+    Sites(demo, "[A]\r\nFTP=True\r\n[B]\r\nFTP=True\r\nFOLDER=logs/w3c/\r\n\r\n");
+    const Outcome o = RunCli({"--yes", demo.App()});
     EXPECT_EQ(o.status, 5);
     EXPECT_NE(o.err.find("All sites are accessed via FTP."), std::string::npos);
   }
   {
     Demo demo;
-    const Outcome o = RunCli({"--yes", demo.str()},
+    const Outcome o = RunCli({"--yes", demo.App()},
                              "[Software\\Fenwright\\Tallyo \\Settings]\nServiceRunning=True\n");
     EXPECT_EQ(o.status, 6);
     EXPECT_NE(o.err.find("Tallyo is currently running as a service."), std::string::npos);
@@ -293,7 +267,7 @@ TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {
   {
     // Without --yes and without a terminal the question is refused; nothing is touched.
     Demo demo;
-    const Outcome o = RunCli({demo.str()});
+    const Outcome o = RunCli({demo.App()});
     EXPECT_EQ(o.status, 7);
     EXPECT_NE(o.err.find("--yes"), std::string::npos);
     EXPECT_FALSE(fs::exists(demo.dir.path() / "Data" / "VISITS.DBF"));
@@ -303,10 +277,10 @@ TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {
     Demo demo;
     tytest::WriteFile(demo.dir.path() / "blocked", "x");
     const Outcome o =
-        RunCli({"--yes", "--json", demo.str()},
-               "[Software\\Fenwright\\Tallyo \\Settings]\nDDFPath=" + demo.str() + "blocked/\n");
+        RunCli({"--yes", "--json", demo.App()},
+               "[Software\\Fenwright\\Tallyo \\Settings]\nDDFPath=" + demo.App() + "blocked/\n");
     EXPECT_EQ(o.status, 8);
-    EXPECT_NE(o.err.find("Failed to create database: " + demo.str() + "blocked/ is not a folder. "),
+    EXPECT_NE(o.err.find("Failed to create database: " + demo.App() + "blocked/ is not a folder. "),
               std::string::npos)
         << o.err;
     EXPECT_EQ(tytest::ParseJson(o.out)["lines"].number, 0);
@@ -316,7 +290,7 @@ TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {
     auto lock = platform::SingleInstance::Acquire("tydbcreate", scratch.path());
     ASSERT_TRUE(lock && lock->Holds());
     Demo demo;
-    const Outcome o = tytest::RunProgram({"--yes", demo.str()}, scratch);
+    const Outcome o = tytest::RunProgram({"--yes", demo.App()}, scratch);
     EXPECT_EQ(o.status, 3);
     EXPECT_NE(o.err.find("another copy"), std::string::npos);
   }
@@ -325,11 +299,11 @@ TEST(CliScan, EachWayARunEndsHasItsOwnExitStatus) {
     // another one): this run is told which folder is busy and touches nothing.
     Demo demo;
     fs::create_directories(demo.dir.path() / "Data");
-    auto busy = platform::FolderLock::Acquire(demo.str() + "Data/");
+    auto busy = platform::FolderLock::Acquire(demo.Data());
     ASSERT_TRUE(busy && busy->Holds());
-    const Outcome o = RunCli({"--yes", demo.str()});
+    const Outcome o = RunCli({"--yes", demo.App()});
     EXPECT_EQ(o.status, 3);
-    EXPECT_NE(o.err.find("another run is using the data folder " + demo.str() + "Data/"),
+    EXPECT_NE(o.err.find("another run is using the data folder " + demo.Data()),
               std::string::npos)
         << o.err;
     EXPECT_FALSE(fs::exists(demo.dir.path() / "Data" / "Temp"));
@@ -359,7 +333,7 @@ TEST(CliScan, CtrlCWithoutATerminalCancelsAtOnceAndClosesTheTables) {
   const std::string log = SlowLog(1000000);
   tytest::WriteFile(demo.dir.path() / "logs/w3c/ex999999.log", log);
   tytest::TempDir scratch;
-  ProgramRun cli({"--yes", "--json", demo.str()}, scratch);
+  ProgramRun cli({"--yes", "--json", demo.App()}, scratch);
   // Without a status line the program names each file on stderr as it starts reading it.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while (tytest::ReadFile(scratch.path() / "stderr.txt").find("ex999999.log") ==
@@ -376,8 +350,8 @@ TEST(CliScan, CtrlCWithoutATerminalCancelsAtOnceAndClosesTheTables) {
             "Scanning still in progress. Are you sure you want to cancel?");
   // Nothing was replaced: there was no database before, and there is none now.
   EXPECT_EQ(j["visitRecordsAdded"].number, 0);
-  EXPECT_EQ(Records(demo.str() + "Data/", "Visits"), -1);
-  EXPECT_NE(o.err.find("scan cancelled; the database in " + demo.str() +
+  EXPECT_EQ(tytest::RecordCount(demo.Data(), "Visits"), -1);
+  EXPECT_NE(o.err.find("scan cancelled; the database in " + demo.App() +
                        "Data/ was not replaced: the previous one is kept as it was."),
             std::string::npos)
       << o.err;
@@ -443,9 +417,9 @@ TEST(CliScan, OnATerminalItAsksAndCtrlCAsksBeforeCancelling) {
   const std::string log = SlowLog(1500000);
   tytest::WriteFile(demo.dir.path() / "logs/w3c/ex999999.log", log);
   tytest::TempDir scratch;
-  Terminal t({demo.str()}, scratch);
+  Terminal t({demo.App()}, scratch);
   // The question says what a Yes replaces.
-  ASSERT_TRUE(t.WaitFor("The database in " + demo.str() + "Data/ will be replaced"));
+  ASSERT_TRUE(t.WaitFor("The database in " + demo.App() + "Data/ will be replaced"));
   ASSERT_TRUE(t.WaitFor("Are you sure? [y/N] "));
   t.Type("y\n");
   ASSERT_TRUE(t.WaitFor("ex9999"));  // the status line shows the big file
@@ -459,7 +433,7 @@ TEST(CliScan, OnATerminalItAsksAndCtrlCAsksBeforeCancelling) {
   ASSERT_TRUE(t.WaitFor("scan cancelled"));
   EXPECT_EQ(t.Wait(), 9);
   // Nothing replaced: there was no database, and there is none.
-  EXPECT_EQ(Records(demo.str() + "Data/", "Visits"), -1);
+  EXPECT_EQ(tytest::RecordCount(demo.Data(), "Visits"), -1);
   EXPECT_TRUE(fs::is_empty(demo.dir.path() / "Data" / "Temp"));
 }
 

@@ -21,8 +21,8 @@
 #include <zip.h>
 
 #include "ProgramRun.h"
+#include "TableReadBack.h"
 #include "TestSupport.h"
-#include "dbase/Checker.h"
 
 namespace {
 
@@ -40,16 +40,7 @@ Outcome RunCli(const std::vector<std::string>& args, const tytest::TempDir& scra
   return tytest::RunProgram(args, scratch, {.extraEnv = extraEnv});
 }
 
-// A copy of the bundled demo (configuration and logs, no tables) in a temp folder, with its
-// logs under logs/.
-struct Demo {
-  tytest::TempDir dir;
-  Demo() {
-    tytest::CopyDemo(dir.path());
-  }
-  std::string App() const { return dir.str(); }
-  std::string Data() const { return dir.str() + "Data/"; }
-};
+using Demo = tytest::DemoCopy;
 
 // What a user of the data folder sees: every file in it and in its sub-folders, with its bytes,
 // except errors.log (reports are added to it) and robots.dat (written when the robot list grew).
@@ -81,17 +72,6 @@ std::string Changed(const std::map<std::string, std::string>& now,
   }
   for (const auto& [name, bytes] : expected)
     if (!now.count(name)) out += "-" + name + " ";
-  return out;
-}
-
-// The checker's findings for every table in `folder`.
-std::vector<std::string> Defects(const std::string& folder) {
-  std::vector<std::string> out;
-  for (const auto& e : fs::directory_iterator(folder)) {
-    if (e.path().extension() != ".DBF") continue;
-    for (const auto& d : dbase::CheckTable(e.path().string()).defects)
-      out.push_back(e.path().filename().string() + ": " + d);
-  }
   return out;
 }
 
@@ -143,7 +123,7 @@ TEST(Faults, AWriteThatFailsAtAnyPointKeepsThePreviousDatabase) {
   // logs writes the same files.
   ASSERT_EQ(CleanRun(demo).status, 0);
   const auto previous = Snapshot(demo.Data());
-  ASSERT_TRUE(Defects(demo.Data()).empty());
+  ASSERT_TRUE(tytest::TableDefects(demo.Data()).empty());
   for (long n : Points(writes, 14, 15)) {
     SCOPED_TRACE("write " + std::to_string(n) + " of " + std::to_string(writes));
     tytest::TempDir scratch;
@@ -160,7 +140,7 @@ TEST(Faults, AWriteThatFailsAtAnyPointKeepsThePreviousDatabase) {
       EXPECT_NE(o.out.find("\"summary\":\"\""), std::string::npos);
     }
     EXPECT_EQ(Changed(Snapshot(demo.Data()), previous), "");
-    EXPECT_TRUE(Defects(demo.Data()).empty());
+    EXPECT_TRUE(tytest::TableDefects(demo.Data()).empty());
   }
   // With room again, the next run replaces the database.
   EXPECT_EQ(CleanRun(demo).status, 0);
@@ -214,7 +194,7 @@ TEST(Faults, KillAtAnyPointOfAScanOrOfTheReplacementLeavesTheOldDatabaseOrTheNew
       EXPECT_EQ(Changed(after, replacement), "");
       ++fresh;
     }
-    EXPECT_TRUE(Defects(run.Data()).empty());
+    EXPECT_TRUE(tytest::TableDefects(run.Data()).empty());
   }
   // Both ends were met: kills before the commit record kept the old, kills after it gave the new.
   EXPECT_GT(old, 0);
@@ -244,7 +224,7 @@ TEST(Faults, KillAtRandomMomentsOfAScanLeavesTheOldDatabaseOrTheNewOne) {
     run.Wait();
     EXPECT_EQ(NextStart(demo).status, 7);
     EXPECT_EQ(Changed(Snapshot(demo.Data()), done), "");
-    EXPECT_TRUE(Defects(demo.Data()).empty());
+    EXPECT_TRUE(tytest::TableDefects(demo.Data()).empty());
   }
 }
 
@@ -306,6 +286,6 @@ TEST(Faults, TwoRunsOnOneDataFolderWithTheirOwnTempFoldersNeverRunTogether) {
   EXPECT_NE(second.err.find("another run is using the data folder " + demo.Data()),
             std::string::npos)
       << second.err;
-  EXPECT_TRUE(Defects(demo.Data()).empty());
+  EXPECT_TRUE(tytest::TableDefects(demo.Data()).empty());
   EXPECT_TRUE(fs::is_empty(demo.dir.path() / "Data" / "Temp"));
 }

@@ -13,56 +13,17 @@
 #include <string>
 #include <vector>
 
-#include "FakeFrontend.h"
+#include "AppFolder.h"
+#include "TableReadBack.h"
 #include "TestSupport.h"
-#include "dbase/Checker.h"
-#include "dbase/Table.h"
 #include "loginput/LineReader.h"
-#include "platform/Clock.h"
-#include "platform/Registry.h"
-#include "startup/StartupSequence.h"
-#include "wizard/RunTimer.h"
 #include "wizard/Wizard.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-// An application folder: SETTINGS.INI, TALLYO.INI with the given sections, started up.
-struct App {
-  tytest::TempDir dir;
-  platform::IniRegistry registry = platform::IniRegistry::FromText("");
-  platform::FixedClock clock{vb::DateSerial(2026, 11, 16) + vb::TimeSerial(9, 0, 0)};
-  tytest::FakeFrontend ui;
-  wizard::FixedRunTimer timer{100.0f, 1.5f};
-  startup::MainResult started;
-
-  // `sites`: the sites file's sections, each "[Name]\r\nKEY=value\r\n...".
-  explicit App(const std::string& sites) {
-    tytest::WriteFile(dir.path() / "SETTINGS.INI", "REVERSEDNS=False\r\nINACTIVITYMINS=20\r\n\r\n");
-    tytest::WriteFile(dir.path() / "TALLYO.INI", sites + "\r\n");
-    fs::create_directories(dir.path() / "Data");
-  }
-  // Runs start-up, the load checks and the scan, answering every question Yes.
-  wizard::StartResult Run(wizard::Wizard*& out) {
-    started = startup::Main(startup::MainArgs{dir.str(), dir.str(), registry, clock, dir.str()});
-    EXPECT_EQ(started.status, startup::MainStatus::Ok);
-    started.world->errors.SetBeep(false);
-    window = std::make_unique<wizard::Wizard>(*started.world, ui, timer);
-    out = window.get();
-    EXPECT_EQ(window->Load(), wizard::LoadResult::Ready);
-    ui.answer = platform::MsgResult::Yes;
-    wizard::StartResult r = window->Start(registry);
-    window->Unload();
-    return r;
-  }
-  void Copy(const std::string& testdata, const std::string& to) {
-    fs::create_directories((dir.path() / to).parent_path());
-    fs::copy_file(tytest::SourceDir() / "testdata" / testdata, dir.path() / to);
-  }
-  std::string Data() const { return dir.str() + "Data/"; }
-  std::unique_ptr<wizard::Wizard> window;
-};
+using App = tytest::AppFolder;
 
 // Lines the scan counts in a file: every line the reader returns but the last one, which is
 // handed over without being counted.
@@ -75,27 +36,6 @@ int32_t CountedLines(const fs::path& file, loginput::LineReader::Mode mode) {
     ++n;
   }
   return n;
-}
-
-long Records(const std::string& folder, const std::string& table) {
-  dbase::Table t;
-  t.SetLocation(folder);
-  t.SetTableName(table);
-  if (t.OpenTableReadOnly() != 0) return -1;
-  return t.RecordCount();
-}
-
-std::vector<std::string> Defects(const std::string& folder) {
-  std::vector<std::string> out;
-  int tables = 0;
-  for (const auto& e : fs::directory_iterator(folder)) {
-    if (e.path().extension() != ".DBF") continue;
-    ++tables;
-    for (const auto& d : dbase::CheckTable(e.path().string()).defects)
-      out.push_back(e.path().filename().string() + ": " + d);
-  }
-  if (tables < 7) out.push_back("only " + std::to_string(tables) + " tables");
-  return out;
 }
 
 // Writes a zip archive; members get the modification time `mtime` when it is not 0.
@@ -133,17 +73,6 @@ time_t LocalTime(int y, int mo, int d, int h, int mi, int s) {
   return std::mktime(&tm);
 }
 
-// Every file of the seven tables in `folder` with its bytes.
-std::map<std::string, std::string> TableFiles(const std::string& folder) {
-  std::map<std::string, std::string> out;
-  for (const auto& e : fs::directory_iterator(folder)) {
-    const std::string ext = e.path().extension().string();
-    if (ext == ".DBF" || ext == ".MDX")
-      out[e.path().filename().string()] = tytest::ReadFile(e.path());
-  }
-  return out;
-}
-
 std::string SmallW3c(int hits) {
   std::string s = "#Fields: date time c-ip cs-method cs-uri-stem sc-status cs(User-Agent)\r\n";
   for (int i = 0; i < hits; ++i)
@@ -168,20 +97,19 @@ TEST(Scan, RealServerLogsReadEndToEndAsW3cAndCombinedSites) {
   app.Copy("loginput/logfile_shop_access_log.0", "shop/access_log");
   expected += CountedLines(app.dir.path() / "shop/access_log", loginput::LineReader::Mode::kUnix);
 
-  wizard::Wizard* w = nullptr;
-  ASSERT_EQ(app.Run(w), wizard::StartResult::Completed);
-  wizard::ScanDriver& d = w->Driver();
+  ASSERT_EQ(app.Run(), wizard::StartResult::Completed);
+  wizard::ScanDriver& d = app.window->Driver();
   EXPECT_EQ(d.TotalLines(), expected);
   EXPECT_GE(expected, 1000 + 254);
 
   // The figures of the summary are what the tables hold, and every table is sound.
-  const long visits = Records(app.Data(), "Visits");
+  const long visits = tytest::RecordCount(app.Data(), "Visits");
   EXPECT_GT(visits, 10);
   EXPECT_EQ(visits, d.Database().Totals().visitRecordsAdded);
-  EXPECT_EQ(Records(app.Data(), "Pages"), d.Database().Totals().pageRecordsAdded);
-  EXPECT_EQ(Records(app.Data(), "Exceptions"), d.Database().Totals().exceptionRecordsAdded);
-  EXPECT_GT(Records(app.Data(), "DaySum"), 0);
-  EXPECT_EQ(Defects(app.Data()), std::vector<std::string>{});
+  EXPECT_EQ(tytest::RecordCount(app.Data(), "Pages"), d.Database().Totals().pageRecordsAdded);
+  EXPECT_EQ(tytest::RecordCount(app.Data(), "Exceptions"), d.Database().Totals().exceptionRecordsAdded);
+  EXPECT_GT(tytest::RecordCount(app.Data(), "DaySum"), 0);
+  EXPECT_EQ(tytest::TableDefects(app.Data(), 7), std::vector<std::string>{});
   ASSERT_FALSE(app.ui.messages.empty());
   EXPECT_EQ(app.ui.messages.back().text, d.Summary());
   EXPECT_NE(d.Summary().find("Scanned " + std::to_string(expected) + " lines in"),
@@ -214,9 +142,8 @@ TEST(Scan, BadInputNeverStopsTheRunNorWritesOutsideTheLogFolder) {
                         {"inner.log", SmallW3c(4)}}));
   tytest::WriteFile(app.dir.path() / "last/z.log", SmallW3c(6));
 
-  wizard::Wizard* w = nullptr;
-  ASSERT_EQ(app.Run(w), wizard::StartResult::Completed);
-  wizard::ScanDriver& d = w->Driver();
+  ASSERT_EQ(app.Run(), wizard::StartResult::Completed);
+  wizard::ScanDriver& d = app.window->Driver();
 
   // Nothing left the log folder; the good member was read and removed again; the archive stays.
   EXPECT_FALSE(fs::exists(app.dir.path() / "escaped.log"));
@@ -237,8 +164,8 @@ TEST(Scan, BadInputNeverStopsTheRunNorWritesOutsideTheLogFolder) {
     if (m.text.find("no #Field definition lines") != std::string::npos) ++noFields;
   EXPECT_EQ(noFields, 1);
   EXPECT_EQ(app.ui.messages.back().text, d.Summary());
-  EXPECT_GT(Records(app.Data(), "Visits"), 0);
-  EXPECT_EQ(Defects(app.Data()), std::vector<std::string>{});
+  EXPECT_GT(tytest::RecordCount(app.Data(), "Visits"), 0);
+  EXPECT_EQ(tytest::TableDefects(app.Data(), 7), std::vector<std::string>{});
   // The members left out and the damaged archive are on record.
   const std::string errors = tytest::ReadFile(app.dir.path() / "Data/errors.log");
   EXPECT_NE(errors.find("escaped.log"), std::string::npos);
@@ -278,12 +205,11 @@ TEST(Scan, ArchiveMembersKeepTheirDatesAndGiveTheSameTablesAsLooseFiles) {
   fs::last_write_time(loose.dir.path() / "logs/ex020501.log", at(t1));
   fs::last_write_time(loose.dir.path() / "logs/ex020502.log", at(t2));
 
-  wizard::Wizard* w = nullptr;
-  ASSERT_EQ(packed.Run(w), wizard::StartResult::Completed);
-  ASSERT_EQ(loose.Run(w), wizard::StartResult::Completed);
-  EXPECT_TRUE(TableFiles(packed.Data()) == TableFiles(loose.Data()));
+  ASSERT_EQ(packed.Run(), wizard::StartResult::Completed);
+  ASSERT_EQ(loose.Run(), wizard::StartResult::Completed);
+  EXPECT_TRUE(tytest::TableFiles(packed.Data()) == tytest::TableFiles(loose.Data()));
   // Four visits: 10.0.0.1's one, 10.0.0.2's two (closed at the sweep, then back) and 10.0.0.3's.
-  EXPECT_EQ(Records(packed.Data(), "Visits"), 4);
+  EXPECT_EQ(tytest::RecordCount(packed.Data(), "Visits"), 4);
   EXPECT_TRUE(fs::exists(packed.dir.path() / "logs/ARCHIVE.ZIP"));
   EXPECT_FALSE(fs::exists(packed.dir.path() / "logs/ex020501.log"));
 }

@@ -4,115 +4,30 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
-#include "FakeFrontend.h"
+#include "AppFolder.h"
+#include "TableReadBack.h"
 #include "TestSupport.h"
-#include "dbase/Checker.h"
-#include "dbase/Table.h"
-#include "platform/Clock.h"
-#include "platform/Registry.h"
 #include "startup/ConfigJson.h"
-#include "startup/StartupSequence.h"
-#include "wizard/RunTimer.h"
 #include "wizard/Wizard.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-using Row = std::map<std::string, std::string>;
+using Row = tytest::Record;
 
-// An application folder in a temp folder: SETTINGS.INI, TALLYO.INI and perhaps EXTYPES.INI,
-// a registry given as its file's text, started up and scanned with every question answered Yes.
-struct App {
-  tytest::TempDir dir;
-  platform::FixedClock clock{vb::DateSerial(2026, 11, 16) + vb::TimeSerial(9, 0, 0)};
-  tytest::FakeFrontend ui;
-  wizard::FixedRunTimer timer{100.0f, 1.5f};
-  startup::MainResult started;
-  std::unique_ptr<wizard::Wizard> window;
-
-  explicit App(const std::string& sites) {
-    tytest::WriteFile(dir.path() / "SETTINGS.INI", "REVERSEDNS=False\r\nINACTIVITYMINS=20\r\n\r\n");
-    tytest::WriteFile(dir.path() / "TALLYO.INI", sites + "\r\n");
-    fs::create_directories(dir.path() / "Data");
-  }
-  void File(const std::string& rel, const std::string& bytes) {
-    tytest::WriteFile(dir.path() / rel, bytes);
-  }
-  // Start-up alone, with the registry file's text.
-  startup::MainStatus Start(const std::string& registryText = "") {
-    const auto registry = platform::IniRegistry::FromText(registryText);
-    started = startup::Main(startup::MainArgs{dir.str(), dir.str(), registry, clock, dir.str()});
-    if (started.world) started.world->errors.SetBeep(false);
-    return started.status;
-  }
-  // Start-up, `before` on the loaded World, the load checks and the scan.
-  wizard::StartResult Run(const std::string& registryText = "",
-                          const std::function<void(startup::World&)>& before = {}) {
-    EXPECT_EQ(Start(registryText), startup::MainStatus::Ok);
-    if (before) before(*started.world);
-    window = std::make_unique<wizard::Wizard>(*started.world, ui, timer);
-    EXPECT_EQ(window->Load(), wizard::LoadResult::Ready);
-    ui.answer = platform::MsgResult::Yes;
-    const auto registry = platform::IniRegistry::FromText(registryText);
-    wizard::StartResult r = window->Start(registry);
-    window->Unload();
-    return r;
-  }
-  std::string Data() const { return started.world->app.dataFolder; }
-  bool Shown(const std::string& part) const {
-    for (const auto& m : ui.messages)
-      if (m.text.find(part) != std::string::npos) return true;
-    return false;
-  }
-};
-
-// Every record of a table in file order, each field's text without its padding blanks.
-std::vector<Row> Rows(const std::string& folder, const std::string& table) {
-  dbase::Table t;
-  t.SetLocation(folder);
-  t.SetTableName(table);
-  std::vector<Row> rows;
-  if (t.OpenTableReadOnly() != 0) return rows;
-  const auto fields = t.Fields();
-  for (long r = 1; r <= t.RecordCount(); ++r) {
-    t.GoTo(r);
-    Row row;
-    for (size_t i = 0; i < fields.size(); ++i) {
-      std::string text(t.GetText(static_cast<int>(i)));
-      while (!text.empty() && text.back() == ' ') text.pop_back();
-      while (!text.empty() && text.front() == ' ') text.erase(0, 1);
-      row[fields[i].name] = text;
-    }
-    rows.push_back(row);
-  }
-  return rows;
-}
+using App = tytest::AppFolder;
+using tytest::ReadTable;
 
 std::vector<Row> Where(const std::vector<Row>& rows, const std::string& field,
                        const std::string& value) {
   std::vector<Row> out;
   for (const Row& r : rows)
     if (r.at(field) == value) out.push_back(r);
-  return out;
-}
-
-// The defects `dbfinspect --check` reports for every table of the folder.
-std::vector<std::string> Defects(const std::string& folder) {
-  std::vector<std::string> out;
-  int tables = 0;
-  for (const auto& e : fs::directory_iterator(folder)) {
-    if (e.path().extension() != ".DBF") continue;
-    ++tables;
-    for (const auto& d : dbase::CheckTable(e.path().string()).defects)
-      out.push_back(e.path().filename().string() + ": " + d);
-  }
-  if (tables < 7) out.push_back("only " + std::to_string(tables) + " tables");
   return out;
 }
 
@@ -149,14 +64,14 @@ TEST(WindowsConfig, BackslashesDriveLettersAndAnyCaseScanEndToEnd) {
 
   // The data folder came through the drive map and was found in its case on disk.
   EXPECT_EQ(app.Data(), app.dir.str() + "drive_d/tallyodata/");
-  const auto visits = Rows(app.Data(), "Visits");
+  const auto visits = ReadTable(app.Data(), "Visits");
   ASSERT_EQ(visits.size(), 2u) << Where(visits, "SITE", "Main Site").size();
   EXPECT_EQ(Where(visits, "SITE", "Main Site").size(), 1u);
   EXPECT_EQ(Where(visits, "SITE", "Other Site").size(), 1u);
   EXPECT_EQ(Where(visits, "SITE", "Other Site")[0]["IP"], "10.2.2.2");
   // The first page twice (the visit's entry and its page hit), then the second.
-  EXPECT_EQ(Where(Rows(app.Data(), "Pages"), "SITE", "Main Site").size(), 3u);
-  EXPECT_EQ(Defects(app.Data()), std::vector<std::string>{});
+  EXPECT_EQ(Where(ReadTable(app.Data(), "Pages"), "SITE", "Main Site").size(), 3u);
+  EXPECT_EQ(tytest::TableDefects(app.Data(), 7), std::vector<std::string>{});
 
   // The site on a drive without a mapping: one line in errors.log and one message, naming the
   // site, the folder as written and the section to add; the other sites were scanned.
@@ -208,7 +123,7 @@ TEST(WindowsConfig, FolderWithOrWithoutItsClosingSeparatorReadsTheSameFiles) {
               f.pop_back();  // ".../bare" without its "/"
             }),
             wizard::StartResult::Completed);
-  const auto pages = Rows(app.Data(), "Pages");
+  const auto pages = ReadTable(app.Data(), "Pages");
   for (const char* site : {"With", "Without", "Bare"}) {
     EXPECT_EQ(Where(pages, "SITE", site).size(), 6u) << site;  // five pages, the first twice
   }
@@ -225,7 +140,7 @@ TEST(ExceptionRecords, RaisedWithoutAVisitStoreABlankVisitNo) {
            "2002-05-01 10:00:00 10.0.0.1 GET /robots.txt 200 FooFetcher/1.0\r\n"
            "2002-05-01 10:00:05 10.0.0.1 GET /gone.htm 404 FooFetcher/1.0\r\n");
   ASSERT_EQ(app.Run(), wizard::StartResult::Completed);
-  const auto exceptions = Rows(app.Data(), "Exceptions");
+  const auto exceptions = ReadTable(app.Data(), "Exceptions");
   const auto learnt = Where(exceptions, "NUMBER", "902");
   const auto busy = Where(exceptions, "NUMBER", "110");
   ASSERT_EQ(learnt.size(), 1u);
@@ -251,15 +166,15 @@ TEST(FieldMap, ASiteWithoutAFieldsLineReadsByThePreviousSitesMap) {
   app.File("two/b.log", "#Date: 2002-05-01 10:05:00\r\n2002-05-01 10:05:00 10.0.0.9 /n.htm");
   ASSERT_EQ(app.Run(), wizard::StartResult::Completed);
 
-  const auto visits = Where(Rows(app.Data(), "Visits"), "SITE", "Two");
+  const auto visits = Where(ReadTable(app.Data(), "Visits"), "SITE", "Two");
   ASSERT_EQ(visits.size(), 1u);
   EXPECT_EQ(visits[0].at("IP"), "10.0.0.9");
   EXPECT_EQ(visits[0].at("VISITNO"), "00001");
   EXPECT_EQ(visits[0].at("VISITTIME"), "10:05:00");
   EXPECT_EQ(visits[0].at("FIRSTPAGE"), "n.htm");
-  EXPECT_EQ(Where(Rows(app.Data(), "Visitor"), "IP", "10.0.0.9").size(), 1u);
-  EXPECT_EQ(Where(Rows(app.Data(), "Pages"), "SITE", "Two").size(), 2u);
-  const auto days = Where(Rows(app.Data(), "DaySum"), "SITE", "Two");
+  EXPECT_EQ(Where(ReadTable(app.Data(), "Visitor"), "IP", "10.0.0.9").size(), 1u);
+  EXPECT_EQ(Where(ReadTable(app.Data(), "Pages"), "SITE", "Two").size(), 2u);
+  const auto days = Where(ReadTable(app.Data(), "DaySum"), "SITE", "Two");
   ASSERT_EQ(days.size(), 1u);
   EXPECT_EQ(days[0].at("DATED"), "20020501");
   EXPECT_EQ(days[0].at("VISITORS"), "1");
@@ -284,7 +199,7 @@ TEST(DaySummary, LinesWithoutADateMakeNoRowOfTheirOwn) {
                             "\r\n" + W3cHit("2002-05-03", "09:30:00", "10.0.0.4", "/d.htm") +
                             "# end of log");
   ASSERT_EQ(app.Run(), wizard::StartResult::Completed);
-  const auto days = Rows(app.Data(), "DaySum");
+  const auto days = ReadTable(app.Data(), "DaySum");
   ASSERT_EQ(days.size(), 2u);
   EXPECT_EQ(days[0].at("SITE"), "One");
   EXPECT_EQ(days[0].at("DATED"), "20020501");
@@ -319,8 +234,8 @@ TEST(ScanSummary, RecordsAddedCountVisitsOpenedAndPageHitsAtTheBatchEdge) {
     EXPECT_NE(summary.find("\r\n" + std::to_string(hits) + " page view records added."),
               std::string::npos)
         << summary;
-    EXPECT_EQ(Rows(app.Data(), "Visits").size(), 1u);
-    const auto pages = Rows(app.Data(), "Pages");
+    EXPECT_EQ(ReadTable(app.Data(), "Visits").size(), 1u);
+    const auto pages = ReadTable(app.Data(), "Pages");
     if (hits == 4998) {
       // Below the edge the table holds the first page and one record per page hit.
       EXPECT_EQ(pages.size(), 1u + hits);
@@ -331,7 +246,7 @@ TEST(ScanSummary, RecordsAddedCountVisitsOpenedAndPageHitsAtTheBatchEdge) {
       EXPECT_EQ(Where(pages, "IP", "").size(), 1u);
       EXPECT_NE(pages.size(), 1u + hits);
     }
-    EXPECT_EQ(Defects(app.Data()), std::vector<std::string>{});
+    EXPECT_EQ(tytest::TableDefects(app.Data(), 7), std::vector<std::string>{});
   }
 }
 

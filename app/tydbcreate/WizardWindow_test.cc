@@ -27,11 +27,10 @@
 #include <vector>
 
 #include "DnsServers.h"
+#include "TableReadBack.h"
 #include "TestSupport.h"
 #include "WindowSession.h"
 #include "WizardWindow.h"
-#include "dbase/Checker.h"
-#include "dbase/Table.h"
 #include "wizard/Wizard.h"
 
 namespace {
@@ -140,39 +139,14 @@ void ClickLater(QWidget* w, const char* name) {
   QTimer::singleShot(0, b, [b] { QTest::mouseClick(b, Qt::LeftButton); });
 }
 
-// Records of a table in the data folder (-1 when it cannot be opened).
-long RecordCount(const std::string& dataFolder, const std::string& table) {
-  dbase::Table t;
-  t.SetLocation(dataFolder);
-  t.SetTableName(table);
-  if (t.OpenTableReadOnly() != 0) return -1;
-  return t.RecordCount();
-}
+using tytest::RecordCount;
+using tytest::TableFiles;
 
 // The defects the table checker finds in the tables of the data folder; also fails when the
 // folder holds no table at all.
 QStringList TableDefects(const std::string& dataFolder) {
   QStringList out;
-  int tables = 0;
-  for (const auto& e : fs::directory_iterator(dataFolder)) {
-    if (e.path().extension() != ".DBF" && e.path().extension() != ".dbf") continue;
-    ++tables;
-    const dbase::CheckReport r = dbase::CheckTable(e.path().string());
-    for (const auto& d : r.defects) out << Q(e.path().filename().string() + ": " + d);
-  }
-  if (tables == 0) out << "no tables";
-  return out;
-}
-
-// The bytes of every table file (.DBF, .MDX) of the data folder, by name.
-std::map<std::string, std::string> TableFiles(const std::string& dataFolder) {
-  std::map<std::string, std::string> out;
-  for (const auto& e : fs::directory_iterator(dataFolder)) {
-    std::string ext = e.path().extension().string();
-    for (char& c : ext) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    if (ext == ".DBF" || ext == ".MDX")
-      out[e.path().filename().string()] = tytest::ReadFile(e.path());
-  }
+  for (const auto& d : tytest::TableDefects(dataFolder, 1)) out << Q(d);
   return out;
 }
 

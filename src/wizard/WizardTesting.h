@@ -2,7 +2,6 @@
 // log folders lie inside it, a W3C log writer, and readers for the tables a run leaves behind.
 #pragma once
 
-#include <cctype>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -10,9 +9,8 @@
 #include <vector>
 
 #include "FakeFrontend.h"
+#include "TableReadBack.h"
 #include "TestSupport.h"
-#include "dbase/Checker.h"
-#include "dbase/Table.h"
 #include "platform/Clock.h"
 #include "startup/StartupSequence.h"
 #include "startup/World.h"
@@ -83,26 +81,8 @@ inline std::string W3cLog(int hits, int visitors = 3) {
   return s;
 }
 
-// Records of a table in the data folder (-1 when it cannot be opened).
-inline long RecordCount(const std::string& dataFolder, const std::string& table) {
-  dbase::Table t;
-  t.SetLocation(dataFolder);
-  t.SetTableName(table);
-  if (t.OpenTableReadOnly() != 0) return -1;
-  return t.RecordCount();
-}
-
-// The defects the table checker finds in every .DBF of the folder.
-inline std::vector<std::string> TableDefects(const std::string& dataFolder) {
-  std::vector<std::string> out;
-  for (const auto& e : std::filesystem::directory_iterator(dataFolder)) {
-    std::string ext = e.path().extension().string();
-    for (char& c : ext) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    if (ext != ".DBF") continue;
-    dbase::CheckReport r = dbase::CheckTable(e.path().string());
-    for (const auto& d : r.defects) out.push_back(e.path().filename().string() + ": " + d);
-  }
-  return out;
-}
+// The tables a run leaves behind: record counts and the checker's findings.
+using tytest::RecordCount;
+using tytest::TableDefects;
 
 }  // namespace wizard::testing

@@ -78,4 +78,12 @@ inline void CopyDemo(const std::filesystem::path& to) {
   }
 }
 
+// A copy of the bundled demo (configuration and logs, no tables) in a temp folder of its own.
+struct DemoCopy {
+  TempDir dir;
+  DemoCopy() { CopyDemo(dir.path()); }
+  std::string App() const { return dir.str(); }            // the application folder
+  std::string Data() const { return dir.str() + "Data/"; }  // its data folder
+};
+
 }  // namespace tytest
