@@ -185,27 +185,21 @@ TEST(Settings, MissingOrFolderSettingsFileKeepsDefaultsAndReadsTheRest) {
   }
 }
 
-TEST(Settings, EmptySettingsFileEndsTheLoaderAtItsFirstItem) {
-  // Reading the first item of an empty file runs past its end: the loader ends there, as any
-  // failure does, with no page extensions and no later files.
-  TestWorld t;
-  WriteLaterFiles(t);
-  t.App("SETTINGS.INI", "");
-  LoadSettings(t.w());
-  EXPECT_EQ(t.w().settings.pageExtensionCount, 0);
-  EXPECT_FALSE(LaterFilesRead(t.w()));
-}
-
-TEST(Settings, UnreadableSettingsFileEndsTheLoader) {
-  if (::geteuid() == 0) GTEST_SKIP() << "root reads files whatever their mode";
-  TestWorld t;
-  WriteLaterFiles(t);
-  t.App("SETTINGS.INI", "INACTIVITYMINS=30\r\n\r\n");
-  ::chmod((t.dir.path() / "SETTINGS.INI").c_str(), 0);
-  LoadSettings(t.w());
-  EXPECT_EQ(t.w().settings.inactivityMins, 10);
-  EXPECT_EQ(t.w().settings.pageExtensionCount, 0);
-  EXPECT_FALSE(LaterFilesRead(t.w()));
+// Reading the first item of an empty file runs past its end, and an unreadable file gives no
+// item at all: either ends the loader as any failure does, with no page extensions and no later
+// files.
+TEST(Settings, EmptyOrUnreadableSettingsFileEndsTheLoader) {
+  for (const bool unreadable : {false, true}) {
+    if (unreadable && ::geteuid() == 0) continue;  // root reads files whatever their mode
+    TestWorld t;
+    WriteLaterFiles(t);
+    t.App("SETTINGS.INI", unreadable ? "INACTIVITYMINS=30\r\n\r\n" : "");
+    if (unreadable) ::chmod((t.dir.path() / "SETTINGS.INI").c_str(), 0);
+    LoadSettings(t.w());
+    EXPECT_EQ(t.w().settings.inactivityMins, 10) << unreadable;
+    EXPECT_EQ(t.w().settings.pageExtensionCount, 0) << unreadable;
+    EXPECT_FALSE(LaterFilesRead(t.w())) << unreadable;
+  }
 }
 
 TEST(Settings, GarbageBytesNeverCrashTheLoader) {

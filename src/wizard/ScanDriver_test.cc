@@ -3,12 +3,8 @@
 #include "wizard/ScanDriver.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <map>
 
 #include "loginput/LogInputTesting.h"
 #include "wizard/SiteAlerts.h"
@@ -212,53 +208,6 @@ TEST(ScanDriver, ConfirmedCancelKeepsThePreviousDatabaseAndEndsTheRun) {
   EXPECT_FALSE(d.Database().DatabaseReplaced());
   wizard.Unload();  // a second close is harmless
   EXPECT_FALSE(d.Database().DatabaseOpen());
-}
-
-TEST(ScanDriver, AFullDiskEndsTheScanAtOnceAndKeepsThePreviousDatabase) {
-  ScanWorld t;
-  t.AddSite("Alpha", "a");
-  t.Write("a/ex01.log", W3cLog(50));
-  {
-    ScanDriver first(t.w(), t.ui, t.timer);
-    ASSERT_EQ(first.ScanAllSites(), ScanOutcome::Completed);
-  }
-  std::map<std::string, std::string> previous;
-  for (const auto& e : std::filesystem::directory_iterator(t.Data()))
-    if (e.is_regular_file() && e.path().filename() != "errors.log")
-      previous[e.path().filename().string()] = tytest::ReadFile(e.path());
-  // A log whose page views fill more than one write buffer of "Pages", on a disk that takes no
-  // file beyond 1 MB.
-  t.Write("a/ex01.log", W3cLog(240000, 200));
-  t.ui.messages.clear();
-  rlimit saved{};
-  getrlimit(RLIMIT_FSIZE, &saved);
-  const auto oldHandler = signal(SIGXFSZ, SIG_IGN);
-  rlimit limit = saved;
-  limit.rlim_cur = 1 << 20;
-  setrlimit(RLIMIT_FSIZE, &limit);
-  ScanDriver d(t.w(), t.ui, t.timer);
-  const ScanOutcome outcome = d.ScanAllSites();
-  setrlimit(RLIMIT_FSIZE, &saved);
-  signal(SIGXFSZ, oldHandler);
-  EXPECT_EQ(outcome, ScanOutcome::WriteFailed);
-  // The scan stopped at the failure, well before the end of the log, as a cancel does.
-  EXPECT_LT(d.TotalLines(), 239000);
-  EXPECT_EQ(d.Summary(), "");
-  ASSERT_EQ(t.ui.messages.size(), 1u);  // no free-space warning: the disk has room enough
-  const std::string& text = t.ui.messages.at(0).text;
-  EXPECT_EQ(t.ui.messages.at(0).icon, platform::MsgIcon::Critical);
-  EXPECT_EQ(text.rfind("The scan could not be completed: PAGES.DBF could not be written (File too "
-                       "large). The database in " + t.Data() +
-                           " was not replaced: the previous one is kept as it was.",
-                       0),
-            0u)
-      << text;
-  std::map<std::string, std::string> after;
-  for (const auto& e : std::filesystem::directory_iterator(t.Data()))
-    if (e.is_regular_file() && e.path().filename() != "errors.log")
-      after[e.path().filename().string()] = tytest::ReadFile(e.path());
-  EXPECT_EQ(after, previous);
-  EXPECT_TRUE(std::filesystem::is_empty(t.dir.path() / "Data" / "Temp"));
 }
 
 TEST(ScanDriver, CancelAnsweredNoLetsTheScanGoOnAndEarlyCancelAsksNothing) {
