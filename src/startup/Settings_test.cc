@@ -26,25 +26,23 @@ bool LaterFilesRead(const World& w) {
 }
 
 TEST(Settings, LastItemOfFileIsNeverProcessed) {
-  {
+  struct Case {
+    const char* file;
+    bool reverseDns;  // what REVERSEDNS=False left (the default is True)
+  };
+  // Without an empty line after it, the last item is never read, line end or not.
+  for (const Case& c : {Case{"INACTIVITYMINS=20\r\nREVERSEDNS=False", true},
+                        Case{"REVERSEDNS=False\r\n", true}, Case{"REVERSEDNS=False\r\n\r\n", false}}) {
+    SCOPED_TRACE(c.file);
     TestWorld t;
-    t.App("SETTINGS.INI", "INACTIVITYMINS=20\r\nREVERSEDNS=False");
+    t.App("SETTINGS.INI", c.file);
     LoadSettings(t.w());
-    EXPECT_EQ(t.w().settings.inactivityMins, 20);
-    EXPECT_TRUE(t.w().settings.reverseDns);
+    EXPECT_EQ(t.w().settings.reverseDns, c.reverseDns);
   }
-  {
-    TestWorld t;  // a line end after it is not enough: it is still the last item
-    t.App("SETTINGS.INI", "REVERSEDNS=False\r\n");
-    LoadSettings(t.w());
-    EXPECT_TRUE(t.w().settings.reverseDns);
-  }
-  {
-    TestWorld t;  // an empty line after it makes it count
-    t.App("SETTINGS.INI", "REVERSEDNS=False\r\n\r\n");
-    LoadSettings(t.w());
-    EXPECT_FALSE(t.w().settings.reverseDns);
-  }
+  TestWorld t;
+  t.App("SETTINGS.INI", "INACTIVITYMINS=20\r\nREVERSEDNS=False");
+  LoadSettings(t.w());
+  EXPECT_EQ(t.w().settings.inactivityMins, 20);
 }
 
 TEST(Settings, KeysAreCaseInsensitiveAndValuesConvertByType) {
@@ -161,28 +159,20 @@ TEST(Settings, ThirtyExtensionsAreTakenAndAThirtyFirstEndsTheLoader) {
 }
 
 TEST(Settings, MissingOrFolderSettingsFileKeepsDefaultsAndReadsTheRest) {
-  {
+  for (const bool folder : {false, true}) {
+    SCOPED_TRACE(folder ? "a folder named SETTINGS.INI" : "no SETTINGS.INI");
     TestWorld t;
     WriteLaterFiles(t);
+    if (folder) std::filesystem::create_directory(t.dir.path() / "SETTINGS.INI");
     LoadSettings(t.w());
     EXPECT_EQ(t.w().settings.pageExtensionCount, 18);
     EXPECT_EQ(t.w().settings.inactivityMins, 10);
     EXPECT_TRUE(LaterFilesRead(t.w()));
   }
-  {
-    TestWorld t;
-    WriteLaterFiles(t);
-    std::filesystem::create_directory(t.dir.path() / "SETTINGS.INI");
-    LoadSettings(t.w());
-    EXPECT_EQ(t.w().settings.pageExtensionCount, 18);
-    EXPECT_TRUE(LaterFilesRead(t.w()));
-  }
-  {
-    TestWorld t;  // found whatever the case of its name
-    t.App("settings.ini", "INACTIVITYMINS=25\r\n\r\n");
-    LoadSettings(t.w());
-    EXPECT_EQ(t.w().settings.inactivityMins, 25);
-  }
+  TestWorld t;  // found whatever the case of its name
+  t.App("settings.ini", "INACTIVITYMINS=25\r\n\r\n");
+  LoadSettings(t.w());
+  EXPECT_EQ(t.w().settings.inactivityMins, 25);
 }
 
 // Reading the first item of an empty file runs past its end, and an unreadable file gives no

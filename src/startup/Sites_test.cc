@@ -16,28 +16,34 @@ namespace {
 
 using testing::TestWorld;
 
+// A world whose sites file holds `ini`, loaded.
+struct LoadedSites : TestWorld {
+  explicit LoadedSites(const std::string& ini) {
+    App("TALLYO.INI", ini);
+    LoadSites(w());
+  }
+};
+
 TEST(Sites, SectionsAndKeysFillTheSitesInFileOrder) {
-  TestWorld t;
-  t.App("TALLYO.INI",
-        "[Main Site]\r\n"
-        "TYPE=2\r\n"
-        "FOLDER=logs/apache/\r\n"
-        "MASK=access_log*\r\n"
-        "unix = True\r\n"
-        "LASTTIME=16/11/2026 02:23:14\r\n"
-        "LASTFIELDS=date time c-ip\r\n"
-        "FREQUENCY=60\r\n"
-        "SLEEPSTART=22:00\r\n"
-        "EXCLUDE=10.*;192.168.*\r\n"
-        "[Shop]\r\n"
-        "FTP=True\r\n"
-        "FOLDER=/var/log/shop/\r\n"
-        "MASK=\r\n"
-        "WEBREFERRERS=False\r\n"
-        "[Blanks]\r\n"
-        "MASK=   \r\n"
-        "TYPE=7\r\n");  // the last item: never processed
-  LoadSites(t.w());
+  LoadedSites t(
+      "[Main Site]\r\n"
+      "TYPE=2\r\n"
+      "FOLDER=logs/apache/\r\n"
+      "MASK=access_log*\r\n"
+      "unix = True\r\n"
+      "LASTTIME=16/11/2026 02:23:14\r\n"
+      "LASTFIELDS=date time c-ip\r\n"
+      "FREQUENCY=60\r\n"
+      "SLEEPSTART=22:00\r\n"
+      "EXCLUDE=10.*;192.168.*\r\n"
+      "[Shop]\r\n"
+      "FTP=True\r\n"
+      "FOLDER=/var/log/shop/\r\n"
+      "MASK=\r\n"
+      "WEBREFERRERS=False\r\n"
+      "[Blanks]\r\n"
+      "MASK=   \r\n"
+      "TYPE=7\r\n");  // the last item: never processed
   const World& w = t.w();
   ASSERT_EQ(w.siteCount, 3);
   const Site& main = w.sites[1];
@@ -63,15 +69,13 @@ TEST(Sites, SectionsAndKeysFillTheSitesInFileOrder) {
 }
 
 TEST(Sites, TheHundredAndFiftyFirstSectionOverwritesTheLastSite) {
-  TestWorld t;
   std::string file;
   for (int i = 1; i <= 151; ++i) {
     file += "[Site" + std::to_string(i) + "]\r\n";
     if (i == 150) file += "DOMAIN=one-fifty.example\r\nTYPE=3\r\n";
     if (i == 151) file += "TYPE=4\r\n";
   }
-  t.App("TALLYO.INI", file + "\r\n");
-  LoadSites(t.w());
+  LoadedSites t(file + "\r\n");
   const World& w = t.w();
   ASSERT_EQ(w.siteCount, 150);
   EXPECT_EQ(w.sites[149].name, "Site149");
@@ -81,23 +85,21 @@ TEST(Sites, TheHundredAndFiftyFirstSectionOverwritesTheLastSite) {
 }
 
 TEST(Sites, AlertListKeysCreateTheDefaultAlertAndAlertKeysFillTheLastAlert) {
-  TestWorld t;
-  t.App("TALLYO.INI",
-        "[One]\r\n"
-        "ALERTDNS=*.DIALUP.*\r\n"
-        "ALERTENGINEALL=y\r\n"
-        "ALERT=Bots\r\n"
-        "ALERTNO=3\r\n"
-        "ALERTRUNTHIS=TRUE\r\n"
-        "ALERTCOLOR=255.4\r\n"
-        "ALERTWORD=Cheap Flights\r\n"
-        "ALERTPAGE=/Index.HTM\r\n"
-        "ALERTENGINEALL=Y\r\n"
-        "[Two]\r\n"
-        "ALERTNO=9\r\n"  // before Two has an alert: sets the alert added last (One's "Bots")
-        "ALERTENGINE=GOOGLE\r\n"
-        "\r\n");
-  LoadSites(t.w());
+  LoadedSites t(
+      "[One]\r\n"
+      "ALERTDNS=*.DIALUP.*\r\n"
+      "ALERTENGINEALL=y\r\n"
+      "ALERT=Bots\r\n"
+      "ALERTNO=3\r\n"
+      "ALERTRUNTHIS=TRUE\r\n"
+      "ALERTCOLOR=255.4\r\n"
+      "ALERTWORD=Cheap Flights\r\n"
+      "ALERTPAGE=/Index.HTM\r\n"
+      "ALERTENGINEALL=Y\r\n"
+      "[Two]\r\n"
+      "ALERTNO=9\r\n"  // before Two has an alert: sets the alert added last (One's "Bots")
+      "ALERTENGINE=GOOGLE\r\n"
+      "\r\n");
   const World& w = t.w();
   ASSERT_EQ(w.siteCount, 2);
   ASSERT_EQ(w.alertCount, 3);
@@ -133,41 +135,32 @@ TEST(Sites, AlertListKeysCreateTheDefaultAlertAndAlertKeysFillTheLastAlert) {
 
 TEST(Sites, FailuresEndTheLoaderAndKeepWhatWasRead) {
   {
-    TestWorld t;  // a key before the first section
-    t.App("TALLYO.INI", "TYPE=1\r\n[A]\r\nTYPE=2\r\n\r\n");
-    LoadSites(t.w());
+    LoadedSites t("TYPE=1\r\n[A]\r\nTYPE=2\r\n\r\n");  // a key before the first section
     EXPECT_EQ(t.w().siteCount, 0);
   }
   {
-    TestWorld t;  // unknown keys and items without "=" before a section are harmless
-    t.App("TALLYO.INI", "; comment\r\nCOMMENT=x\r\n[A]\r\nTYPE=2\r\n\r\n");
-    LoadSites(t.w());
+    // Unknown keys and items without "=" before a section are harmless.
+    LoadedSites t("; comment\r\nCOMMENT=x\r\n[A]\r\nTYPE=2\r\n\r\n");
     ASSERT_EQ(t.w().siteCount, 1);
     EXPECT_EQ(t.w().sites[1].type, LogLayout::Combined);
   }
   {
-    TestWorld t;  // a bad flag
-    t.App("TALLYO.INI", "[A]\r\nTYPE=1\r\n[B]\r\nFTP=maybe\r\nTYPE=5\r\n[C]\r\n\r\n");
-    LoadSites(t.w());
+    LoadedSites t("[A]\r\nTYPE=1\r\n[B]\r\nFTP=maybe\r\nTYPE=5\r\n[C]\r\n\r\n");  // a bad flag
     ASSERT_EQ(t.w().siteCount, 2);
     EXPECT_EQ(t.w().sites[1].type, LogLayout::CommaShort);
     EXPECT_EQ(t.w().sites[2].type, LogLayout::W3cExtended);
   }
   {
-    TestWorld t;  // a 51st list entry
-    std::string file = "[A]\r\n";
+    std::string file = "[A]\r\n";  // a 51st list entry
     for (int i = 1; i <= 51; ++i) file += "ALERTDNS=host" + std::to_string(i) + "\r\n";
-    t.App("TALLYO.INI", file + "[B]\r\n\r\n");
-    LoadSites(t.w());
+    LoadedSites t(file + "[B]\r\n\r\n");
     EXPECT_EQ(t.w().siteCount, 1);
     ASSERT_EQ(t.w().alertCount, 1);
     EXPECT_EQ(t.w().alert(1).dnsCount, 50);
     EXPECT_EQ(t.w().alert(1).dnsList[50], "host50");
   }
   {
-    TestWorld t;  // a strict long that is not a number
-    t.App("TALLYO.INI", "[A]\r\nLASTREADPOS=12x\r\n[B]\r\n\r\n");
-    LoadSites(t.w());
+    LoadedSites t("[A]\r\nLASTREADPOS=12x\r\n[B]\r\n\r\n");  // a strict long, not a number
     EXPECT_EQ(t.w().siteCount, 1);
     EXPECT_EQ(t.w().sites[1].lastReadPos, 0);
   }
@@ -191,15 +184,13 @@ TEST(Sites, MissingFileGivesNoSitesAndTheTitleNamesTheFile) {
 }
 
 TEST(Sites, GarbageBytesNeverCrashTheLoader) {
-  TestWorld t;
   std::string bytes = "[First]\r\nTYPE=1\r\n";
   bytes += std::string("DOMAIN=a\0b.example\r\n", 20);
   bytes += "HOMEPAGE=caf\xE9\x80\xFF\r\n";
   bytes += "EXCLUDE=" + std::string(10 * 1024 * 1024, 'z') + "\r\n";
   bytes += std::string("\0\0\0\r\n", 5);
   bytes += "[Second]\r\nTYPE=2\r\n\r\n";
-  t.App("TALLYO.INI", bytes);
-  LoadSites(t.w());
+  LoadedSites t(bytes);
   const World& w = t.w();
   ASSERT_EQ(w.siteCount, 2);
   EXPECT_EQ(w.sites[1].domain, std::string("a\0b.example", 11));

@@ -43,17 +43,11 @@ TEST(StartupSequence, CommandLineFolderAndDefaultDataFolderAreSetUpAndLoaded) {
   EXPECT_EQ(w.app.programVersion, "2.3.4");
   EXPECT_EQ(w.app.registryAppName, "tallyo");
   EXPECT_EQ(w.app.appTitle, "Tallyo");
-  EXPECT_EQ(w.app.appOrderPage, "www.fenwright.com/order.htm");
-  EXPECT_EQ(w.app.maxSites, 150);
   EXPECT_DOUBLE_EQ(w.app.startDate, vb::DateSerial(2026, 11, 16));
   EXPECT_EQ(w.app.timeZoneOffset, -300);
   EXPECT_EQ(w.siteCount, 1);
   EXPECT_EQ(w.settings.inactivityMins, 20);
-  EXPECT_EQ(w.settings.emailSubject, "Message From Tallyo");
-  EXPECT_EQ(w.settings.pageExtensionCount, 18);
-  EXPECT_EQ(w.exceptions.count, 28);
   EXPECT_EQ(w.tables.countryCount, 1);
-  EXPECT_EQ(w.tables.searchEngineCount, 26);
   ASSERT_EQ(w.robots.count, 2);
   EXPECT_EQ(w.robots.entries[1].address, "66.249.66.1");
   EXPECT_EQ(w.robots.entries[1].agent, "Googlebot/2.1 (+http://www.google.com/bot.html)");
