@@ -181,7 +181,6 @@ TEST(LineReader, ReadingAheadGivesTheSameLinesOnALargeFile) {
   tytest::WriteFile(path, bytes);
   const ReadBack plain = ReadAll(path, LineReader::Mode::kText, 4096, 64 << 10, false);
   const ReadBack ahead = ReadAll(path, LineReader::Mode::kText, 4096, 64 << 10, true);
-  EXPECT_EQ(plain.lines.size(), ahead.lines.size());
   EXPECT_TRUE(plain == ahead);
   EXPECT_EQ(ahead.lines.back(), std::string(4096, 'z'));
   EXPECT_EQ(ahead.positions.back(), static_cast<int64_t>(endMark) + 1);

@@ -21,6 +21,12 @@ using Lines = std::vector<std::string>;
 constexpr startup::LogLayout kW3c = startup::LogLayout::W3cExtended;
 constexpr startup::LogLayout kCombined = startup::LogLayout::Combined;
 
+// A world with one site, and hooks that record what the scan of its log hands over.
+struct ScanWorld : InputWorld {
+  RecordingHooks hooks{run};
+  bool Scan() { return ScanLogFile(w(), ui, run, hooks, 1); }
+};
+
 std::string Repeat(const std::string& s, int n) {
   std::string out;
   for (int i = 0; i < n; ++i) out += s;
@@ -28,7 +34,7 @@ std::string Repeat(const std::string& s, int n) {
 }
 
 TEST(ScanLogFile, FieldsLineAppliesFromTheNextLineAndEarlierDataIsSkipped) {
-  InputWorld t;
+  ScanWorld t;
   t.Log("ex1.log",
         "1.1.1.1 /early.htm\r\n"
         "#Software: test\r\n"
@@ -36,13 +42,12 @@ TEST(ScanLogFile, FieldsLineAppliesFromTheNextLineAndEarlierDataIsSkipped) {
         "2002-01-01 2.2.2.2 /a.htm\r\n"
         "#Fields:  c-ip cs-uri-stem\r\n"       // two blanks: the list starts with an empty item
         "x 3.3.3.3 /b.htm\r\n");
-  RecordingHooks hooks(t.run);
-  EXPECT_TRUE(ScanLogFile(t.w(), t.ui, t.run, hooks, 1));
+  EXPECT_TRUE(t.Scan());
 
-  EXPECT_EQ(hooks.lines, (Lines{"2002-01-01 2.2.2.2 /a.htm", "x 3.3.3.3 /b.htm", ""}));
-  EXPECT_EQ(hooks.pages[0], "/a.htm");
-  EXPECT_EQ(hooks.pages[1], "/b.htm");
-  EXPECT_EQ(hooks.fields[1].clientAddress, "3.3.3.3");
+  EXPECT_EQ(t.hooks.lines, (Lines{"2002-01-01 2.2.2.2 /a.htm", "x 3.3.3.3 /b.htm", ""}));
+  EXPECT_EQ(t.hooks.pages[0], "/a.htm");
+  EXPECT_EQ(t.hooks.pages[1], "/b.htm");
+  EXPECT_EQ(t.hooks.fields[1].clientAddress, "3.3.3.3");
   // The final, empty line empties every mapped field.
   EXPECT_EQ(t.run.hits.clientAddress, "");
   EXPECT_EQ(t.site().lastFields, " C-IP CS-URI-STEM");  // stored upper-cased
@@ -50,49 +55,46 @@ TEST(ScanLogFile, FieldsLineAppliesFromTheNextLineAndEarlierDataIsSkipped) {
   EXPECT_TRUE(t.run.dateFieldFlag);
   EXPECT_EQ(t.run.totalLines, 6);
   EXPECT_TRUE(t.ui.messages.empty());
-  EXPECT_EQ(hooks.daySummaries, 1);
+  EXPECT_EQ(t.hooks.daySummaries, 1);
   EXPECT_TRUE(t.run.scanning);
 }
 
 TEST(ScanLogFile, FiftyEmptyLinesEndTheFileButFortyNineDoNot) {
   for (int blanks : {49, 50}) {
-    InputWorld t;
+    ScanWorld t;
     t.Log("ex.log", "#Fields: c-ip\r\n" + Repeat("\r\n", blanks) + "after\r\nlater\r\n");
-    RecordingHooks hooks(t.run);
-    ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
+    t.Scan();
     if (blanks == 50) {
       // The 50 empty lines are handed over; the next line is read and handed over last.
-      ASSERT_EQ(hooks.lines.size(), 51u);
-      EXPECT_EQ(hooks.lines.back(), "after");
+      ASSERT_EQ(t.hooks.lines.size(), 51u);
+      EXPECT_EQ(t.hooks.lines.back(), "after");
       EXPECT_EQ(t.run.totalLines, 51);
     } else {
-      ASSERT_EQ(hooks.lines.size(), 52u);
-      EXPECT_EQ(hooks.lines[49], "after");
-      EXPECT_EQ(hooks.lines[50], "later");
-      EXPECT_EQ(hooks.lines[51], "");
+      ASSERT_EQ(t.hooks.lines.size(), 52u);
+      EXPECT_EQ(t.hooks.lines[49], "after");
+      EXPECT_EQ(t.hooks.lines[50], "later");
+      EXPECT_EQ(t.hooks.lines[51], "");
       EXPECT_EQ(t.run.totalLines, 52);
     }
   }
 }
 
 TEST(ScanLogFile, LastLineIsHandedOverWhateverItHolds) {
-  InputWorld t;
+  ScanWorld t;
   t.Log("ex.log", "#Fields: c-ip cs-uri-stem\r\n1.1.1.1 /a.htm\r\n#Remark: no line end");
-  RecordingHooks hooks(t.run);
-  ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
-  EXPECT_EQ(hooks.lines, (Lines{"1.1.1.1 /a.htm", "#Remark: no line end"}));
+  t.Scan();
+  EXPECT_EQ(t.hooks.lines, (Lines{"1.1.1.1 /a.htm", "#Remark: no line end"}));
   EXPECT_EQ(t.run.totalLines, 2);
 }
 
 TEST(ScanLogFile, FileWithoutFieldsLineSkipsDataAndSaysSo) {
-  InputWorld t;
+  ScanWorld t;
   t.site().lastReadPos = 1234;
   t.Log("ex.log", "1.1.1.1 /a.htm\r\n2.2.2.2 /b.htm");
-  RecordingHooks hooks(t.run);
-  ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
+  t.Scan();
   // Only the final hand-over reaches the hit processing, and it cannot split anything.
-  EXPECT_EQ(hooks.lines, (Lines{"2.2.2.2 /b.htm"}));
-  EXPECT_EQ(hooks.hitsWithPage, 0);
+  EXPECT_EQ(t.hooks.lines, (Lines{"2.2.2.2 /b.htm"}));
+  EXPECT_EQ(t.hooks.hitsWithPage, 0);
   ASSERT_EQ(t.ui.messages.size(), 1u);
   EXPECT_EQ(t.ui.messages[0].text,
             "The log file for site Main Site was scanned but no #Field definition lines were "
@@ -104,12 +106,11 @@ TEST(ScanLogFile, FileWithoutFieldsLineSkipsDataAndSaysSo) {
 }
 
 TEST(ScanLogFile, ALogThatCannotBeReadIsSaidToBeUnreadableNotToLackFieldLines) {
-  InputWorld t;
+  ScanWorld t;
   // Listed, then gone before it was opened (removed, or its permissions changed meanwhile).
   const std::string path = t.Log("ex.log", "#Fields: c-ip\r\n1.1.1.1\r\n");
   std::filesystem::remove(path);
-  RecordingHooks hooks(t.run);
-  EXPECT_TRUE(ScanLogFile(t.w(), t.ui, t.run, hooks, 1));
+  EXPECT_TRUE(t.Scan());
   ASSERT_EQ(t.ui.messages.size(), 1u);
   const std::string text = "The log file " + path +
                            " for site Main Site could not be read (No such file or directory); "
@@ -118,18 +119,17 @@ TEST(ScanLogFile, ALogThatCannotBeReadIsSaidToBeUnreadableNotToLackFieldLines) {
   EXPECT_EQ(t.ui.messages[0].icon, platform::MsgIcon::Exclamation);
   EXPECT_NE(t.ErrorsLog().find("FROM ModFiles.ScanLogFile"), std::string::npos) << t.ErrorsLog();
   EXPECT_NE(t.ErrorsLog().find(text), std::string::npos);
-  EXPECT_EQ(hooks.hitsWithPage, 0);
+  EXPECT_EQ(t.hooks.hitsWithPage, 0);
 }
 
 TEST(ScanLogFile, RememberedFieldListIsAppliedBeforeTheFirstLine) {
-  InputWorld t;
+  ScanWorld t;
   t.site().lastFields = "C-IP CS-URI-STEM";
   t.Log("ex.log", "1.1.1.1 /a.htm\r\n");
-  RecordingHooks hooks(t.run);
-  ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
+  t.Scan();
   // The map is there, but only a fields line makes the fields known.
   EXPECT_EQ(t.run.fieldMap[kPage], 1);
-  EXPECT_EQ(hooks.lines, (Lines{""}));
+  EXPECT_EQ(t.hooks.lines, (Lines{""}));
   EXPECT_EQ(t.ui.messages.size(), 1u);
 }
 
@@ -137,60 +137,56 @@ TEST(ScanLogFile, FixedLayoutsPresetTheirFormat) {
   {
     // TYPE 1: comma separated, preset A; a fields line then empties the map but keeps the
     // fields known, so later lines are handed over without any mapped field.
-    InputWorld t;
+    ScanWorld t;
     t.site().type = startup::LogLayout::CommaShort;
     t.Log("a.log",
           "9.9.9.9,x,1/2/2002,10:00:00,a,b,c,d,e,f,0,g,h,/p.htm\r\n"
           "#Fields: date time c-ip cs-uri-stem\r\n"
           "2002-01-01 10:00:00 1.1.1.1 /q.htm\r\n");
-    RecordingHooks hooks(t.run);
-    ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
-    EXPECT_EQ(hooks.pages[0], "/p.htm");
-    EXPECT_EQ(hooks.lines.size(), 3u);
-    EXPECT_EQ(hooks.lines[1], "2002-01-01 10:00:00 1.1.1.1 /q.htm");
-    EXPECT_EQ(hooks.pages[1], "/p.htm");  // nothing mapped: the page stays as it was
+    t.Scan();
+    EXPECT_EQ(t.hooks.pages[0], "/p.htm");
+    EXPECT_EQ(t.hooks.lines.size(), 3u);
+    EXPECT_EQ(t.hooks.lines[1], "2002-01-01 10:00:00 1.1.1.1 /q.htm");
+    EXPECT_EQ(t.hooks.pages[1], "/p.htm");  // nothing mapped: the page stays as it was
     EXPECT_EQ(t.run.fieldMap.MaxPlace(), -1);
     EXPECT_TRUE(t.run.Site(1).fieldsKnown);
     EXPECT_FALSE(t.run.Site(1).noSpiderCheck);
     EXPECT_TRUE(t.ui.messages.empty());
   }
   {
-    InputWorld t;
+    ScanWorld t;
     t.site().type = startup::LogLayout::FirewallStyle;
     t.Log("d.log", "2002-01-01 10:00:00 /page.htm TCP 0 5.5.5.5\r\n");
-    RecordingHooks hooks(t.run);
-    ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
-    EXPECT_EQ(hooks.pages[0], "/page.htm");
-    EXPECT_EQ(hooks.fields[0].userAgent, "TCP");
-    EXPECT_EQ(hooks.fields[0].clientAddress, "5.5.5.5");
+    t.Scan();
+    EXPECT_EQ(t.hooks.pages[0], "/page.htm");
+    EXPECT_EQ(t.hooks.fields[0].userAgent, "TCP");
+    EXPECT_EQ(t.hooks.fields[0].clientAddress, "5.5.5.5");
     EXPECT_TRUE(t.run.Site(1).noSpiderCheck);
   }
   {
     // TYPE 5: TAB separated, map from the fields line, no spider check.
-    InputWorld t;
+    ScanWorld t;
     t.site().type = startup::LogLayout::TabSeparated;
     t.Log("e.log", "#Fields: c-ip\tr-host\tcs-uri\r\n7.7.7.7\thost\t/t.htm\r\n");
-    RecordingHooks hooks(t.run);
-    ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
+    t.Scan();
     EXPECT_EQ(t.run.Site(1).separator, '\t');
-    EXPECT_EQ(hooks.pages[0], "/t.htm");
+    EXPECT_EQ(t.hooks.pages[0], "/t.htm");
     EXPECT_TRUE(t.run.Site(1).noSpiderCheck);
   }
 }
 
 TEST(ScanLogFile, DateDirectiveSetsTheFileDateAndMalformedOnesAreIgnored) {
-  InputWorld t;
+  ScanWorld t;
   t.run.Site(1).currentFileDate = 100;
   t.Log("ex.log", "#Date: 2002-05-24 20:18:01\r\n");
-  RecordingHooks hooks(t.run);
-  ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
+  t.Scan();
   EXPECT_DOUBLE_EQ(t.run.Site(1).currentFileDate,
                    vb::DateSerial(2002, 5, 24) + vb::TimeSerial(20, 18, 1));
 
   for (const char* bad : {"#Date: 2002-05-24", "#Date: yesterday at noon",
                           "#Date: 2002-05-24 17:42:15  // when the file was created"}) {
     t.Log("bad.log", std::string(bad) + "\r\n");
-    ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
+    t.Scan();
     EXPECT_DOUBLE_EQ(t.run.Site(1).currentFileDate,
                      vb::DateSerial(2002, 5, 24) + vb::TimeSerial(20, 18, 1))
         << bad;
@@ -200,58 +196,53 @@ TEST(ScanLogFile, DateDirectiveSetsTheFileDateAndMalformedOnesAreIgnored) {
 TEST(ScanLogFile, ProgressEveryFiveHundredLinesAndCancelStopsTheFile) {
   const std::string line = "1.1.1.1 /a.htm\r\n";  // 16 bytes
   {
-    InputWorld t;
+    ScanWorld t;
     t.Log("ex.log", "#Fields: c-ip cs-uri-stem\r\n" + Repeat(line, 1199));
-    RecordingHooks hooks(t.run);
-    ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
+    t.Scan();
     EXPECT_EQ(t.run.totalLines, 1200);
-    EXPECT_EQ(hooks.progressSteps, 2);
+    EXPECT_EQ(t.hooks.progressSteps, 2);
     EXPECT_EQ(t.ui.yields, 2);
     // After the 1000th line: the 27-byte header and 999 data lines read, next byte 1-based.
-    EXPECT_EQ(hooks.lastProgress, 27 + 999 * 16 + 1);
+    EXPECT_EQ(t.hooks.lastProgress, 27 + 999 * 16 + 1);
   }
   {
-    InputWorld t;
+    ScanWorld t;
     t.Log("ex.log", "#Fields: c-ip cs-uri-stem\r\n" + Repeat(line, 1199));
     t.ui.onYield = [](int) { return false; };
-    RecordingHooks hooks(t.run);
-    ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
+    t.Scan();
     EXPECT_TRUE(t.run.cancelled);
-    EXPECT_EQ(hooks.lines.size(), 499u);
-    EXPECT_EQ(hooks.daySummaries, 0);
+    EXPECT_EQ(t.hooks.lines.size(), 499u);
+    EXPECT_EQ(t.hooks.daySummaries, 0);
   }
 }
 
 TEST(ScanLogFile, WaitsForTheResolverOnlyWhenMoreThan95AreOutstanding) {
   for (int pending : {95, 96}) {
-    InputWorld t;
+    ScanWorld t;
     t.Log("ex.log", "#Fields: c-ip\r\n1.1.1.1\r\n2.2.2.2\r\n#Remark\r\n3.3.3.3");
-    RecordingHooks hooks(t.run);
-    hooks.dnsOn = true;
-    hooks.pending = pending;
-    ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
-    EXPECT_EQ(hooks.dnsWaits, pending == 96 ? 2 : 0);  // data lines in the loop only
+    t.hooks.dnsOn = true;
+    t.hooks.pending = pending;
+    t.Scan();
+    EXPECT_EQ(t.hooks.dnsWaits, pending == 96 ? 2 : 0);  // data lines in the loop only
   }
-  InputWorld t;
+  ScanWorld t;
   t.Log("ex.log", "#Fields: c-ip\r\n1.1.1.1\r\n");
-  RecordingHooks hooks(t.run);
-  hooks.pending = 500;  // DNS off: never waits
-  ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
-  EXPECT_EQ(hooks.dnsWaits, 0);
+  t.hooks.pending = 500;  // DNS off: never waits
+  t.Scan();
+  EXPECT_EQ(t.hooks.dnsWaits, 0);
 }
 
 TEST(ScanLogFile, UnsetLogDateTakesTheDaySummaryDate) {
-  InputWorld t;
+  ScanWorld t;
   t.Log("ex.log", "#Fields: c-ip\r\n");
-  RecordingHooks hooks(t.run);
-  hooks.summaryDate = vb::DateSerial(2002, 5, 24);
-  ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
-  EXPECT_DOUBLE_EQ(hooks.logDate, vb::DateSerial(2002, 5, 24));
+  t.hooks.summaryDate = vb::DateSerial(2002, 5, 24);
+  t.Scan();
+  EXPECT_DOUBLE_EQ(t.hooks.logDate, vb::DateSerial(2002, 5, 24));
   EXPECT_DOUBLE_EQ(t.run.Site(1).lastReadTime, t.clock.Now());
 
-  hooks.logDate = vb::DateSerial(2003, 1, 1);  // set by a hit: stays
-  ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
-  EXPECT_DOUBLE_EQ(hooks.logDate, vb::DateSerial(2003, 1, 1));
+  t.hooks.logDate = vb::DateSerial(2003, 1, 1);  // set by a hit: stays
+  t.Scan();
+  EXPECT_DOUBLE_EQ(t.hooks.logDate, vb::DateSerial(2003, 1, 1));
 }
 
 TEST(ScanLogFile, BinaryGarbageAndVanishedFilesEndQuietly) {
@@ -261,21 +252,19 @@ TEST(ScanLogFile, BinaryGarbageAndVanishedFilesEndQuietly) {
   // (A Ctrl-Z would end a text-mode file early; keep this file going to its end.)
   std::replace(garbage.begin(), garbage.end(), '\x1a', '\x1b');
   for (bool unix : {false, true}) {
-    InputWorld t;
+    ScanWorld t;
     t.site().unixServer = unix;
     t.Log("junk.log", "#Fields: c-ip cs-uri-stem\r\n" + garbage);
-    RecordingHooks hooks(t.run);
-    EXPECT_TRUE(ScanLogFile(t.w(), t.ui, t.run, hooks, 1));
+    EXPECT_TRUE(t.Scan());
     EXPECT_GT(t.run.totalLines, 100);
   }
   // Listed, then gone before it is read: it reads as an empty file.
-  InputWorld t;
+  ScanWorld t;
   t.Log("gone.log", "#Fields: c-ip\r\n1.1.1.1\r\n");
   ASSERT_EQ(ListLogFiles(t.w(), t.ui, t.run, 1), 1);
   std::filesystem::remove(t.site().lastLogFile);
-  RecordingHooks hooks(t.run);
-  EXPECT_TRUE(ScanLogFile(t.w(), t.ui, t.run, hooks, 1));
-  EXPECT_EQ(hooks.lines, (Lines{""}));
+  EXPECT_TRUE(t.Scan());
+  EXPECT_EQ(t.hooks.lines, (Lines{""}));
   EXPECT_EQ(t.run.totalLines, 0);
   EXPECT_EQ(t.ui.messages.size(), 1u);
 }
@@ -310,30 +299,28 @@ TEST(ScanLogFile, RealServerLogsReadEndToEnd) {
        "/static/images/search-category-arrow.png", "89.47.79.75"},
   };
   for (const RealLog& log : logs) {
-    InputWorld t;
+    ScanWorld t;
     t.site().unixServer = true;
     t.site().type = log.type;
     t.Log(log.file, tytest::ReadFile(tytest::SourceDir() / "testdata/loginput" / log.file));
-    RecordingHooks hooks(t.run);
-    ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
+    t.Scan();
     EXPECT_EQ(t.run.totalLines, log.lines) << log.file;
-    EXPECT_EQ(hooks.hits, log.handedOver) << log.file;
-    EXPECT_EQ(hooks.hitsWithPage, log.withPage) << log.file;
-    ASSERT_GE(hooks.pages.size(), 2u) << log.file;
-    EXPECT_EQ(hooks.pages[hooks.pages.size() - 2], log.lastPage) << log.file;
-    EXPECT_EQ(hooks.fields[hooks.fields.size() - 2].clientAddress, log.lastClient) << log.file;
+    EXPECT_EQ(t.hooks.hits, log.handedOver) << log.file;
+    EXPECT_EQ(t.hooks.hitsWithPage, log.withPage) << log.file;
+    ASSERT_GE(t.hooks.pages.size(), 2u) << log.file;
+    EXPECT_EQ(t.hooks.pages[t.hooks.pages.size() - 2], log.lastPage) << log.file;
+    EXPECT_EQ(t.hooks.fields[t.hooks.fields.size() - 2].clientAddress, log.lastClient) << log.file;
     EXPECT_TRUE(t.ui.messages.empty()) << log.file;
-    EXPECT_EQ(hooks.lines.back(), "") << log.file;  // each file ends with its line end
+    EXPECT_EQ(t.hooks.lines.back(), "") << log.file;  // each file ends with its line end
   }
 
   // The same big log read in text mode is one line: no fields line is ever seen.
-  InputWorld t;
+  ScanWorld t;
   t.Log("big.log", tytest::ReadFile(tytest::SourceDir() / "testdata/loginput/logfile_w3c_big.0"));
-  RecordingHooks hooks(t.run);
-  ScanLogFile(t.w(), t.ui, t.run, hooks, 1);
+  t.Scan();
   EXPECT_EQ(t.run.totalLines, 0);
-  EXPECT_EQ(hooks.lines.size(), 1u);
-  EXPECT_EQ(hooks.lines[0].size(), 47402u);
+  EXPECT_EQ(t.hooks.lines.size(), 1u);
+  EXPECT_EQ(t.hooks.lines[0].size(), 47402u);
   EXPECT_EQ(t.ui.messages.size(), 1u);
 }
 
