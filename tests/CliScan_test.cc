@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <map>
@@ -104,6 +105,36 @@ TEST(CliScan, DemoJsonParsesAndMatchesTheMessagesAndTheTables) {
   EXPECT_EQ(plain.out.rfind("Scan Complete. \n\nScanned ", 0), 0u);
   EXPECT_NE(plain.out.find(" visit records added.\n"), std::string::npos);
   EXPECT_EQ(j["visitRecordsAdded"].number, tytest::RecordCount(data, "Visits"));
+}
+
+// Without a terminal the close is named in a line of its own after the last file, with a line
+// at each quarter of its work at most (a log of the run shows where it stands, and is not
+// flooded); --quiet says nothing of it.
+TEST(CliScan, WithoutATerminalTheCloseIsSaidInAFewLines) {
+  Demo demo;
+  const Outcome o = RunCli({"--yes", "--now", "2026-11-16 02:23:14", demo.str()});
+  ASSERT_EQ(o.status, 0) << o.err;
+  std::vector<std::string> lines;
+  for (size_t at = 0, end; (end = o.err.find('\n', at)) != std::string::npos; at = end + 1)
+    lines.push_back(o.err.substr(at, end - at));
+  size_t first = lines.size(), last = 0, said = 0, lastFile = 0;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    if (lines[i].rfind("  /", 0) == 0) lastFile = i;
+    if (lines[i].find("Writing indexes") == std::string::npos) continue;
+    first = std::min(first, i);
+    last = i;
+    ++said;
+  }
+  ASSERT_LT(first, lines.size()) << o.err;
+  EXPECT_EQ(lines[first], "Writing indexes");
+  EXPECT_GT(first, lastFile);
+  EXPECT_LE(said, 5u);
+  EXPECT_EQ(lines[last], "Writing indexes: 100%") << o.err;
+  EXPECT_EQ(o.err.find('\r'), std::string::npos);  // no status line redrawn in place
+
+  const Outcome quiet = RunCli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", demo.str()});
+  ASSERT_EQ(quiet.status, 0) << quiet.err;
+  EXPECT_EQ(quiet.err.find("Writing indexes"), std::string::npos) << quiet.err;
 }
 
 TEST(CliScan, TwoRunsWithTheSameClockWriteTheSameFilesByteForByte) {

@@ -5,11 +5,13 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <iostream>
 
 #include "vb/Strings.h"
+#include "wizard/ScanDriver.h"
 #include "wizard/ScanSummary.h"
 
 namespace cli {
@@ -66,6 +68,19 @@ std::string Duration(double seconds) {
   return buf;
 }
 
+// How far the progress bar stands between its Min and its Max, from 0 to 1.
+double BarFraction(const platform::ProgressBar& bar) {
+  const double span = bar.Max() - bar.Min();
+  return span > 0 ? std::min(1.0, std::max(0.0, (bar.Value() - bar.Min()) / span)) : 1.0;
+}
+
+// A bar of `width` marks, '#' for the share done.
+std::string Bar(double fraction, int width) {
+  std::string bar(static_cast<size_t>(width), '.');
+  for (int i = 0; i < static_cast<int>(fraction * width); ++i) bar[static_cast<size_t>(i)] = '#';
+  return bar;
+}
+
 // The last part of a path.
 std::string_view BaseName(std::string_view path) {
   size_t slash = path.find_last_of('/');
@@ -96,13 +111,24 @@ void ConsoleFrontend::SetCaption(platform::Label label, std::string_view text) {
     currentFile_ = std::string(text);
     fileStart_ = std::chrono::steady_clock::now();
     fileStartLines_ = progress_ ? progress_().lines : 0;
+    closing_ = text == wizard::kWritingIndexes;
+    quartersShown_ = 0;
   }
-  // Without a status line, the sites and files read are logged as lines.
+  // Without a status line, the sites and files read and the close are logged as lines.
   if (!settings_.statusLine && !settings_.quiet) {
     if (label == platform::Label::Site && !text.empty()) Note(text);
     if (label == platform::Label::Prog && text.find('/') != std::string_view::npos)
       Note("  " + std::string(text));
+    if (label == platform::Label::Prog && text == wizard::kWritingIndexes) Note(text);
   }
+}
+
+void ConsoleFrontend::ProgressChanged() {
+  if (!closing_ || settings_.statusLine || settings_.quiet) return;
+  const int quarters = static_cast<int>(BarFraction(bar_) * 4);
+  if (quarters <= quartersShown_) return;
+  quartersShown_ = quarters;
+  Note(std::string(wizard::kWritingIndexes) + ": " + std::to_string(quarters * 25) + "%");
 }
 
 platform::MsgResult ConsoleFrontend::MessageBox(std::string_view text, platform::MsgIcon icon,
@@ -196,6 +222,18 @@ void ConsoleFrontend::Redraw() {
   const double rate = inFile > 0.05 ? double(p.lines - fileStartLines_) / inFile : 0.0;
   const double left = fraction > 0.001 ? inFile * (1.0 - fraction) / fraction : -1.0;
 
+  if (closing_) {  // the last phase: the tables' indexes are written
+    const double done = BarFraction(bar_);
+    const double left = done > 0.001 ? inFile * (1.0 - done) / done : -1.0;
+    char line[96];
+    std::snprintf(line, sizeof line, "%s [%s] %3d%% %s left",
+                  std::string(wizard::kWritingIndexes).c_str(), Bar(done, 20).c_str(),
+                  static_cast<int>(done * 100), Duration(left).c_str());
+    std::cerr << "\r\033[K" << line;
+    std::cerr.flush();
+    statusShown_ = true;
+    return;
+  }
   std::string site(captions_[platform::Label::Site]);
   if (site.rfind("Scanning Site: ", 0) == 0) site.erase(0, 15);
   if (site.empty()) {  // before the first site: what the scan is doing
@@ -205,11 +243,8 @@ void ConsoleFrontend::Redraw() {
     return;
   }
   const int width = TerminalWidth();
-  constexpr int kBar = 20;
-  std::string bar(kBar, '.');
-  for (int i = 0; i < static_cast<int>(fraction * kBar); ++i) bar[static_cast<size_t>(i)] = '#';
   char tail[96];
-  std::snprintf(tail, sizeof tail, " [%s] %3d%% %9.0f lines/s %s left", bar.c_str(),
+  std::snprintf(tail, sizeof tail, " [%s] %3d%% %9.0f lines/s %s left", Bar(fraction, 20).c_str(),
                 static_cast<int>(fraction * 100), rate, Duration(left).c_str());
   // With reverse DNS the outstanding lookups follow; while the scan waits for them, the wait is
   // what the line shows instead of a rate.

@@ -1,7 +1,11 @@
 // The window as a terminal shows it: the scan's captions, grid and progress bar become one status
 // line on stderr (site, file, a bar, lines per second, time left, and with reverse DNS the
-// outstanding lookups and the pause for them), redrawn at most four times a second; message boxes become lines on stderr; questions are asked on the terminal; Ctrl-C is
-// the Cancel button.
+// outstanding lookups and the pause for them; while the tables close, "Writing indexes" with a
+// bar and the time left), redrawn at most four times a second; message boxes become lines on
+// stderr; questions are asked on the terminal; Ctrl-C is the Cancel button. Without a status
+// line (stderr is not a terminal) the sites, the files and the close are lines of their own:
+// the close one line as it starts and one at each quarter of its work, so a log of the run
+// shows where it is without being flooded.
 //
 // Ctrl-C only sets a flag (the signal handler does nothing else); the flag is read at the scan's
 // next yield, which then runs the window's Cancel logic. Without a terminal on stdin questions
@@ -63,6 +67,8 @@ class ConsoleFrontend final : public platform::Frontend {
   }
   platform::Grid& FileGrid() override { return grid_; }
   platform::ProgressBar& Progress() override { return bar_; }
+  // While the tables close and there is no status line: a line at each quarter of the work.
+  void ProgressChanged() override;
   // Shows the message on stderr (the end-of-run summary excepted: the caller prints it) and
   // keeps it; a question (Yes/No) is answered as the class comment says.
   platform::MsgResult MessageBox(std::string_view text, platform::MsgIcon icon,
@@ -99,6 +105,8 @@ class ConsoleFrontend final : public platform::Frontend {
   std::chrono::steady_clock::time_point fileStart_{};
   int64_t fileStartLines_ = 0;
   std::string currentFile_;
+  bool closing_ = false;  // the file caption is "Writing indexes"
+  int quartersShown_ = 0;  // quarters of the close said in lines (without a status line)
 };
 
 }  // namespace cli

@@ -19,6 +19,7 @@
 #include <array>
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -75,11 +76,20 @@ class Database {
   // When open: writes buffered changes of "Referrers", "Visitor", "Visits", "Exceptions" and
   // "Pages", in that order. Does nothing when closed.
   void FlushDatabase();
+  // How far a close has come, told on the thread that called CloseDatabase: `done` of `total`
+  // units of work (each tag of a table written counts one unit per record as its keys are sorted
+  // in and one per index entry written). Returning false withdraws the replacement, as
+  // ReplaceOnClose(false) would have: the tables are still closed whole, then thrown away.
+  using CloseProgress = std::function<bool(uint64_t done, uint64_t total)>;
   // When open: writes the page and exception caches, closes all nine tables, then replaces the
   // live database with the new tables (and deletes "VISOLD") when ReplaceOnClose is on and every
   // write succeeded; otherwise throws the new tables away and keeps the live ones as they were.
   // Clears the open flag. Does nothing when closed, so a second call is harmless.
-  void CloseDatabase();
+  // The tables close on two threads of their own while the caller's thread waits; `progress`,
+  // when given, is told how far they have come every 50 ms meanwhile, and once more with `done`
+  // equal to `total` when every table is closed, before the replacement. So the caller may
+  // paint a window and answer its buttons from there, but must touch nothing of the database.
+  void CloseDatabase(const CloseProgress& progress = nullptr);
 
   // ---- Replacing the database whole or not at all ----------------------------------------------
 
@@ -274,8 +284,9 @@ class Database {
   // became full, notes the table and returns the run's line for it (the notice, and what to do);
   // otherwise returns the notice as it is.
   std::string NoteTableFull(const dbase::Table& table, const std::string& message);
-  // Closes the tables' files and replaces the live database, or throws the new tables away.
-  void FinishReplacement();
+  // Closes the tables' files and replaces the live database, or throws the new tables away
+  // (also when `withdrawn`: the close's progress said so).
+  void FinishReplacement(bool withdrawn);
   // Closes every table and throws the new ones away (a database that could not be created).
   void DiscardNewTables();
   bool countryTable_ = false;

@@ -1,6 +1,11 @@
 // The visitor database's lifecycle: creating, opening, flushing and closing the tables, and
 // replacing the live database with the new tables whole or not at all.
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <iterator>
@@ -21,6 +26,9 @@ namespace {
 // The engine handle that InitDatabase hands from "Visitor" to the other controls. Our table
 // engine needs no process-wide start, so the handle is only a token that says "engine started".
 constexpr int kEngineStarted = 1;
+
+// While the tables close, the caller is told how far they have come this often.
+constexpr auto kCloseProgressEvery = std::chrono::milliseconds(50);
 
 }  // namespace
 
@@ -263,7 +271,7 @@ void Database::SortPendingKeys(dbase::Table& t) {
   }
 }
 
-void Database::CloseDatabase() {
+void Database::CloseDatabase(const CloseProgress& progress) {
   if (!open_) return;
   // 1. and 2. The page views and exceptions still waiting in their caches.
   WritePageCache();
@@ -275,38 +283,105 @@ void Database::CloseDatabase() {
   //    the other still has tables to sort. The writing is work for the file system, where two
   //    writers at once slow each other down by more than they gain, so the tables write one at a
   //    time. Each table writes the same bytes whichever thread closes it, and every file is
-  //    complete before this returns.
+  //    complete before this returns. The caller's thread meanwhile only tells `progress`.
   dbase::Table* const tables[] = {&VAPG,  &VAVISITS, &VAVIS, &VAEXP, &VAREF,
                                   &VADL,  &VADAY,    &IPCC,  &VAOLD};
+  constexpr size_t kTables = std::size(tables);
+  // The work of the close, known before it starts: each tag of a table written sorts in one key
+  // and writes one entry per record (a unique tag keeps fewer entries: what its table's count
+  // lacks is added when the table is closed, so the count ends at the total).
+  std::array<uint64_t, kTables> share{};
+  uint64_t total = 0;
+  for (size_t i = 0; i < kTables; ++i) {
+    const dbase::Table& t = *tables[i];
+    if (t.IsOpen() && !t.IsReadOnly())
+      share[i] = 2 * uint64_t(t.TagCount()) * uint64_t(std::max(t.RecordCount(), 0L));
+    total += share[i];
+  }
+  std::atomic<uint64_t> done{0};
   std::atomic<size_t> next{0};
   std::mutex writing;
   const auto closeInTurn = [&] {
-    for (size_t i; (i = next.fetch_add(1)) < std::size(tables);) {
-      SortPendingKeys(*tables[i]);
-      const std::lock_guard<std::mutex> one(writing);
-      tables[i]->CloseTable();
+    for (size_t i; (i = next.fetch_add(1)) < kTables;) {
+      dbase::Table& t = *tables[i];
+      // Sorting brings each tag of the table up to date at once.
+      SortPendingKeys(t);
+      uint64_t counted = share[i] / 2;
+      done.fetch_add(counted, std::memory_order_relaxed);
+      {
+        const std::lock_guard<std::mutex> one(writing);
+        t.SetIndexProgress([&](uint64_t entries) {
+          counted += entries;
+          done.fetch_add(entries, std::memory_order_relaxed);
+        });
+        struct Unhook {
+          dbase::Table& t;
+          ~Unhook() { t.SetIndexProgress(nullptr); }
+        } unhook{t};
+        t.CloseTable();
+      }
+      if (counted < share[i]) done.fetch_add(share[i] - counted, std::memory_order_relaxed);
     }
   };
-  std::exception_ptr helperFailure;
-  std::thread helper([&closeInTurn, &helperFailure] {
+  // Two threads close the tables; the caller's thread waits for both, telling `progress` how
+  // far they have come. Without a thread to start, the caller closes the tables itself.
+  std::mutex watch;
+  std::condition_variable finished;
+  int running = 0;
+  std::exception_ptr failure;
+  const auto closeAndSay = [&] {
+    std::exception_ptr thrown;
     try {
       closeInTurn();
     } catch (...) {
-      helperFailure = std::current_exception();
+      thrown = std::current_exception();
     }
-  });
+    const std::lock_guard<std::mutex> lock(watch);
+    if (thrown && !failure) failure = thrown;
+    --running;
+    finished.notify_all();
+  };
+  std::thread closers[2];
+  for (std::thread& c : closers) {
+    {
+      const std::lock_guard<std::mutex> lock(watch);
+      ++running;
+    }
+    try {
+      c = std::thread(closeAndSay);
+    } catch (const std::system_error&) {
+      const std::lock_guard<std::mutex> lock(watch);
+      --running;
+    }
+  }
+  const auto joinClosers = [&closers] {
+    for (std::thread& c : closers)
+      if (c.joinable()) c.join();
+  };
+  bool withdrawn = false;
   try {
-    closeInTurn();
+    if (!closers[0].joinable() && !closers[1].joinable()) {
+      ++running;
+      closeAndSay();
+    }
+    std::unique_lock<std::mutex> lock(watch);
+    while (!finished.wait_for(lock, kCloseProgressEvery, [&] { return running == 0; })) {
+      if (!progress) continue;
+      lock.unlock();
+      if (!progress(done.load(std::memory_order_relaxed), total)) withdrawn = true;
+      lock.lock();
+    }
   } catch (...) {
-    helper.join();
+    joinClosers();
     throw;
   }
-  helper.join();
-  if (helperFailure) std::rethrow_exception(helperFailure);
+  joinClosers();
+  if (failure) std::rethrow_exception(failure);
+  if (progress && !progress(done.load(std::memory_order_relaxed), total)) withdrawn = true;
   // 4. The new tables replace the live ones, whole, and the previous visitor table goes (it
   //    lives only for the length of one rebuild); or, for a run that did not complete, the new
   //    tables go and the live ones stay.
-  FinishReplacement();
+  FinishReplacement(withdrawn);
   // 5. The tables are closed, and with them the country and old-visitor lookups.
   open_ = false;
   countryTable_ = false;
@@ -315,10 +390,10 @@ void Database::CloseDatabase() {
   engineHandle_ = 0;
 }
 
-void Database::FinishReplacement() {
+void Database::FinishReplacement(bool withdrawn) {
   if (!replacement_ || !replacement_->Begun()) return;
   dbase::Table* const written[] = {&VAVISITS, &VAVIS, &VAREF, &VAEXP, &VAPG, &VADL, &VADAY};
-  if (!replaceOnClose_) {
+  if (!replaceOnClose_ || withdrawn) {
     replacement_->Discard();
     return;
   }

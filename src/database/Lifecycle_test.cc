@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <thread>
+#include <vector>
 
 #include "database/TestDatabase.h"
 
@@ -212,4 +214,58 @@ TEST(Lifecycle, SecondInitRebuildsTheDatabaseWhole) {
   EXPECT_TRUE(f.OldVisitorTableOpen());
   f.CloseDatabase();
   EXPECT_TRUE(ReadTable(run.Data(), "Visits").empty());
+}
+
+// The close tells its progress on the caller's thread only, rising to the whole of its work:
+// every key of every tag of the tables written, sorted in and written. An answer of false
+// withdraws the replacement: the tables are closed whole and thrown away, and the previous
+// database stays as it was.
+TEST(Lifecycle, CloseTellsItsProgressToTheCallerAndAFalseAnswerKeepsThePreviousTables) {
+  DbRun run;
+  LeaveVisitorBehind(run);
+  const std::string previous = tytest::ReadFile(fs::path(run.Data()) / "VISITOR.DBF");
+  constexpr int kVisitors = 2000;
+  const auto addVisitors = [](database::Database& f) {
+    f.SetCurrentSite("Alpha");
+    for (int i = 0; i < kVisitors; ++i) {
+      database::Visit v =
+          MakeVisit("10.2." + std::to_string(i / 250) + "." + std::to_string(i % 250),
+                    dbtest::At(9, 0, 0));
+      f.UpdateVisitor(v);
+    }
+  };
+  struct Told {
+    std::thread::id thread;
+    uint64_t done, total;
+  };
+  for (const bool keep : {false, true}) {
+    SCOPED_TRACE(keep ? "kept" : "withdrawn");
+    database::Database f(run.Inputs());
+    ASSERT_TRUE(f.InitDatabase());
+    addVisitors(f);
+    std::vector<Told> told;
+    f.CloseDatabase([&](uint64_t done, uint64_t total) {
+      told.push_back({std::this_thread::get_id(), done, total});
+      return keep;
+    });
+    ASSERT_FALSE(told.empty());
+    for (size_t i = 0; i < told.size(); ++i) {
+      EXPECT_EQ(told[i].thread, std::this_thread::get_id());
+      // "Visitor" is the one table with records: one tag, each visitor sorted in and written.
+      EXPECT_EQ(told[i].total, uint64_t(2 * kVisitors));
+      if (i > 0) {
+        EXPECT_GE(told[i].done, told[i - 1].done);
+      }
+    }
+    EXPECT_EQ(told.back().done, told.back().total);
+    EXPECT_FALSE(f.DatabaseOpen());
+    EXPECT_EQ(f.DatabaseReplaced(), keep);
+    EXPECT_FALSE(fs::exists(fs::path(run.Data()) / "Temp" / "tydbcreate-new"));
+    if (!keep) {
+      EXPECT_EQ(tytest::ReadFile(fs::path(run.Data()) / "VISITOR.DBF"), previous);
+      EXPECT_EQ(ReadTable(run.Data(), "Visitor").size(), 1u);
+    } else {
+      EXPECT_EQ(ReadTable(run.Data(), "Visitor").size(), size_t(kVisitors));
+    }
+  }
 }

@@ -75,7 +75,7 @@ uint64_t MdxFileBytes(const std::vector<int>& keyLengths, const std::vector<uint
 }
 
 int WriteMdx(const std::string& path, const std::string& dataName, std::vector<MdxTagSource>& tags,
-             const HeaderDate& date) {
+             const HeaderDate& date, const MdxProgress& progress) {
   using namespace mdx;
   int y, m, d;
   date.Resolve(y, m, d);
@@ -200,6 +200,8 @@ int WriteMdx(const std::string& path, const std::string& dataName, std::vector<M
     size_t leaves = p.levelNodes[0];
     lastKeys.resize(leaves * k);
     pages.resize(leaves);
+    // Entries taken from the source and not yet told to `progress`.
+    uint64_t untold = 0;
     for (size_t i = 0; i < leaves && ok; ++i) {
       std::fill(b.begin(), b.end(), 0);
       size_t n = GroupSize(s.count, leaves, i);
@@ -214,7 +216,13 @@ int WriteMdx(const std::string& path, const std::string& dataName, std::vector<M
       pages[i] = nextPage;
       nextPage += kPagesPerBlock;
       ok = sink.Put(b.data(), b.size());
+      untold += n;
+      if (progress && untold >= kMdxProgressEntries) {
+        progress(untold);
+        untold = 0;
+      }
     }
+    if (progress && untold > 0) progress(untold);
     for (size_t level = 1; level < p.levelNodes.size() && ok; ++level) {
       size_t groups = p.levelNodes[level];
       size_t below = pages.size();

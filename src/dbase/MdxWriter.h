@@ -28,12 +28,20 @@ struct MdxTagSource {
   std::function<void(char* key, uint32_t& recno)> next;
 };
 
+// Told, on the thread that writes, how many entries went into the file since it was last told:
+// after every kMdxProgressEntries entries of a tag and after each tag's last entry, so a few
+// times a second at most on a large table. It should only count (a close adds these up for its
+// progress display).
+using MdxProgress = std::function<void(uint64_t entries)>;
+constexpr uint64_t kMdxProgressEntries = 65536;
+
 // Writes the .MDX of the table `dataName` (file stem, written upper-cased) at `path`, its header
-// dated `date`.
+// dated `date`; `progress`, when given, follows the entries as they are written.
 // REQUIRES: 1..47 tags with distinct names, key lengths 1..100. Returns kOk, kIoError or
 // kCannotCreate (the old file, if any, is then unchanged).
 int WriteMdx(const std::string& path, const std::string& dataName,
-             std::vector<MdxTagSource>& tags, const HeaderDate& date);
+             std::vector<MdxTagSource>& tags, const HeaderDate& date,
+             const MdxProgress& progress = nullptr);
 
 // The size in bytes of the .MDX that WriteMdx writes for tags of key lengths keyLengths[i]
 // holding counts[i] entries: the header pages, a block per tag header and a block per node of

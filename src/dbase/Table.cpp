@@ -307,6 +307,12 @@ int Table::Impl::RefuseAppend() {
   return kTooLarge;
 }
 
+void Table::SetIndexProgress(std::function<void(uint64_t entries)> progress) {
+  impl_->indexProgress = std::move(progress);
+}
+
+int Table::TagCount() const { return impl_->open ? int(impl_->tags.size()) : 0; }
+
 void Table::CloseTable() {
   Impl& m = *impl_;
   if (!m.open) return;

@@ -111,6 +111,12 @@ class Table {
   // "PAGES.DBF is full: it holds 18,512 records, and one more would take it past 2,147,483,647
   // bytes, ...". Kept after closing, until the next open.
   bool Full() const;
+  // Follows the writing of the .MDX (at a flush or the close): told, on the thread that writes,
+  // how many index entries were written since it was last told, every 65,536 entries of a tag
+  // and at each tag's end (see MdxWriter.h). It should only count. May be empty (the default).
+  void SetIndexProgress(std::function<void(uint64_t entries)> progress);
+  // The index tags of the open table (0 when closed). Unlike Tags(), sorts nothing in.
+  int TagCount() const;
 
   // ---- order -----------------------------------------------------------------------------
   // Positions at the top of the current order (same as GoTop).

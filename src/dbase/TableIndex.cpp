@@ -218,7 +218,7 @@ int Table::Impl::WriteIndex() {
     srcs.push_back(std::move(s));
   }
   if (mdxPath.empty()) mdxPath = location + MdxName();
-  return WriteMdx(mdxPath, stem, srcs, headerDate);
+  return WriteMdx(mdxPath, stem, srcs, headerDate, indexProgress);
 }
 
 }  // namespace dbase

@@ -81,6 +81,7 @@ struct Table::Impl {
   int shareMode = 0;
   bool rebuild = false;
   std::function<void(const std::string&)> sink;
+  std::function<void(uint64_t)> indexProgress;  // told the .MDX entries as they are written
   std::vector<std::string> indexSpecs;
   HeaderDate headerDate;  // the date of the files' headers (default: today)
 

@@ -8,12 +8,14 @@
 #include <algorithm>
 #include <map>
 #include <random>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "TestSupport.h"
 #include "dbase/Checker.h"
+#include "dbase/MdxWriter.h"
 #include "dbase/TestTables.h"
 #include "vb/Dates.h"
 #include "vb/Strings.h"
@@ -904,6 +906,50 @@ TEST(Table, KeysSortedAsideInRunsGiveTheSameOrder) {
   EXPECT_TRUE(CheckTable(dir.str() + "RUNS.DBF").Ok());
   ASSERT_EQ(t.OpenTableReadOnly(), kOk);
   check("reopened");
+}
+
+// Writing the index tells how many entries went into the .MDX, in steps of at least 65,536
+// entries but for each tag's last step, adding up to every entry of every tag; a table
+// written while it is told has the same bytes as one written without.
+TEST(Table, IndexWritingTellsItsEntriesInModestStepsAndWritesTheSameBytes) {
+  tytest::TempDir told, untold;
+  constexpr long kRecords = 150000;
+  std::vector<uint64_t> steps;  // entries told at each step
+  std::set<std::string> distinct;
+  for (const tytest::TempDir* dir : {&told, &untold}) {
+    Table t;
+    t.SetHeaderDate(HeaderDate{2026, 11, 16});
+    CreateAndOpen(t, dir->str(), "Told", {"NO|C|6", "K|C|5"},
+                  {"key0|NO||U|", "keyu|K||U|", "keyn|K||N|"});
+    EXPECT_EQ(t.TagCount(), 3);
+    const int no = t.FieldIndex("NO"), kf = t.FieldIndex("K");
+    for (long r = 1; r <= kRecords; ++r) {
+      std::string k = std::to_string((r * 7919) % 40000);
+      k.resize(5, ' ');
+      distinct.insert(k);
+      t.BlankRecord();
+      t.SetText(no, std::to_string(r));
+      t.SetText(kf, k);
+      ASSERT_EQ(t.AppendRecord(), kOk);
+    }
+    if (dir == &told)
+      t.SetIndexProgress([&](uint64_t entries) { steps.push_back(entries); });
+    t.CloseTable();
+    EXPECT_EQ(t.TagCount(), 0);
+  }
+  uint64_t sum = 0;
+  for (const uint64_t step : steps) sum += step;
+  EXPECT_EQ(sum, uint64_t(kRecords) + distinct.size() + uint64_t(kRecords));
+  // Each tag's entries come in full steps and one last, smaller one at most.
+  size_t small = 0;
+  for (const uint64_t step : steps)
+    if (step < kMdxProgressEntries) ++small;
+  EXPECT_LE(small, 3u);
+  EXPECT_LE(steps.size(), size_t(sum / kMdxProgressEntries + 3));
+  EXPECT_GE(steps.size(), size_t(sum / (2 * kMdxProgressEntries)));
+  EXPECT_EQ(tytest::ReadFile(told.path() / "TOLD.MDX"), tytest::ReadFile(untold.path() / "TOLD.MDX"));
+  EXPECT_EQ(tytest::ReadFile(told.path() / "TOLD.DBF"), tytest::ReadFile(untold.path() / "TOLD.DBF"));
+  EXPECT_TRUE(CheckTable(told.str() + "TOLD.DBF").Ok());
 }
 
 }  // namespace

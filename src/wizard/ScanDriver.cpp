@@ -3,7 +3,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -183,7 +185,9 @@ ScanOutcome ScanDriver::ScanAllSites() {
   //     previous database as it was, and the run is not completed: its figures would count
   //     records that are not on disk.
   f_.ReplaceOnClose(true);
-  f_.CloseDatabase();
+  CloseTables();
+  // A Cancel confirmed while the tables closed ends the run as a cancel anywhere else does.
+  if (input_.cancelled) return EndCancelled(0);
   if (!f_.DatabaseReplaced()) {
     writeFailed_ = true;
     ShowNotReplaced(f_.DatabaseFailure().empty() ? "the new tables could not be written"
@@ -312,7 +316,7 @@ ScanOutcome ScanDriver::EndCancelled(int siteIndex) {
   archiveFound_ = false;
   // The new tables go; the live database stays as it was.
   f_.ReplaceOnClose(false);
-  f_.CloseDatabase();
+  CloseTables();
   elapsed_ = timer_.Seconds() - startTime_;
   state_ = ScanState::Done;
   if (writeFailed_) {
@@ -320,6 +324,32 @@ ScanOutcome ScanDriver::EndCancelled(int siteIndex) {
     return ScanOutcome::WriteFailed;
   }
   return ScanOutcome::Cancelled;
+}
+
+void ScanDriver::CloseTables() {
+  if (!f_.DatabaseOpen()) return;
+  // The file caption names the phase, and the bar shows the share of its work done, in percent.
+  ui_.SetCaption(Label::Prog, kWritingIndexes);
+  platform::ProgressBar& bar = ui_.Progress();
+  bar.SetVisible(true);
+  bar.SetMin(0);
+  bar.SetMax(100);
+  bar.SetValue(0);
+  ui_.ProgressChanged();
+  // The window keeps being painted and answered while the tables close: a run that is already
+  // cancelled yields too (its yields return false at once, as they do in the window).
+  closing_ = true;
+  struct EndOfClose {
+    bool& closing;
+    ~EndOfClose() { closing = false; }
+  } endOfClose{closing_};
+  f_.CloseDatabase([this, &bar](uint64_t done, uint64_t total) {
+    const double percent =
+        total == 0 ? 100.0 : std::floor(100.0 * double(std::min(done, total)) / double(total));
+    if (percent > bar.Value() && bar.SetValue(percent)) ui_.ProgressChanged();
+    if (!ui_.Yield()) input_.cancelled = true;
+    return !input_.cancelled;
+  });
 }
 
 void ScanDriver::UpdateFileProgress(int32_t position) {
@@ -365,7 +395,8 @@ database::RunTotals ScanDriver::SummaryTotals() {
 }
 
 void ScanDriver::DeliverDnsAnswers(int waitMs) {
-  if (resolver_ == nullptr || resolver_->Outstanding() == 0) return;
+  // While the tables close on threads of their own, answers wait: they would be dropped anyway.
+  if (closing_ || resolver_ == nullptr || resolver_->Outstanding() == 0) return;
   try {
     resolver_->Deliver(waitMs, [this](const platform::DnsAnswer& answer) {
       if (f_.DatabaseOpen()) hits_.RequestComplete(answer);

@@ -9,8 +9,9 @@
 // log-input state. There is no resumption: every scan re-creates the database and reads every file
 // from its first byte.
 //
-// Everything runs on the caller's thread. The window gets control only at the yields (once before
-// the database is created, once per site, once per file, every 500 lines); a Cancel the user
+// Everything runs on the caller's thread, the closing of the tables excepted, which has threads of
+// its own. The window gets control only at the yields (once before the database is created, once
+// per site, once per file, every 500 lines, every 50 ms while the tables close); a Cancel the user
 // confirms there makes the yield return false, and the driver then closes the database and
 // returns ScanOutcome::Cancelled.
 //
@@ -58,6 +59,11 @@ enum class ScanOutcome {
 
 enum class ScanState { Ready, Scanning, Done };
 
+// The file caption (Label::Prog) while the database closes, the last phase of every scan: the
+// keys gathered during the scan are sorted and every table's index is written. The progress bar
+// then runs from 0 to 100 with the share of that work done.
+inline constexpr std::string_view kWritingIndexes = "Writing indexes";
+
 class ScanDriver final : public loginput::ScanHooks {
  public:
   // REQUIRES: `world` (sites loaded), `ui` and `timer` outlive the driver; so does `services`
@@ -97,7 +103,8 @@ class ScanDriver final : public loginput::ScanHooks {
   void WaitForDNS();
 
   // Hands the reverse-DNS answers that have come in to the hit analysis, waiting up to `waitMs`
-  // milliseconds for the first. Answers that come while the database is closed are dropped.
+  // milliseconds for the first. Answers that come while the database is closed are dropped;
+  // while its tables close, none is handed over.
   void DeliverDnsAnswers(int waitMs);
 
   // ---- The log reader's hooks ------------------------------------------------------------------
@@ -136,6 +143,10 @@ class ScanDriver final : public loginput::ScanHooks {
   bool ScanFile(int siteIndex, int row);
   // Yields to the window; false (and the run marked cancelled) when the user confirmed a Cancel.
   bool Yield();
+  // Closes the database as the phase "Writing indexes", yielding to the window every 50 ms
+  // while the tables close. A Cancel confirmed there marks the run cancelled and withdraws the
+  // replacement: the new tables are thrown away once written, and the previous database stays.
+  void CloseTables();
 
   // The front-end as the scan's steps see it: every call goes through, and a yield first hands
   // over the reverse-DNS answers that have come in.
@@ -189,6 +200,7 @@ class ScanDriver final : public loginput::ScanHooks {
   bool dnsFlag_ = false;
   bool archiveFound_ = false;
   bool writeFailed_ = false;
+  bool closing_ = false;  // the tables are closing: no reverse-DNS answer may reach them
   float startTime_ = 0;
   float elapsed_ = 0;
   std::string summary_;

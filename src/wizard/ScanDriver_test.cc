@@ -6,6 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <map>
+
 #include "loginput/LogInputTesting.h"
 #include "wizard/SiteAlerts.h"
 #include "wizard/Wizard.h"
@@ -208,6 +211,95 @@ TEST(ScanDriver, ConfirmedCancelKeepsThePreviousDatabaseAndEndsTheRun) {
   EXPECT_FALSE(d.Database().DatabaseReplaced());
   wizard.Unload();  // a second close is harmless
   EXPECT_FALSE(d.Database().DatabaseOpen());
+}
+
+// The close is the run's last phase, shown as a phase of its own: the file caption says
+// "Writing indexes", the bar runs from 0 to 100 and ends full, and the window gets its yields
+// while the tables close. Then the run completes as before.
+TEST(ScanDriver, ClosingTheTablesIsAPhaseOfItsOwnWhoseBarEndsFull) {
+  ScanWorld t;
+  t.AddSite("Alpha", "a");
+  t.Write("a/ex01.log", W3cLog(3000, 120));
+  // The window, noting where the progress values of the phase begin.
+  struct Window : tytest::FakeFrontend {
+    size_t phaseStart = SIZE_MAX;
+    void SetCaption(Label label, std::string_view text) override {
+      FakeFrontend::SetCaption(label, text);
+      if (label == Label::Prog && text == kWritingIndexes) phaseStart = progressValues.size();
+    }
+  } ui;
+  struct Frame {
+    std::string file;
+    double value, min, max;
+  };
+  std::vector<Frame> frames;
+  ui.onYield = [&](int) {
+    frames.push_back({ui.captions[Label::Prog], ui.progress.Value(), ui.progress.Min(),
+                      ui.progress.Max()});
+    return true;
+  };
+  ScanDriver d(t.w(), ui, t.timer);
+  ASSERT_EQ(d.ScanAllSites(), ScanOutcome::Completed);
+
+  const std::vector<std::string> files = ui.CaptionsOf(Label::Prog);
+  ASSERT_GE(files.size(), 2u);
+  EXPECT_EQ(files[files.size() - 2], t.dir.str() + "a/ex01.log");
+  EXPECT_EQ(files.back(), kWritingIndexes);
+  // The phase got yields, the last with the bar full.
+  std::vector<Frame> closing;
+  for (const Frame& f : frames)
+    if (f.file == kWritingIndexes) closing.push_back(f);
+  ASSERT_FALSE(closing.empty());
+  for (const Frame& f : closing) {
+    EXPECT_EQ(f.min, 0);
+    EXPECT_EQ(f.max, 100);
+  }
+  EXPECT_EQ(closing.back().value, 100);
+  // Every value the phase showed: from 0, rising, to 100.
+  ASSERT_LT(ui.phaseStart, ui.progressValues.size());
+  const std::vector<double> shown(ui.progressValues.begin() + long(ui.phaseStart),
+                                  ui.progressValues.end());
+  ASSERT_GE(shown.size(), 2u);
+  EXPECT_EQ(shown.front(), 0);
+  EXPECT_TRUE(std::is_sorted(shown.begin(), shown.end()));
+  EXPECT_EQ(shown.back(), 100);
+  // Then the run ends as it always did.
+  EXPECT_EQ(ui.captions[Label::Note], "Scan Completed.");
+  EXPECT_FALSE(ui.progress.Visible());
+  EXPECT_GT(testing::RecordCount(t.Data(), "Visits"), 0);
+  EXPECT_EQ(testing::TableDefects(t.Data()), std::vector<std::string>{});
+}
+
+// A Cancel confirmed while the tables close is a cancel like any other: the tables are closed
+// whole and thrown away, the previous database stays byte for byte, and no summary is shown.
+TEST(ScanDriver, CancelWhileTheTablesCloseKeepsThePreviousDatabase) {
+  ScanWorld t;
+  t.AddSite("Alpha", "a");
+  t.Write("a/ex01.log", W3cLog(50));
+  {
+    ScanDriver first(t.w(), t.ui, t.timer);
+    ASSERT_EQ(first.ScanAllSites(), ScanOutcome::Completed);
+  }
+  std::map<std::string, std::string> previous;
+  for (const auto& e : std::filesystem::directory_iterator(t.Data()))
+    if (e.is_regular_file() && e.path().filename() != "errors.log")
+      previous[e.path().filename().string()] = tytest::ReadFile(e.path());
+  t.Write("a/ex01.log", W3cLog(2000, 80));
+  t.ui.messages.clear();
+  t.ui.onYield = [&](int) { return t.ui.captions[Label::Prog] != kWritingIndexes; };
+  ScanDriver d(t.w(), t.ui, t.timer);
+  EXPECT_EQ(d.ScanAllSites(), ScanOutcome::Cancelled);
+  EXPECT_EQ(d.TotalLines(), 4 + 2000);  // every line was read
+  EXPECT_FALSE(d.Database().DatabaseOpen());
+  EXPECT_FALSE(d.Database().DatabaseReplaced());
+  EXPECT_EQ(d.Summary(), "");
+  EXPECT_EQ(t.Messages(), std::vector<std::string>{});
+  std::map<std::string, std::string> after;
+  for (const auto& e : std::filesystem::directory_iterator(t.Data()))
+    if (e.is_regular_file() && e.path().filename() != "errors.log")
+      after[e.path().filename().string()] = tytest::ReadFile(e.path());
+  EXPECT_EQ(after, previous);
+  EXPECT_TRUE(std::filesystem::is_empty(t.dir.path() / "Data" / "Temp"));
 }
 
 TEST(ScanDriver, CancelAnsweredNoLetsTheScanGoOnAndEarlyCancelAsksNothing) {
