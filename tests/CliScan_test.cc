@@ -112,7 +112,7 @@ TEST(CliScan, DemoJsonParsesAndMatchesTheMessagesAndTheTables) {
 // flooded); --quiet says nothing of it.
 TEST(CliScan, WithoutATerminalTheCloseIsSaidInAFewLines) {
   Demo demo;
-  const Outcome o = RunCli({"--yes", "--now", "2026-11-16 02:23:14", demo.str()});
+  const Outcome o = RunCli({"--yes", "--now", "2026-11-16 02:23:14", demo.App()});
   ASSERT_EQ(o.status, 0) << o.err;
   std::vector<std::string> lines;
   for (size_t at = 0, end; (end = o.err.find('\n', at)) != std::string::npos; at = end + 1)
@@ -132,7 +132,7 @@ TEST(CliScan, WithoutATerminalTheCloseIsSaidInAFewLines) {
   EXPECT_EQ(lines[last], "Writing indexes: 100%") << o.err;
   EXPECT_EQ(o.err.find('\r'), std::string::npos);  // no status line redrawn in place
 
-  const Outcome quiet = RunCli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", demo.str()});
+  const Outcome quiet = RunCli({"--yes", "--quiet", "--now", "2026-11-16 02:23:14", demo.App()});
   ASSERT_EQ(quiet.status, 0) << quiet.err;
   EXPECT_EQ(quiet.err.find("Writing indexes"), std::string::npos) << quiet.err;
 }
