@@ -237,6 +237,8 @@ class Database {
   static void SortPendingKeys(dbase::Table& t);
 
   DatabaseInputs inputs_;
+  // The budget of the new tables' gathered keys (from InitDatabase).
+  std::shared_ptr<dbase::KeyMemory> keyMemory_;
 
   // The table controls.
   dbase::Table VAVISITS;  // "Visits"

@@ -77,7 +77,7 @@ void KeyFingerprints::Put(uint64_t h, uint32_t recno) {
 }
 
 void KeyFingerprints::Insert(uint64_t h, uint32_t recno) {
-  if ((size_ + 1) * 2 > count_) Grow();
+  if (Full()) Grow();
   Put(h, recno);
 }
 
