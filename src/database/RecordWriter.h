@@ -55,10 +55,12 @@ class RecordWriter {
     dbase::Table& downloads;
   };
 
-  // Slots of the ring of "Visits" tickets. A visit still open when this many later visits have
-  // started finds its slot taken; its ticket then proves nothing, and the end of the visit seeks
-  // its record by key instead.
-  static constexpr uint32_t kTicketSlots = uint32_t(1) << 16;
+  // Slots of the ring of "Visits" tickets (8 bytes each). A visit still open when this many
+  // later visits have started finds its slot taken; its ticket then proves nothing, and the end
+  // of the visit seeks its record by key instead. That search brings every key of "Visits" into
+  // its tree (reading back those gone to temporary files), which a large scan cannot afford
+  // often: crawlers keep visits open for days while hundreds of thousands of others start.
+  static constexpr uint32_t kTicketSlots = uint32_t(1) << 20;
   // The ticket slot of a visit whose "Visits" record the table refused (it was full): the end
   // of that visit updates nothing. No table ticket has this value.
   static constexpr uint64_t kNoVisitRecord = ~uint64_t(0);

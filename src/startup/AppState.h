@@ -22,7 +22,7 @@ inline constexpr std::string_view kProductWord = "Tallyo";
 inline constexpr std::string_view kProgramVersion = "1.0.0";
 // The memory the index keys gathered during a scan keep by default before full runs of them
 // go to temporary files beside the new tables (see AppState::keyMemoryBytes).
-inline constexpr uint64_t kDefaultKeyMemoryMB = 64;
+inline constexpr uint64_t kDefaultKeyMemoryMB = 32;
 
 struct AppState {
   // major "." minor "." revision, each a plain decimal number.
