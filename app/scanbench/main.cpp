@@ -163,6 +163,8 @@ int main(int argc, char** argv) {
   std::printf("records added:    %d visits, %d page views, %d exceptions\n",
               totals.visitRecordsAdded, totals.pageRecordsAdded, totals.exceptionRecordsAdded);
   std::printf("tables on disk:   %.1f MB\n", tableBytes / 1e6);
+  std::printf("keys spilled:     %.1f MB (key memory %llu MB)\n", d.Database().KeysSpilled() / 1e6,
+              static_cast<unsigned long long>(keyMemoryMB));
 
   int status = 0;
   if (check) {
