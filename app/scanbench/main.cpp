@@ -2,7 +2,7 @@
 // with one W3C site, the database created, every line read and analysed, every table written and
 // indexed, the database closed. Prints lines per second and the peak memory of the process.
 //
-//   scanbench [--lines N] [--seed S] [--log FILE] [--keep] [--check]
+//   scanbench [--lines N] [--seed S] [--log FILE] [--keep] [--check] [--key-memory MB]
 //
 // Without --log the log is generated with tools/gen-w3c-log.py (found beside the build tree, or
 // named with --generator). Reverse DNS is off. The timed part is the scan alone (from the start
@@ -75,6 +75,10 @@ int main(int argc, char** argv) {
   app.add_option("--generator", generator, "The log generator script.");
   app.add_flag("--keep", keep, "Keep the temp application folder and print where it is.");
   app.add_flag("--check", check, "Run the table checker over every table afterwards.");
+  uint64_t keyMemoryMB = startup::kDefaultKeyMemoryMB;
+  app.add_option("--key-memory", keyMemoryMB,
+                 "The memory (MB) the gathered index keys may keep before they go to temporary "
+                 "files (default " + std::to_string(startup::kDefaultKeyMemoryMB) + ").");
   app.set_version_flag("--version", TY_VERSION_LINE("scanbench"), "Print the version and exit");
   CLI11_PARSE(app, argc, argv);
 
@@ -119,6 +123,7 @@ int main(int argc, char** argv) {
     std::cerr << "scanbench: start-up failed: " << started.failure << "\n";
     return 1;
   }
+  started.world->app.keyMemoryBytes = keyMemoryMB << 20;
   bench::HeadlessFrontend ui;
   wizard::SystemRunTimer timer;
   wizard::Wizard window(*started.world, ui, timer);
@@ -158,6 +163,8 @@ int main(int argc, char** argv) {
   std::printf("records added:    %d visits, %d page views, %d exceptions\n",
               totals.visitRecordsAdded, totals.pageRecordsAdded, totals.exceptionRecordsAdded);
   std::printf("tables on disk:   %.1f MB\n", tableBytes / 1e6);
+  std::printf("keys spilled:     %.1f MB (key memory %llu MB)\n", d.Database().KeysSpilled() / 1e6,
+              static_cast<unsigned long long>(keyMemoryMB));
 
   int status = 0;
   if (check) {

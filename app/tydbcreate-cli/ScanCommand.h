@@ -3,11 +3,13 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "CliCommon.h"
 #include "platform/Resolver.h"
+#include "startup/AppState.h"
 
 namespace cli {
 
@@ -30,6 +32,7 @@ struct ScanOptions {
   std::vector<std::string> dnsServers;                // --dns-server, in order
   int dnsTimeoutMs = platform::kDefaultDnsTimeoutMs;  // --dns-timeout
   int dnsRetries = platform::kDefaultDnsRetries;      // --dns-retries
+  uint64_t keyMemoryMB = startup::kDefaultKeyMemoryMB;  // --key-memory
   bool quiet = false;     // --quiet
   bool json = false;      // --json
   // --table-size-limit TABLE=BYTES (hidden, for tests): a lower size limit of a table's files.

@@ -140,6 +140,11 @@ class Database {
   // Returns when every record handed to the writer is in its table, after writing the failures
   // it met to errors.log and adding its counts to Totals(). Does nothing when the writer is off.
   void WaitForRecords() { writer_.WaitForRecords(); }
+  // How many open visits' "Visits" tickets the writer keeps (RecordWriter::KeepTicketsFor).
+  void KeepTicketsFor(uint32_t visits) { writer_.KeepTicketsFor(visits); }
+  // Bytes of index keys the new tables wrote to temporary files (dbase::KeyMemory) since
+  // InitDatabase.
+  uint64_t KeysSpilled() const { return keyMemory_ ? keyMemory_->Spilled() : 0; }
 
   // ---- Visit, page and download records --------------------------------------------------------
 
@@ -247,6 +252,8 @@ class Database {
   static void SortPendingKeys(dbase::Table& t);
 
   DatabaseInputs inputs_;
+  // The budget of the new tables' gathered keys (from InitDatabase).
+  std::shared_ptr<dbase::KeyMemory> keyMemory_;
 
   // The table controls.
   dbase::Table VAVISITS;  // "Visits"

@@ -24,7 +24,7 @@ uint64_t DatabaseInputs::TableSizeLimit(std::string_view name) const {
 DatabaseInputs InputsOf(startup::World& world) {
   return {world.app.dataFolder, world.errors,      world.sites,
           world.siteCount,      world.exceptions,  world.clock,
-          world.app.tableSizeLimits};
+          world.app.tableSizeLimits, world.app.keyMemoryBytes};
 }
 
 }  // namespace database

@@ -33,6 +33,8 @@ struct DatabaseInputs {
   const platform::Clock& clock;
   // Lower size limits of tables' files, by table name (see startup::AppState::tableSizeLimits).
   const std::map<std::string, uint64_t, std::less<>>& tableSizeLimits;
+  // The memory the new tables' gathered index keys may keep (dbase::KeyMemory), in bytes.
+  const uint64_t& keyMemoryBytes;
 
   // Site i, 1 <= i <= siteCount. Throws vb::Failure(9) "Subscript out of range" otherwise, as
   // the run's own site list does.

@@ -92,6 +92,12 @@ bool Database::InitDatabase() {
     const vb::DateParts today = vb::Split(inputs_.clock.Now());
     for (dbase::Table* t : {&VAVIS, &VAREF, &VAVISITS, &VAEXP, &VAPG, &VADL, &VADAY, &IPCC, &VAOLD})
       t->SetHeaderDate(dbase::HeaderDate{today.year, today.month, today.day});
+    // The new tables share one budget for the keys they gather; full runs beyond it go to
+    // temporary files beside them in the staging folder, which goes whole whatever happens.
+    keyMemory_ = std::make_shared<dbase::KeyMemory>(
+        static_cast<size_t>(std::min<uint64_t>(inputs_.keyMemoryBytes, SIZE_MAX)));
+    for (dbase::Table* t : {&VAVIS, &VAREF, &VAVISITS, &VAEXP, &VAPG, &VADL, &VADAY})
+      t->SetKeyMemory(keyMemory_);
 
     // 1. Start the engine on "Visitor" and keep the handle.
     engineHandle_ = kEngineStarted;
@@ -278,15 +284,12 @@ void Database::FlushDatabase() {
   VAPG.FlushTable();
 }
 
-// Brings every tag of an open, writable table up to date (the keys of records appended since
-// the tag was last used are sorted in): going to the top of a tag's order does that. Closing
-// the table afterwards only writes.
+// Sorts the keys of an open, writable table gathered since each tag was last used, so that
+// closing it afterwards only merges sorted runs (some of them from temporary files) into its
+// index files and writes.
 void Database::SortPendingKeys(dbase::Table& t) {
   if (!t.IsOpen() || t.IsReadOnly()) return;
-  for (const dbase::TagInfo& tag : t.Tags()) {
-    t.SelectTag(tag.name);
-    t.GoTop();
-  }
+  t.SortKeys();
 }
 
 void Database::CloseDatabase(const CloseProgress& progress) {

@@ -269,3 +269,43 @@ TEST(Lifecycle, CloseTellsItsProgressToTheCallerAndAFalseAnswerKeepsThePreviousT
     }
   }
 }
+
+// The new tables share the run's key memory: with none, every full run of a tag's keys goes to
+// a temporary file beside the new tables, and the tables are the same, byte for byte, as with
+// room for every key. No temporary file is left after the close, or after a run that is thrown
+// away.
+TEST(Lifecycle, KeysBeyondTheKeyMemoryGoToTemporaryFilesAndLeaveTheTablesAsTheyWere) {
+  // 70,000 page views: a full run of "Pages" keys (65,536) and a part.
+  const auto scan = [](DbRun& run, uint64_t keyMemory, bool complete) {
+    run.world.app.keyMemoryBytes = keyMemory;
+    database::Database f(run.Inputs());
+    EXPECT_TRUE(f.InitDatabase());
+    f.SetCurrentSite("Alpha");
+    for (int n = 0; n < 70000; ++n) {
+      database::Visit v = MakeVisit("10.0." + std::to_string(n / 250 % 250) + "." +
+                                        std::to_string(n % 250),
+                                    dbtest::At(9, n / 60 % 60, n % 60));
+      v.pageCount = static_cast<int16_t>(1 + n % 7);
+      v.currentPage = "p" + std::to_string(n % 13) + ".htm";
+      f.AddPageToDatabase(v);
+    }
+    f.ReplaceOnClose(complete);
+    f.CloseDatabase();
+    EXPECT_EQ(f.DatabaseReplaced(), complete);
+    return f.KeysSpilled();
+  };
+  DbRun none, room, cancelled;
+  EXPECT_GE(scan(none, 0, true), uint64_t(65536) * 48);
+  EXPECT_EQ(scan(room, uint64_t(1) << 30, true), 0u);
+  EXPECT_GE(scan(cancelled, 0, false), uint64_t(65536) * 48);
+  for (const char* file : {"PAGES.DBF", "PAGES.MDX"}) {
+    SCOPED_TRACE(file);
+    const std::string spilled = tytest::ReadFile(fs::path(none.Data()) / file);
+    EXPECT_GT(spilled.size(), 70000u * 40);
+    EXPECT_TRUE(spilled == tytest::ReadFile(fs::path(room.Data()) / file));
+  }
+  // Nothing is left in the data folders' Temp/ folders, and a run thrown away wrote nothing.
+  for (const DbRun* run : {&none, &room, &cancelled})
+    EXPECT_TRUE(fs::is_empty(fs::path(run->Data()) / "Temp")) << run->Data();
+  EXPECT_FALSE(FileThere(cancelled.Data(), "PAGES.DBF"));
+}

@@ -42,7 +42,7 @@ int RecordWriter::RunJob(RecordJob& job) {
 }
 
 int RecordWriter::WriteVisitStart(const RecordJob& job) {
-  uint64_t& ticket = tickets_[job.visit & (kTicketSlots - 1)];
+  uint64_t& ticket = tickets_[job.visit & ticketMask_];
   ticket = 0;
   try {
     const auto& f = fields_->visits;
@@ -92,7 +92,7 @@ int RecordWriter::WriteVisitEnd(const RecordJob& job) {
     //    refused, though an earlier visit's record may have the same key. The seek goes straight
     //    to the record appended for the visit when the table can prove it is the one the key
     //    finds.
-    const uint64_t ticket = job.visit == 0 ? 0 : tickets_[job.visit & (kTicketSlots - 1)];
+    const uint64_t ticket = job.visit == 0 ? 0 : tickets_[job.visit & ticketMask_];
     if (ticket == kNoVisitRecord) return dbase::kTooLarge;
     int status = VAVISITS.SeekKeyAt(detail::View(key, kKeyLength), ticket);
     if (status != dbase::kOk) return status;

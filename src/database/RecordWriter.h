@@ -55,13 +55,18 @@ class RecordWriter {
     dbase::Table& downloads;
   };
 
-  // Slots of the ring of "Visits" tickets. A visit still open when this many later visits have
-  // started finds its slot taken; its ticket then proves nothing, and the end of the visit seeks
-  // its record by key instead.
-  static constexpr uint32_t kTicketSlots = uint32_t(1) << 16;
+  // Slots of the ring of "Visits" tickets (8 bytes each). A visit still open when this many
+  // later visits have started finds its slot taken; its ticket then proves nothing, and the end
+  // of the visit seeks its record by key instead. That search brings every key of "Visits" into
+  // its tree (reading back those gone to temporary files), which a large scan cannot afford
+  // often: crawlers keep visits open for days while hundreds of thousands of others start.
+  static constexpr uint32_t kTicketSlots = uint32_t(1) << 20;
   // The ticket slot of a visit whose "Visits" record the table refused (it was full): the end
   // of that visit updates nothing. No table ticket has this value.
   static constexpr uint64_t kNoVisitRecord = ~uint64_t(0);
+  // Keeps tickets for `slots` visits instead (a power of two, at least 2): a test reaches a
+  // visit that outlives its slot with fewer visits. Before the first visit is handed over.
+  void KeepTicketsFor(uint32_t slots);
   // What SubmitJob returns when no table operation gave a status (the job went to the thread,
   // an empty batch, a failure caught): the database's last status then stays as it was.
   static constexpr int kNoStatus = -1000000;
@@ -150,6 +155,7 @@ class RecordWriter {
   // the counts of records appended since they were last added to totals_.
   std::unique_ptr<RecordJob> inlineJob_;
   std::unique_ptr<uint64_t[]> tickets_;
+  uint32_t ticketMask_ = kTicketSlots - 1;
   RunTotals writerCounts_;
   BatchCopies<PageEntry> pageCopies_;
   BatchCopies<ExceptionEntry> exceptionCopies_;

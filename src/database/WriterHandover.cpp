@@ -22,6 +22,11 @@ RecordWriter::RecordWriter(const Tables& tables, const TableFields& fields,
       inlineJob_(new RecordJob),
       tickets_(new uint64_t[kTicketSlots]()) {}
 
+void RecordWriter::KeepTicketsFor(uint32_t slots) {
+  tickets_.reset(new uint64_t[slots]());
+  ticketMask_ = slots - 1;
+}
+
 // Jobs still waiting are written as the thread ends (the line is the last member).
 RecordWriter::~RecordWriter() = default;
 
@@ -41,7 +46,7 @@ void RecordWriter::WriteInBackground(bool on) {
           [this](RecordJob& job) { RunJob(job); },
           [this](const RecordJob& job) {
             if (job.kind == RecordJob::Kind::kVisitEnd)
-              VAVISITS.PrefetchTicket(tickets_[job.visit & (kTicketSlots - 1)]);
+              VAVISITS.PrefetchTicket(tickets_[job.visit & ticketMask_]);
           });
     } catch (const std::exception&) {
       // No thread: the records are written on the caller's thread, as with the writer off.
@@ -102,7 +107,7 @@ const ExceptionEntry* RecordWriter::HandOverBatch(std::unique_ptr<ExceptionEntry
 void RecordWriter::PrefetchVisitRecord(uint32_t visit) const {
   // The writer's thread finds its own way to the record; this one only has the record's ticket
   // at hand when the writer runs here.
-  if (!writer_ && visit != 0) VAVISITS.PrefetchTicket(tickets_[visit & (kTicketSlots - 1)]);
+  if (!writer_ && visit != 0) VAVISITS.PrefetchTicket(tickets_[visit & ticketMask_]);
 }
 
 void RecordWriter::TakeWriterCounts() {

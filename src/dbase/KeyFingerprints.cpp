@@ -64,7 +64,7 @@ void KeyFingerprints::Grow() {
   for (size_t s = n; s > 1; s >>= 1) --shift_;
   size_ = 0;
   for (size_t i = 0; i < oldCount; ++i)
-    if (old[i].recno != 0) Put(uint64_t(old[i].lo) | (uint64_t(old[i].hi) << 32), old[i].recno);
+    if (old[i].recno != 0) Put(uint64_t(old[i].hi) << 32, old[i].recno);
   std::free(old);
 }
 
@@ -72,12 +72,12 @@ void KeyFingerprints::Put(uint64_t h, uint32_t recno) {
   const size_t mask = count_ - 1;
   size_t i = Home(h);
   while (slots_[i].recno != 0) i = (i + 1) & mask;
-  slots_[i] = Slot{uint32_t(h), uint32_t(h >> 32), recno};
+  slots_[i] = Slot{uint32_t(h >> 32), recno};
   ++size_;
 }
 
 void KeyFingerprints::Insert(uint64_t h, uint32_t recno) {
-  if ((size_ + 1) * 2 > count_) Grow();
+  if (Full()) Grow();
   Put(h, recno);
 }
 
@@ -98,7 +98,7 @@ bool KeyFingerprints::Replace(uint64_t h, uint32_t from, uint32_t to) {
 void KeyFingerprints::EraseAt(size_t hole) {
   const size_t mask = count_ - 1;
   for (size_t j = (hole + 1) & mask; slots_[j].recno != 0; j = (j + 1) & mask) {
-    const size_t home = Home(uint64_t(slots_[j].lo) | (uint64_t(slots_[j].hi) << 32));
+    const size_t home = HomeOf(slots_[j]);
     const bool stays = hole <= j ? (hole < home && home <= j) : (hole < home || home <= j);
     if (stays) continue;
     slots_[hole] = slots_[j];

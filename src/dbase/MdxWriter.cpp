@@ -206,16 +206,16 @@ int WriteMdx(const std::string& path, const std::string& dataName, std::vector<M
       std::fill(b.begin(), b.end(), 0);
       size_t n = GroupSize(s.count, leaves, i);
       PutU32(&b[kNodeCount], uint32_t(n));
-      for (size_t e = 0; e < n; ++e) {
+      for (size_t e = 0; e < n && ok; ++e) {
         unsigned char* at = &b[kNodeEntries + e * item];
         uint32_t recno = 0;
-        s.next(reinterpret_cast<char*>(at + 4), recno);
+        ok = s.next(reinterpret_cast<char*>(at + 4), recno);
         PutU32(at, recno);
         if (e + 1 == n) std::memcpy(&lastKeys[i * k], at + 4, k);
       }
       pages[i] = nextPage;
       nextPage += kPagesPerBlock;
-      ok = sink.Put(b.data(), b.size());
+      ok = ok && sink.Put(b.data(), b.size());
       untold += n;
       if (progress && untold >= kMdxProgressEntries) {
         progress(untold);

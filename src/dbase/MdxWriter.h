@@ -23,9 +23,10 @@ struct MdxTagSource {
   bool unique = false;
   bool descending = false;
   size_t count = 0;  // entries that `next` will deliver
-  // Delivers the next entry: writes keyLength key bytes to key and the record number.
-  // Called exactly `count` times.
-  std::function<void(char* key, uint32_t& recno)> next;
+  // Delivers the next entry: writes keyLength key bytes to key and the record number; false
+  // when it cannot (its source could not be read: the file is then not written). Called
+  // exactly `count` times, tag after tag.
+  std::function<bool(char* key, uint32_t& recno)> next;
 };
 
 // Told, on the thread that writes, how many entries went into the file since it was last told:

@@ -29,6 +29,12 @@ void Table::SetHeaderDate(const HeaderDate& date) {
   impl_->dbf.SetHeaderDate(date);
 }
 
+void Table::SetKeyMemory(std::shared_ptr<KeyMemory> budget, std::string spillFolder) {
+  if (!spillFolder.empty() && spillFolder.back() != '/') spillFolder += '/';
+  impl_->keyMemory = std::move(budget);
+  impl_->spillFolder = std::move(spillFolder);
+}
+
 void Table::SetLocation(std::string folder) {
   if (!folder.empty() && folder.back() != '/') folder += '/';
   impl_->location = std::move(folder);
@@ -313,6 +319,13 @@ void Table::SetIndexProgress(std::function<void(uint64_t entries)> progress) {
 
 int Table::TagCount() const { return impl_->open ? int(impl_->tags.size()) : 0; }
 
+int Table::SortKeys() {
+  Impl& m = *impl_;
+  if (!m.open) return kNotOpen;
+  if (m.readOnly) return kOk;
+  return m.SortKeys();
+}
+
 void Table::CloseTable() {
   Impl& m = *impl_;
   if (!m.open) return;
@@ -459,9 +472,9 @@ int Table::AppendRecord() {
     if (&t == deferring && m.DeferKey(t, r, hash)) {
       m.curKey.assign(m.deferKey);
       selectedKeyKnown = true;
-      // Deferred keys go into the tree in sorted batches of a bounded size, so that the batch
-      // left for the close needs little memory beyond the tree's own.
-      if (r - t.merged >= kDeferredBatch) m.Merge(t);
+      // The tree is not needed while the fingerprints prove the tickets: deferred keys are
+      // gathered like those of a tag not in use, and may go to the tag's temporary file too.
+      m.GatherKey(t, r, m.deferKey.data());
       continue;
     }
     const bool now = t.eager && t.merged == r - 1 && ++t.appendsSinceUse <= kEagerRun;
@@ -477,9 +490,10 @@ int Table::AppendRecord() {
     selectedKeyKnown = selectedKeyKnown || selected;
     // A unique tag indexes only the first record of a key.
     if (t.unique) {
-      // The new record is its key's entry when nobody held the key: a ticket can prove it later.
-      if (t.index->InsertUnique(key.data(), r) == 0 && selected)
-        m.appendTicket = (m.uniqueEpoch << 32) | r;
+      // The new record is its key's entry when nobody held the key, else the holder stays it:
+      // a ticket names that entry, and can prove it later.
+      const uint32_t holder = t.index->InsertUnique(key.data(), r);
+      if (selected) m.appendTicket = (m.uniqueEpoch << 32) | (holder == 0 ? r : holder);
     } else {
       t.index->Insert(key.data(), r);
     }

@@ -21,6 +21,7 @@
 #include <string_view>
 #include <vector>
 
+#include "dbase/KeyMemory.h"
 #include "dbase/Status.h"
 #include "dbase/TableInfo.h"
 #include "dbase/Today.h"
@@ -69,6 +70,13 @@ class Table {
   // value lets a caller fill a table with a few records. Takes effect at once, also when open.
   void SetSizeLimit(uint64_t bytes);
   uint64_t SizeLimit() const;
+  // The memory that the keys gathered for the tags may keep (KeyMemory.h), shared with the
+  // other tables given the same budget; beyond it full runs of keys go to a temporary file of
+  // their tag, in `spillFolder` ("": the table's location), and come back when merged. The
+  // files written are the same either way. Not set: every run stays in memory. Takes effect
+  // for the runs filled from then on. A temporary file that cannot be made or written is
+  // reported as a failed write (WriteFailed), and its keys stay in memory.
+  void SetKeyMemory(std::shared_ptr<KeyMemory> budget, std::string spillFolder = "");
 
   // ---- files -----------------------------------------------------------------------------
   // Deletes STEM.DBF and STEM.MDX (any case) in the location, if present. Returns kOk also when
@@ -102,6 +110,13 @@ class Table {
   // Writes everything and stays open. Returns kOk, kNotOpen or kIoError (also kept for the
   // next FlushTable: nothing is dropped).
   int FlushTable();
+  // The work of the next flush or close that needs the processor, done now (a caller closing
+  // several tables sorts them on several threads, and writes them one at a time): the keys
+  // gathered since each tag's last use are sorted into runs, and pending records of tags
+  // without gathered keys go into their trees. The tags' orders are not built: runs spilled to
+  // temporary files stay there, and the writing merges them straight into the .MDX. Returns
+  // kOk, kNotOpen or kIoError; does nothing for a read-only table.
+  int SortKeys();
   // True when a write to the table's files failed since it was last opened (a full disk, an I/O
   // error): its files then do not hold every record. Kept after closing, until the next open.
   bool WriteFailed() const;
@@ -206,10 +221,11 @@ class Table {
   std::string_view EntryKey() const;
 
   // ---- finding an appended record again without a search ---------------------------------
-  // Right after a successful AppendRecord: a ticket (> 0) naming the new record when the
-  // selected tag is unique and the record became the entry of its key there (no other record
-  // held that key), known at the append from the tag's tree or its key fingerprints; 0
-  // otherwise (no tag, a tag that is not unique, a duplicate key, or the key not yet added).
+  // Right after a successful AppendRecord: a ticket (> 0) naming the record that holds the new
+  // record's key in the selected tag, when that tag is unique: the new record itself when no
+  // other record held the key, else the record that does (the one SeekKey finds), known at the
+  // append from the tag's tree or its key fingerprints; 0 otherwise (no tag, a tag that is not
+  // unique, or the key not yet added).
   uint64_t AppendTicket() const;
   // Exact seek with the same outcome as SeekKey(key). When `ticket` (from AppendTicket) is
   // still good, i.e. no change since could have moved a unique tag's entry to another record,

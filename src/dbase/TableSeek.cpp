@@ -44,14 +44,17 @@ int Table::SeekKey(std::string_view key) {
 uint64_t Table::AppendTicket() const { return impl_->open ? impl_->appendTicket : 0; }
 
 // Why the shortcut gives SeekKey's answer: the ticket says that at the append, record recno
-// became the selected unique tag's entry for its key. Entries of a unique tag pass from one
+// was the selected unique tag's entry for the appended record's key (the appended record
+// itself, or the earlier record holding that key). Entries of a unique tag pass from one
 // record to another only when a replace changes a key in it, or the index is loaded afresh
 // (an open), and a selection of another tag makes a ticket meaningless: each of these raises
 // the epoch. With the epoch unchanged, recno is still the entry of its key, and its key has not
 // changed (a change would have raised the epoch too). So if that key is the one sought,
 // recno is the entry SeekKey would find: a unique tag holds one entry per key. A deferred key
-// (see DeferKey) is no different: its record was found the first with that key, and the merge
-// that puts it into the tree makes the first record of a key its entry.
+// (see DeferKey) is no different: the fingerprints name the first record with that key, and
+// the merge that puts it into the tree makes the first record of a key its entry. (A repeated
+// key thus finds its holder without the tree too, which keeps a tag whose keys went to
+// temporary files from being read back whole for it.)
 void Table::PrefetchTicket(uint64_t ticket) const {
   const Impl& m = *impl_;
   if (m.open && ticket != 0) m.dbf.Prefetch(uint32_t(ticket & 0xffffffffu));

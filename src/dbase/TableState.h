@@ -16,8 +16,10 @@
 #include "dbase/DbfFile.h"
 #include "dbase/KeyExpression.h"
 #include "dbase/KeyFingerprints.h"
+#include "dbase/KeyMemory.h"
 #include "dbase/KeyRun.h"
 #include "dbase/PageMemory.h"
+#include "dbase/SpillFile.h"
 #include "dbase/Table.h"
 #include "dbase/TagIndex.h"
 #include "vb/Strings.h"
@@ -44,9 +46,19 @@ struct Tag {
   std::unique_ptr<KeyFingerprints> fingerprints;
   uint32_t ticketHits = 0;   // seeks proved by a ticket since the fingerprints were last dropped
   uint32_t shortMerges = 0;  // merges in a row that found only a few deferred records
+  // The temporary file of the runs written out to keep within the key memory (made at the
+  // first; declared before the runs, so that a run still being written is waited for before
+  // the file goes), the memory of the last run written, kept for the next one, and whether a
+  // write to the file failed (the tag then keeps its runs in memory).
+  std::unique_ptr<SpillFile> spill;
+  std::vector<KeyRun> spare;
+  bool spillFailed = false;
   // Runs of gathered keys (declared after the index: a run still being sorted is waited for
   // before the index it sorts for goes away). They hold the keys of records merged+1..gatheredTo;
-  // any later pending record is read back at the merge.
+  // any later pending record is read back at the merge. A run's keys are those of its records
+  // at their appends: a change of a record's key in this tag merges the tag's runs first
+  // (ReplaceRecord), so no run, in memory or in the file, ever holds a key that is no longer
+  // its record's.
   std::vector<KeyRun> runs;
   uint32_t gatheredTo = 0;
   // Records whose key in this (non-unique, unselected) tag changed since its last use: the tree
@@ -69,12 +81,12 @@ constexpr uint32_t kEagerRun = 4096;
 constexpr uint32_t kShortMerge = 16;
 // Merge buffers up to this size are kept from one merge to the next.
 constexpr size_t kKeptMergeBytes = 4 << 20;
-// Deferred keys waiting for the tree after which they are merged without being asked for.
-constexpr uint32_t kDeferredBatch = 32768;
 // Short merges in a row after which deferring gives way to adding each key at once.
 constexpr uint32_t kShortMergesToStop = 8;
 // Gathered keys per run sorted on a helper thread.
 constexpr size_t kRunRecords = 65536;
+// Each spilled run is read back through a buffer of about this size when it is merged.
+constexpr size_t kSpillReadBytes = 128 << 10;
 
 struct Table::Impl {
   std::string location, stem;
@@ -84,6 +96,10 @@ struct Table::Impl {
   std::function<void(uint64_t)> indexProgress;  // told the .MDX entries as they are written
   std::vector<std::string> indexSpecs;
   HeaderDate headerDate;  // the date of the files' headers (default: today)
+  // The budget of the gathered keys kept in memory (none: every run stays in memory), and the
+  // folder of the tags' temporary files ("": the table's own).
+  std::shared_ptr<KeyMemory> keyMemory;
+  std::string spillFolder;
 
   bool open = false;
   bool readOnly = false;
@@ -254,7 +270,14 @@ struct Table::Impl {
   void NoteMoved(Tag& t, uint32_t r, const char* key);
   int MoveNoted(Tag& t);
   void ForgetMoved(Tag& t, size_t count = SIZE_MAX);
-  void GatherKey(Tag& t, uint32_t r);
+  void GatherKey(Tag& t, uint32_t r, const char* key = nullptr);
+  void HandOver(Tag& t, KeyRun& run);
+  void SettleRun(Tag& t, KeyRun& run);
+  void SettleSpills(Tag& t, bool all);
+  void SettleRuns(Tag& t);
+  int ReadBack(Tag& t, std::vector<KeyRun>& runs);
+  int ReadKeys(const Tag& t, uint32_t from, uint32_t to, char* out);
+  int PrepareToWrite(Tag& t);
   int MergeAll();
   int MergeSelected() { return selected >= 0 ? Merge(tags[size_t(selected)]) : int(kOk); }
   void StartFingerprints(Tag& t);
@@ -265,6 +288,7 @@ struct Table::Impl {
   bool FullCheck(const Tag& t, std::string* why);
   uint32_t FirstOtherHolder(const Tag& t, const char* key, uint32_t except);
   int WriteIndex();
+  int SortKeys();
   std::vector<bool> FieldMdxFlags() const;
 };
 

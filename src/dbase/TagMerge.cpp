@@ -2,26 +2,38 @@
 // merged into the tag's tree when its order is next needed, moved when a record's key changed,
 // and, for a unique tag used through tickets, deferred behind fingerprints of its keys.
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <exception>
 #include <future>
 
+#include "dbase/KeyMerge.h"
 #include "dbase/TableState.h"
+#include "vb/Strings.h"
 
 namespace dbase {
 
 // The key of record r (just appended, still in the buffer) joins the tag's gathered keys when
-// it follows on from them; a full run goes to a helper thread to be sorted. A gap (keys that
-// went another way since the last merge) ends the gathering until the next merge: the records
-// after it are read back then, as without runs.
-void Table::Impl::GatherKey(Tag& t, uint32_t r) {
+// it follows on from them; a full run is handed over (HandOver). A gap (keys that went another
+// way since the last merge) ends the gathering until the next merge: the records after it are
+// read back then, as without runs.
+// `key`: the record's key when it is known already.
+void Table::Impl::GatherKey(Tag& t, uint32_t r, const char* key) {
   if (std::max(t.merged, t.gatheredTo) != r - 1) return;
   const size_t k = size_t(t.expr.KeyLength()), es = k + 4;
-  // A run that is full (handed over, or left to be sorted at the merge) takes no more keys.
-  if (t.runs.empty() || t.runs.back().sorted.valid() || t.runs.back().count == kRunRecords) {
-    // Without memory for a run the key is simply not gathered, and the merge reads it back.
+  // A run that was handed over, or sealed, takes no more keys.
+  if (t.runs.empty() || t.runs.back().work.valid() || t.runs.back().isSorted ||
+      t.runs.back().sealed || t.runs.back().count == kRunRecords) {
+    // The memory of the last run written to the file serves again; without memory for a run
+    // the key is simply not gathered, and the merge reads it back.
     KeyRun run;
-    if (!run.Reserve(kRunRecords * es)) return;
+    if (!t.spare.empty()) {
+      run.TakeMemory(t.spare.back());
+      t.spare.pop_back();
+    } else if (!run.Reserve(kRunRecords * es)) {
+      return;
+    }
     try {
       t.runs.push_back(std::move(run));
     } catch (const std::exception&) {
@@ -30,80 +42,184 @@ void Table::Impl::GatherKey(Tag& t, uint32_t r) {
   }
   KeyRun& run = t.runs.back();
   char* const e = run.entries + run.count * es;
-  t.expr.Evaluate(buf.data(), e);
+  if (key) std::memcpy(e, key, k);
+  else t.expr.Evaluate(buf.data(), e);
   std::memcpy(e + k, &r, 4);
   ++run.count;
   t.gatheredTo = r;
-  if (run.count < kRunRecords) return;
-  // The sort reads only the index's order rules, which never change, and entries that this
-  // thread no longer touches until the merge waits for them. Without a thread (or memory for
-  // one) the run stays unsorted, and the merge sorts it.
-  const TagIndex* const order = t.index.get();
-  char* const entries = run.entries;
-  const size_t n = run.count;
-  try {
-    run.sorted = std::async(std::launch::async, [order, entries, n] { order->SortEntries(entries, n); });
-  } catch (const std::exception&) {
+  if (run.count == kRunRecords) HandOver(t, run);
+}
+
+// A full run goes to a helper thread to be sorted while the scan goes on. It stays in memory
+// while the key memory's budget has room for it; otherwise the helper writes it, sorted, to
+// the tag's temporary file, and its memory serves the tag's next run. One run per tag is being
+// written at a time: the appends wait for the one before, so the memory of runs on their way
+// to the file stays bounded whatever the disk's speed.
+void Table::Impl::HandOver(Tag& t, KeyRun& run) {
+  // 1. The run written before this one is done (its memory becomes the spare).
+  SettleSpills(t, true);
+  // 2. Kept, or written out: a table without a budget keeps every run; a tag whose file
+  //    failed keeps them too (the failure was reported).
+  bool spill = false;
+  if (keyMemory) {
+    if (t.spillFailed) keyMemory->Take(run.bytes);
+    else spill = !keyMemory->TryTake(run.bytes);
+    if (!spill) run.Count(keyMemory.get());
   }
+  if (spill && !t.spill) {
+    auto file = std::make_unique<SpillFile>();
+    const std::string folder = spillFolder.empty() ? location : spillFolder;
+    if (const int error = file->Open(folder, vb::UCase(stem) + "-" + t.name + ".SPILL"); error != 0) {
+      t.spillFailed = true;
+      WriteFailed(kIoError, error, "The temporary file of the keys of " + MdxName() + " in " + folder);
+      spill = false;
+      keyMemory->Take(run.bytes);
+      run.Count(keyMemory.get());
+    } else {
+      t.spill = std::move(file);
+    }
+  }
+  // 3. The sort reads only the index's order rules, which never change, and entries that this
+  //    thread no longer touches until the run is settled; the file's offsets are claimed here,
+  //    so writes of runs never overlap. Without a thread (or memory for one) the run stays
+  //    unsorted and in memory, and the merge sorts it.
+  const TagIndex* const order = t.index.get();
+  const SpillFile* const file = spill ? t.spill.get() : nullptr;
+  char* const entries = run.entries;
+  const size_t n = run.count, bytes = n * (size_t(t.expr.KeyLength()) + 4);
+  const uint64_t offset = spill ? t.spill->Claim(bytes) : 0;
+  try {
+    run.work = std::async(std::launch::async, [order, file, entries, n, bytes, offset] {
+      order->SortEntries(entries, n);
+      return file ? file->Write(entries, bytes, offset) : 0;
+    });
+    run.spilling = spill;
+    run.fileOffset = offset;
+  } catch (const std::exception&) {
+    if (spill) {
+      keyMemory->Take(run.bytes);
+      run.Count(keyMemory.get());
+    }
+  }
+}
+
+// Takes the outcome of the helper's work on a handed-over run (waiting for it): sorted, and for
+// a spilled run written, so its memory goes to the spare (or back to the system). A run the
+// helper could not sort is sorted at the merge; a run it could not write stays in memory, and
+// the failure is reported as any failed write of the table is (the run then cannot complete).
+void Table::Impl::SettleRun(Tag& t, KeyRun& run) {
+  if (!run.work.valid()) return;
+  int error = 0;
+  const bool spilled = std::exchange(run.spilling, false);
+  try {
+    error = run.work.get();
+    run.isSorted = true;
+  } catch (const std::exception&) {
+    // No memory for the helper's sort: the run stays here, and the merge sorts it.
+    if (spilled && keyMemory) {
+      keyMemory->Take(run.bytes);
+      run.Count(keyMemory.get());
+    }
+    return;
+  }
+  if (!spilled) return;
+  if (error != 0) {
+    if (!t.spillFailed)
+      WriteFailed(kIoError, error,
+                  "The temporary file of the keys of " + MdxName() + " in " +
+                      (spillFolder.empty() ? location : spillFolder));
+    t.spillFailed = true;
+    if (keyMemory) {
+      keyMemory->Take(run.bytes);
+      run.Count(keyMemory.get());
+    }
+    return;
+  }
+  run.inFile = true;
+  if (keyMemory) keyMemory->NoteSpilled(run.count * (size_t(t.expr.KeyLength()) + 4));
+  if (t.spare.empty()) {
+    KeyRun spare;
+    spare.TakeMemory(run);
+    t.spare.push_back(std::move(spare));
+  } else {
+    run.ReleaseMemory();
+  }
+}
+
+// Settles the spilled runs whose writing is done (all of them when `all`).
+void Table::Impl::SettleSpills(Tag& t, bool all) {
+  for (KeyRun& run : t.runs)
+    if (run.spilling && run.work.valid() &&
+        (all || run.work.wait_for(std::chrono::seconds(0)) == std::future_status::ready))
+      SettleRun(t, run);
+}
+
+// Every run of tag t settled and sorted: ready to be merged or written. The run still filling
+// is sorted in place and takes no more keys.
+void Table::Impl::SettleRuns(Tag& t) {
+  for (KeyRun& run : t.runs) {
+    SettleRun(t, run);
+    if (!run.isSorted && !run.inFile) {
+      t.index->SortEntries(run.entries, run.count, sortScratch);
+      run.isSorted = true;
+      run.sealed = true;
+    }
+  }
+}
+
+// The runs of `runs` that are in the tag's file come back into memory, and the file is
+// emptied. kIoError when one cannot be read (the records are then read back from the table).
+int Table::Impl::ReadBack(Tag& t, std::vector<KeyRun>& runs) {
+  const size_t es = size_t(t.expr.KeyLength()) + 4;
+  int status = kOk;
+  for (KeyRun& run : runs) {
+    if (!run.inFile || status != kOk) continue;
+    if (!run.Reserve(std::max<size_t>(run.count, 1) * es)) return kIoError;
+    if (const int error = t.spill->Read(run.entries, run.count * es, run.fileOffset); error != 0) {
+      WriteFailed(kIoError, error, "The temporary file of the keys of " + MdxName());
+      status = kIoError;
+    }
+    run.inFile = false;
+  }
+  if (t.spill) t.spill->Clear();
+  return status;
+}
+
+// The keys of records from..to (from <= to) of tag t, each followed by its record number, into
+// `out`, in record order.
+int Table::Impl::ReadKeys(const Tag& t, uint32_t from, uint32_t to, char* out) {
+  const size_t k = size_t(t.expr.KeyLength()), es = k + 4, rl = size_t(dbf.RecordLength());
+  char* const chunk = mergeChunk.Reserve(size_t(std::min(kScanChunk, to - from + 1)) * rl);
+  for (uint32_t at = from; at <= to; at += kScanChunk) {
+    const uint32_t cnt = std::min(kScanChunk, to - at + 1);
+    if (int s = dbf.ReadRange(at, cnt, chunk); s != kOk) return s;
+    for (uint32_t i = 0; i < cnt; ++i) {
+      char* e = out + size_t(at - from + i) * es;
+      t.expr.Evaluate(chunk + size_t(i) * rl, e);
+      const uint32_t r = at + i;
+      std::memcpy(e + k, &r, 4);
+    }
+  }
+  return kOk;
 }
 
 namespace {
 
 // Merges sorted runs of entries (key, then record number), handing each entry to `out` in the
-// tag's order, ties by record number: the same order as sorting them all at once. A tournament
-// of the runs' next entries picks each one: every node of a binary tree over the runs keeps the
-// loser of the match played there, so the run that gave the last entry replays only its own
-// path to the root, one comparison per level (a binary heap needs about two per level).
+// tag's order, ties by record number (EntryMerger).
 template <class Out>
 void MergeRuns(const TagIndex& order, const std::vector<std::pair<const char*, size_t>>& runs,
                Out&& out) {
-  const int k = order.KeyLength();
-  const size_t es = size_t(k) + 4;
-  struct Head {
-    const char* at;
-    const char* end;
-  };
-  std::vector<Head> heads;
+  const size_t es = size_t(order.KeyLength()) + 4;
+  std::vector<MergeSource> sources;
   for (const auto& [entries, n] : runs)
-    if (n > 0) heads.push_back({entries, entries + n * es});
-  if (heads.empty()) return;
-  if (heads.size() == 1) {
-    for (const char* e = heads[0].at; e != heads[0].end; e += es) out(e);
+    if (n > 0) sources.push_back(MergeSource{entries, entries + n * es, {}});
+  if (sources.size() == 1) {
+    for (const char* e = sources[0].at; e != sources[0].end; e += es) out(e);
     return;
   }
-  // The tree has a leaf per run, up to a power of two; the extra leaves are runs already done.
-  size_t leaves = 1;
-  while (leaves < heads.size()) leaves <<= 1;
-  heads.resize(leaves, Head{nullptr, nullptr});
-  // Whether run a's next entry goes before run b's; a run that is done goes after every other.
-  auto before = [&](uint32_t a, uint32_t b) {
-    const Head& x = heads[a];
-    const Head& y = heads[b];
-    if (x.at == x.end) return false;
-    if (y.at == y.end) return true;
-    const int c = order.Compare(x.at, y.at, k);
-    if (c != 0) return c < 0;
-    uint32_t ra, rb;
-    std::memcpy(&ra, x.at + k, 4);
-    std::memcpy(&rb, y.at + k, 4);
-    return ra < rb;
-  };
-  // Node n (1 .. leaves-1) has the children 2n and 2n+1; node leaves+i is run i.
-  std::vector<uint32_t> loser(leaves), winner(2 * leaves);
-  for (size_t i = 0; i < leaves; ++i) winner[leaves + i] = uint32_t(i);
-  for (size_t n = leaves - 1; n >= 1; --n) {
-    const uint32_t l = winner[2 * n], r = winner[2 * n + 1];
-    const bool rightFirst = before(r, l);
-    winner[n] = rightFirst ? r : l;
-    loser[n] = rightFirst ? l : r;
-  }
-  uint32_t best = winner[1];
-  while (heads[best].at != heads[best].end) {
-    out(static_cast<const char*>(heads[best].at));
-    heads[best].at += es;
-    for (size_t n = (leaves + best) >> 1; n >= 1; n >>= 1)
-      if (before(loser[n], best)) std::swap(loser[n], best);
-  }
+  EntryMerger merger(order, std::move(sources));
+  for (const char* e; (e = merger.Next()) != nullptr;) out(e);
 }
 
 }  // namespace
@@ -169,9 +285,13 @@ int Table::Impl::MergeAppended(Tag& t) {
   // `runs` goes out of scope, whichever way this returns).
   std::vector<KeyRun> runs;
   runs.swap(t.runs);
+  for (KeyRun& run : runs) SettleRun(t, run);
   const uint32_t gathered = runs.empty() ? t.merged : std::max(t.merged, t.gatheredTo);
   t.gatheredTo = 0;
-  if (t.merged >= n) return kOk;
+  if (t.merged >= n) {
+    if (t.spill) t.spill->Clear();
+    return kOk;
+  }
   const uint32_t first = t.merged + 1, count = n - t.merged;
   const size_t k = size_t(t.expr.KeyLength()), es = k + 4, rl = size_t(dbf.RecordLength());
   // Deferred keys are wanted by the tree again soon after each merge, time after time: the
@@ -181,6 +301,7 @@ int Table::Impl::MergeAppended(Tag& t) {
     if (t.shortMerges >= kShortMergesToStop) DropFingerprints(t);
   }
   if (count <= kSmallBatch) {
+    if (t.spill) t.spill->Clear();  // a run this small was never written out
     std::string& rec = mergeRec;
     std::string& key = mergeKey;
     rec.resize(rl);
@@ -195,6 +316,9 @@ int Table::Impl::MergeAppended(Tag& t) {
     t.eager = true;
     return kOk;
   }
+  // Runs written out to the tag's file come back (a use of the order of a tag whose keys
+  // were spilled: rare, and read back whole).
+  if (int s = ReadBack(t, runs); s != kOk) return s;
   // A tree smaller than the batch is rebuilt with it: its entries (room for them is left in
   // front of the batch) and the sorted batch are merged into one order and loaded bottom up.
   const size_t held = t.index->Size();
@@ -210,35 +334,16 @@ int Table::Impl::MergeAppended(Tag& t) {
   const uint32_t readFrom = runs.empty() ? first : gathered + 1;
   std::vector<char> rest;
   char* const readInto = runs.empty() ? batch : (rest.resize(size_t(n - gathered) * es), rest.data());
-  if (readFrom <= n) {
-    char* const chunk = mergeChunk.Reserve(size_t(std::min(kScanChunk, n - readFrom + 1)) * rl);
-    for (uint32_t at = readFrom; at <= n; at += kScanChunk) {
-      uint32_t cnt = std::min(kScanChunk, n - at + 1);
-      if (int s = dbf.ReadRange(at, cnt, chunk); s != kOk) return s;
-      for (uint32_t i = 0; i < cnt; ++i) {
-        char* e = readInto + size_t(at - readFrom + i) * es;
-        t.expr.Evaluate(chunk + size_t(i) * rl, e);
-        uint32_t r = at + i;
-        std::memcpy(e + k, &r, 4);
-      }
-    }
-  }
+  if (readFrom <= n)
+    if (int s = ReadKeys(t, readFrom, n, readInto); s != kOk) return s;
   if (mergeChunk.Capacity() > kKeptMergeBytes) mergeChunk.Release();
   if (runs.empty()) {
     t.index->SortEntries(batch, count, sortScratch);
   } else {
     std::vector<std::pair<const char*, size_t>> sorted;
     for (KeyRun& run : runs) {
-      bool done = false;
-      if (run.sorted.valid()) {
-        try {
-          run.sorted.get();
-          done = true;
-        } catch (const std::exception&) {
-          // The helper thread could not sort (no memory): the run is sorted here after all.
-        }
-      }
-      if (!done) t.index->SortEntries(run.entries, run.count, sortScratch);  // also the run still filling
+      // The run still filling, and one the helper thread could not sort (no memory).
+      if (!run.isSorted) t.index->SortEntries(run.entries, run.count, sortScratch);
       sorted.emplace_back(run.entries, run.count);
     }
     t.index->SortEntries(rest.data(), n - gathered, sortScratch);
@@ -349,7 +454,8 @@ int Table::Impl::SameKeyAs(const Tag& t, uint32_t holder, const char* key) {
 }
 
 // The append of record r to the selected tag, which has fingerprints: its key (in deferKey,
-// hash h) is looked up there; a new key makes r its holder and earns a ticket. The key enters
+// hash h) is looked up there; a new key makes r its holder, and the ticket names the holder
+// either way. The key enters
 // the tree at the next merge, as any pending record's does, where it meets the same decision:
 // the first record of a key holds it. False when a record could not be read to tell keys
 // apart: the fingerprints are dropped, and r simply waits for the next merge.
@@ -360,7 +466,7 @@ bool Table::Impl::DeferKey(Tag& t, uint32_t r, uint64_t h) {
     DropFingerprints(t);
     return false;
   }
-  if (holder == 0) appendTicket = (uniqueEpoch << 32) | r;
+  appendTicket = (uniqueEpoch << 32) | (holder == 0 ? r : holder);
   return true;
 }
 

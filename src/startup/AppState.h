@@ -20,6 +20,9 @@ inline constexpr std::string_view kMakerHost = "www.fenwright.com";
 inline constexpr std::string_view kProductWord = "Tallyo";
 // Our own version, as the version block reports it: major "." minor "." revision.
 inline constexpr std::string_view kProgramVersion = "1.0.0";
+// The memory the index keys gathered during a scan keep by default before full runs of them
+// go to temporary files beside the new tables (see AppState::keyMemoryBytes).
+inline constexpr uint64_t kDefaultKeyMemoryMB = 32;
 
 struct AppState {
   // major "." minor "." revision, each a plain decimal number.
@@ -55,6 +58,10 @@ struct AppState {
   // file a dBASE reader opens (2,147,483,647 bytes). Set by tests, and by the batch front-end's
   // hidden --table-size-limit, so that a full table can be tried without writing 2 GB.
   std::map<std::string, uint64_t, std::less<>> tableSizeLimits;
+  // The memory, in bytes, that the index keys gathered during a scan may keep (the new tables'
+  // runs of sorted keys); beyond it full runs go to temporary files beside the new tables and
+  // come back at the close. Not a setting of SETTINGS.INI: the command line sets it.
+  uint64_t keyMemoryBytes = kDefaultKeyMemoryMB << 20;
 };
 
 }  // namespace startup
