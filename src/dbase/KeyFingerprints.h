@@ -57,6 +57,21 @@ class KeyFingerprints {
     ++size_;
     return 0;
   }
+  // The holder of a key with hash h, each slot of that (half-)hash offered to sameKey(recno) as
+  // InsertUnique does: the holder (> 0), 0 when no record holds the key, UINT32_MAX when sameKey
+  // said -1. Changes nothing.
+  template <class SameKey>
+  uint32_t Find(uint64_t h, SameKey&& sameKey) const {
+    if (count_ == 0) return 0;
+    const size_t mask = count_ - 1;
+    for (size_t i = Home(h); slots_[i].recno != 0; i = (i + 1) & mask) {
+      if (!Same(slots_[i], h)) continue;
+      const int same = sameKey(slots_[i].recno);
+      if (same < 0) return UINT32_MAX;
+      if (same > 0) return slots_[i].recno;
+    }
+    return 0;
+  }
   // Starts fetching the memory that a look-up of h will read first.
   void Prefetch(uint64_t h) const {
     if (count_ != 0) __builtin_prefetch(&slots_[Home(h)]);

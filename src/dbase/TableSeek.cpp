@@ -60,13 +60,35 @@ void Table::PrefetchTicket(uint64_t ticket) const {
   if (m.open && ticket != 0) m.dbf.Prefetch(uint32_t(ticket & 0xffffffffu));
 }
 
+// The holder of a whole key of the selected unique tag t, named by its fingerprints while the
+// tag defers its keys; 0 when they name none (or cannot tell, or the key is not whole). A ticket
+// that cannot prove its record (its slot was taken by a later visit, an end without a ticket)
+// is answered this way rather than by the ordinary seek, which would bring every deferred key
+// into the tree and, for a tag whose keys went to temporary files, read them all back.
+uint32_t Table::Impl::HolderByFingerprints(Tag& t, std::string_view key) {
+  Impl& m = *this;
+  const size_t k = size_t(t.expr.KeyLength());
+  if (!t.fingerprints || !t.unique || key.size() < k) return 0;
+  std::string& whole = m.deferKey;
+  whole.assign(key.substr(0, k));
+  const uint32_t holder =
+      t.fingerprints->Find(KeyFingerprints::Hash(whole.data(), int(k)), [&](uint32_t rec) {
+        return m.SameKeyAs(t, rec, whole.data());
+      });
+  return holder == UINT32_MAX ? 0 : holder;
+}
+
 int Table::SeekKeyAt(std::string_view key, uint64_t ticket) {
   Impl& m = *impl_;
-  // 1. A ticket that cannot prove anything: the ordinary seek.
-  const uint32_t recno = uint32_t(ticket & 0xffffffffu);
-  if (!m.open || m.selected < 0 || ticket == 0 || (ticket >> 32) != m.uniqueEpoch ||
-      recno < 1 || recno > m.dbf.RecordCount())
-    return SeekKey(key);
+  if (!m.open || m.selected < 0) return SeekKey(key);
+  // 1. A ticket that cannot prove anything: the key's holder by the fingerprints, otherwise the
+  //    ordinary seek.
+  uint32_t recno = uint32_t(ticket & 0xffffffffu);
+  if (ticket == 0 || (ticket >> 32) != m.uniqueEpoch || recno < 1 ||
+      recno > m.dbf.RecordCount()) {
+    recno = m.HolderByFingerprints(m.tags[size_t(m.selected)], key);
+    if (recno == 0) return SeekKey(key);
+  }
   // 2. The tag's pending records go in as SeekKey would add them (it counts as a use too),
   //    unless the tag defers its keys: then the ticket's record is its key's holder whether its
   //    key is in the tree yet or not, and the tree is not needed.
@@ -81,8 +103,16 @@ int Table::SeekKeyAt(std::string_view key, uint64_t ticket) {
   m.EnsureLoaded();
   if (m.loadStatus != kOk) return SeekKey(key);
   m.EnsureCurKey();
-  // 4. The same key: standing on its entry. Otherwise the ordinary seek.
-  if (std::memcmp(m.curKey.data(), m.scratch.data(), k) != 0) return SeekKey(key);
+  // 4. The same key: standing on its entry. Otherwise the holder by the fingerprints, or the
+  //    ordinary seek.
+  if (std::memcmp(m.curKey.data(), m.scratch.data(), k) != 0) {
+    const uint32_t holder = m.HolderByFingerprints(t, m.scratch);
+    if (holder == 0 || holder == recno) return SeekKey(key);
+    m.SetRecno(holder);
+    m.EnsureLoaded();
+    if (m.loadStatus != kOk) return SeekKey(key);
+    m.EnsureCurKey();
+  }
   // 5. The tag's order is used through tickets: its later appends may defer their keys. After
   //    fingerprints were dropped they come back only when the ticket seeks since then
   //    outnumber an eighth of the tag's entries, which pays for building them.

@@ -283,6 +283,7 @@ struct Table::Impl {
   void StartFingerprints(Tag& t);
   void DropFingerprints(Tag& t);
   int SameKeyAs(const Tag& t, uint32_t holder, const char* key);
+  uint32_t HolderByFingerprints(Tag& t, std::string_view key);
   bool DeferKey(Tag& t, uint32_t r, uint64_t h);
   bool SpotCheck(const Tag& t, std::string* why);
   bool FullCheck(const Tag& t, std::string* why);
