@@ -143,7 +143,8 @@ void AddScanOptions(CLI::App& app, ScanOptions& options) {
                  "beyond it they go to temporary files beside the new tables (in the data "
                  "folder's Temp/ folder) and are merged from there at the end. The tables are "
                  "the same whatever it is; the rest of a scan needs about 150 MB besides, and "
-                 "about 16 bytes more for each visit (230 MB at 10 million lines of a busy site). "
+                 "about 16 bytes more for each visit (a peak of about 270 MB at 10 million lines of a "
+                 "busy site). "
                  "0 sends every full run of keys to the files.")
       ->type_name("MB")
       ->default_val(startup::kDefaultKeyMemoryMB)

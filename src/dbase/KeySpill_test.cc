@@ -143,8 +143,9 @@ void BuildVisits(const std::string& folder, std::shared_ptr<KeyMemory> memory) {
       // Now and then an end whose ticket was lost, or names another visit's record (its slot
       // was taken): it still finds its own record, by the tag's fingerprints.
       ++ends;
-      const uint64_t ticket = ends % 5000 == 0 ? 0 : ends % 5000 == 1 ? open.front().ticket
-                                                                      : v.ticket;
+      uint64_t ticket = v.ticket;
+      if (ends % 5000 == 0) ticket = 0;
+      if (ends % 5000 == 1 && !open.empty()) ticket = open.front().ticket;
       ASSERT_EQ(t.SeekKeyAt(v.key, ticket), kOk);
       if (ticket != v.ticket) {
         ASSERT_EQ(t.CurrentKey(), v.key);
